@@ -1,0 +1,173 @@
+#ifndef SQLDB_CURSOR_H
+#define SQLDB_CURSOR_H
+
+// A cursor runs the query of one select and receives its rows. SQLStepCursor copies each row into the
+// application's memory; other cursors derive from SQLCursorBase and override ProcessRow.
+//
+// Order of calls for a step cursor: construct, SQLSelectClass::PrepareSelect, Step until it returns 1, release.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include "sqldb/export.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace sqldb {
+
+class BindingCallback;
+class QueryCallback;
+class SQLColumnBase;
+class SQLDatabase;
+
+/// Base of all cursors. Every live cursor is listed in its database's `fCursors`.
+class SQLDB_EXPORT SQLCursorBase {
+ public:
+  /// Takes the next serial number and joins the database's list.
+  /// REQUIRES: `database` is not null. It should outlive the cursor.
+  explicit SQLCursorBase(SQLDatabase* database);
+
+  /// Leaves the database's list, if the database still lives. May throw in derived classes; see SQLStepCursor.
+  virtual ~SQLCursorBase() noexcept(false);
+
+  SQLCursorBase(const SQLCursorBase&) = delete;
+  SQLCursorBase& operator=(const SQLCursorBase&) = delete;
+
+  /// Handles one row of a performed select; see QueryCallback::ProcessRow. The base returns false: one row,
+  /// then stop.
+  virtual bool ProcessRow(sqlite3_stmt* statement);
+
+  /// Gets ready to run `sql`, the text of a prepared select. The base does nothing.
+  virtual void PrepareToQuery(const std::string& sql);
+
+  /// SQLDatabase::SendQuery on the cursor's database. Throws "Condition is not met." if that is gone.
+  void SendQuery(const std::string& sql, QueryCallback* callback, BindingCallback* binding);
+
+  /// The result columns, in result order; replaced as a whole when a select sets the cursor up.
+  std::vector<boost::shared_ptr<SQLColumnBase>> fColumns;
+  /// The database the cursor runs on; not owned.
+  SQLDatabase* fDatabase;
+  /// 1 for the first cursor of the process, 2 for the next, across all databases.
+  std::int32_t fSerialNumber;
+
+  /// The serial number given last; 0 before the first cursor. Wraps after 2,147,483,647.
+  static std::int32_t sfCursorSerialNumber;
+
+ protected:
+  /// True when the database was destroyed before the cursor.
+  bool IsOrphan() const { return fDatabaseLifetime.expired(); }
+
+  /// True once a select was given a shared pointer to the cursor.
+  bool IsShared() const { return fIsShared; }
+
+  /// The handle to give to SQLite, null without a connection. Throws "Condition is not met." on an orphan.
+  sqlite3* Connection() const;
+
+  /// Throws SQLite's message for the connection; on an orphan "Condition is not met.".
+  [[noreturn]] void ThrowMessage() const;
+
+ private:
+  friend class SQLSelectClass;
+
+  boost::weak_ptr<void> fDatabaseLifetime;
+  bool fIsShared = false;
+};
+
+/// Where one result column goes.
+struct ItemOffset {
+  /// Offset in bytes from the start of the buffer; need not be aligned.
+  std::uint32_t fByteOffset;
+  /// 0: the record given to SQLStepCursor::Step. 1 to 3: the further buffers, in order.
+  std::uint16_t fBuffer;
+};
+
+/// Where the result columns go: entry i belongs to result column i, in the order in which the columns were added to
+/// the select.
+struct SQLDB_EXPORT OffsetSpec {
+  OffsetSpec() = default;
+  OffsetSpec(const OffsetSpec&) = default;
+  OffsetSpec& operator=(const OffsetSpec&) = default;
+
+  /// Appends an entry: `byteOffset` bytes into buffer number `buffer`.
+  void PushOffset(std::uint32_t byteOffset, std::uint16_t buffer);
+
+  std::vector<ItemOffset> fItems;
+};
+
+/// All of SQLStepCursor<T> that does not depend on T.
+class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enable_shared_from_this<SQLStepCursorBase> {
+ public:
+  /// Finalizes the statement. SQLite then repeats the failure of the last step, if it failed; the destructor throws
+  /// that message where it can reach a caller: when the cursor has automatic storage or is deleted by hand, no other
+  /// exception is in flight, and the database lives. Under a boost::shared_ptr it ends quietly, since an
+  /// exception could not leave the pointer's release.
+  /// REQUIRES: no std::shared_ptr, std::unique_ptr or boost::scoped_ptr owns a cursor whose last step failed.
+  /// These owners cannot be told apart from a delete by hand, and end the process.
+  ~SQLStepCursorBase() noexcept(false) override;
+
+  /// Compiles the first statement of `sql`; the rest is ignored. Throws SQLite's message, also when the file is busy:
+  /// compiling does not wait.
+  /// REQUIRES: called once. A second statement takes the place of the first, which is left behind.
+  void PrepareToQuery(const std::string& sql) override;
+
+  /// Where each result column goes.
+  OffsetSpec fOffsets;
+  /// Rows delivered so far.
+  std::uint32_t fRowCount = 0;
+  /// The compiled statement, owned; null before PrepareToQuery.
+  sqlite3_stmt* fStatement = nullptr;
+  /// True while there is no statement to finalize.
+  bool fFinalized = true;
+
+ protected:
+  SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
+
+  /// The arguments up to the first null one, as a list that the cursor keeps.
+  const std::vector<char*>& CollectBuffers(void* first, void* second, void* third, void* fourth);
+
+  /// The work of SQLStepCursor::StepIt.
+  int StepInto(const std::vector<char*>& buffers);
+
+ private:
+  bool MayThrowOnDestruction() const;
+
+  std::vector<char*> fBuffers;
+};
+
+/// Runs one prepared select and copies its rows, one at a time, into the application's memory. T is the type of
+/// the record that the rows go to.
+///
+/// Usually held through a boost::shared_ptr<SQLCursorBase>, as SQLSelectClass::PrepareSelect takes it.
+template <typename T>
+class SQLStepCursor : public SQLStepCursorBase {
+ public:
+  /// Copies `offsets`.
+  /// REQUIRES: one offset per result column, by the time of the first row.
+  SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {}
+
+  /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0
+  /// when a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the
+  /// query again.
+  ///
+  /// While the file is busy, sleeps a tenth of a second and tries again, up to 600 times; then, and on every other
+  /// failure, throws SQLite's message ("Condition is not met." if the database is gone). The statement stays, and is
+  /// finalized with the cursor. What a column's AssignTo throws passes through; the row is then not counted.
+  /// REQUIRES: every buffer that an offset names is given, and is large enough for its value.
+  int Step(T& record, void* second = nullptr, void* third = nullptr, void* fourth = nullptr) {
+    return StepIt(CollectBuffers(std::addressof(record), second, third, fourth));
+  }
+
+  /// Step with the buffers in a list, the record first.
+  int StepIt(const std::vector<char*>& buffers) { return StepInto(buffers); }
+};
+
+}  // namespace sqldb
+
+#endif  // SQLDB_CURSOR_H

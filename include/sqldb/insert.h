@@ -1,0 +1,110 @@
+#ifndef SQLDB_INSERT_H
+#define SQLDB_INSERT_H
+
+// An insert writes one row into one table per execution; a replace is the same with the verb REPLACE.
+//
+// Order of calls: SQLTableClass::NewInsert (or NewReplace), fill `fColumns` and `fValues` in matching order,
+// PerformInsert(true), fill `fValues` for the next row, and so on.
+
+#include <iosfwd>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include "sqldb/database.h"
+#include "sqldb/export.h"
+
+namespace sqldb {
+
+class SQLColumnBase;
+class SQLTableClass;
+class SQLValueBase;
+
+/// One INSERT statement. The lists are checked neither for their lengths nor for being empty; SQLite refuses what is
+/// wrong.
+///
+/// Every operation throws "Condition is not met." once the table is destroyed.
+class SQLDB_EXPORT SQLInsertClass {
+ public:
+  explicit SQLInsertClass(SQLTableClass& table);
+
+  /// Leaves the table's list, if the table still lives.
+  virtual ~SQLInsertClass();
+
+  SQLInsertClass(const SQLInsertClass&) = delete;
+  SQLInsertClass& operator=(const SQLInsertClass&) = delete;
+
+  /// Appends the statement's text to `fQuery`. If a value's Print throws, `fQuery` is as it was before.
+  void SetupInsert();
+
+  /// Builds the text, sends it with every value offered its binding, empties `fQuery`, and erases `fValues` if
+  /// `clearValues` is true. Never waits for a busy file.
+  ///
+  /// Throws SQLite's message. The values are then kept, and so is the text in `fQuery`: the next call sends it again,
+  /// with the new statement's text right behind it. To give the failed statement up instead, call fQuery.str("").
+  void PerformInsert(bool clearValues);
+
+  /// The table that is written to; not owned.
+  SQLTableClass& fTable;
+  /// "INSERT", or "REPLACE" in a SQLReplaceClass.
+  std::string fVerb;
+  /// The text from SetupInsert until a send succeeds.
+  std::ostringstream fQuery;
+  /// The columns to fill, in the order of the statement.
+  std::vector<boost::shared_ptr<SQLColumnBase>> fColumns;
+  /// One value for each column, in the same order.
+  std::vector<boost::shared_ptr<SQLValueBase>> fValues;
+
+ private:
+  boost::weak_ptr<void> fTableLifetime;
+};
+
+/// One REPLACE statement: a row that collides on a unique key is replaced.
+class SQLDB_EXPORT SQLReplaceClass : public SQLInsertClass {
+ public:
+  explicit SQLReplaceClass(SQLTableClass& table);
+  ~SQLReplaceClass() override;
+
+  /// PerformInsert, under its own name.
+  void PerformReplace(bool clearValues);
+};
+
+}  // namespace sqldb
+
+/// Presents the values of an insert to each statement compiled from its text.
+class SQLDB_EXPORT SQLInsertBindingCallback : public sqldb::BindingCallback {
+ public:
+  /// REQUIRES: `insert` outlives the object.
+  explicit SQLInsertBindingCallback(sqldb::SQLInsertClass* insert);
+  ~SQLInsertBindingCallback() override;
+
+  /// Calls each value's BindingOpportunity, in order. Walks a copy of the list, which binding code may change.
+  void BindingOpportunity(sqlite3_stmt* statement) const override;
+
+  sqldb::SQLInsertClass* fInsert;
+};
+
+/// Prints values, one a call, with "," before all but the first.
+class SQLDB_EXPORT AddValueToQuery {
+ public:
+  /// REQUIRES: `stream` outlives the object.
+  explicit AddValueToQuery(std::ostream* stream);
+  void operator()(boost::shared_ptr<sqldb::SQLValueBase> value);
+
+  std::ostream* fStream;
+  bool fFirst = true;
+};
+
+/// Offers a statement to values, one a call.
+class SQLDB_EXPORT PresentBindingOpportunity {
+ public:
+  explicit PresentBindingOpportunity(sqlite3_stmt* statement);
+  void operator()(boost::shared_ptr<sqldb::SQLValueBase> value) const;
+
+  sqlite3_stmt* fStatement;
+};
+
+#endif  // SQLDB_INSERT_H

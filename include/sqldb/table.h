@@ -1,0 +1,145 @@
+#ifndef SQLDB_TABLE_H
+#define SQLDB_TABLE_H
+
+// A table declares its columns, creates, drops and indexes itself in the database file, answers the commonest
+// questions about its rows, and makes the statements that write to it.
+//
+// Order of calls: SQLDatabase::NewTable, AddColumn for each column, Create (a new table) or Initialize (one that the
+// file has already), work.
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include "sqldb/export.h"
+
+namespace sqldb {
+
+class BindingCallback;
+class QueryCallback;
+class SQLColumnBase;
+class SQLDatabase;
+class SQLDeleteClass;
+class SQLInsertClass;
+class SQLReplaceClass;
+class SQLTermBase;
+class SQLUpdateClass;
+
+/// One table of one database. Names are written into SQL unquoted and unchecked: they are code, never input.
+///
+/// What sends SQL throws SQLite's message, or "Condition is not met." once the database is destroyed; so does IsWritable
+/// then.
+class SQLDB_EXPORT SQLTableClass {
+ public:
+  /// A table that is not registered, and for which CountRecords and HasTerm therefore throw; see
+  /// SQLDatabase::NewTable.
+  SQLTableClass(SQLDatabase& database, const std::string& name);
+
+  /// Sends nothing: the table stays in the file.
+  ~SQLTableClass();
+
+  SQLTableClass(const SQLTableClass&) = delete;
+  SQLTableClass& operator=(const SQLTableClass&) = delete;
+
+  /// Declares that the file has the table already. Sends nothing.
+  void Initialize();
+
+  /// False if the database was constructed as read-only. Only reported: no write is blocked.
+  bool IsWritable() const;
+
+  /// SQLDatabase::SendQuery.
+  void SendQuery(const std::string& sql, QueryCallback* callback, BindingCallback* binding);
+
+  /// Files the column under its name and ranks it last in CREATE TABLE. A column already filed under that name is
+  /// replaced. The column's `fTable` is not looked at.
+  void AddColumn(boost::shared_ptr<SQLColumnBase> column);
+
+  /// True when a column is filed under exactly this name.
+  bool HasColumn(const std::string& name) const;
+
+  /// The column filed under exactly this name. Throws "Condition is not met." if there is none.
+  boost::shared_ptr<SQLColumnBase> GetColumn(const std::string& name);
+
+  /// Sends CREATE TABLE with the columns in the order of AddColumn. On failure `fCreated` keeps its value.
+  void Create();
+
+  /// Sends DROP TABLE. The columns stay filed, so that Create works again. On failure `fCreated` keeps its value.
+  void Drop();
+
+  /// Sends CREATE INDEX for the index TABLE_COLUMN. The name is not looked up among the columns.
+  void CreateIndexForColumn(const std::string& columnName);
+
+  /// Deletes the rows for which `term` holds; all of them if it is null or empty.
+  void DeleteRecords(boost::shared_ptr<SQLTermBase> term);
+
+  /// How many rows `term` holds for; all of them if it is null or empty. Counts beyond 32 bits are not supported.
+  /// Waits for a busy file as SQLStepCursor::Step does. Throws "Condition is not met." if the table is not
+  /// registered with its database.
+  std::uint32_t CountRecords(boost::shared_ptr<SQLTermBase> term);
+
+  /// True when `term` holds for at least one row; null or empty, when there is any row. Waits and throws as
+  /// CountRecords does.
+  bool HasTerm(boost::shared_ptr<SQLTermBase> term);
+
+  /// A new statement on this table, owned by the caller and filed nowhere. It should not outlive the table.
+  boost::shared_ptr<SQLInsertClass> NewInsert();
+  boost::shared_ptr<SQLReplaceClass> NewReplace();
+  boost::shared_ptr<SQLUpdateClass> NewUpdate();
+  boost::shared_ptr<SQLDeleteClass> NewDelete(boost::shared_ptr<SQLTermBase> term);
+
+  /// Called by the destructors of the statements to leave the lists below. Do nothing if the statement is not listed
+  /// or the table is being destroyed.
+  void RemoveInsert(SQLInsertClass* statement);
+  void RemoveUpdate(SQLUpdateClass* statement);
+
+  /// A reference that expires when the table is destroyed.
+  boost::weak_ptr<void> Lifetime() const { return fLifetime; }
+
+  /// The database the table lives in; not owned.
+  SQLDatabase& fDatabase;
+  /// The name as written into SQL.
+  std::string fName;
+  /// True after Create or Initialize, false before and after Drop. Nothing tests it.
+  bool fCreated = false;
+  /// The columns by name.
+  std::map<std::string, boost::shared_ptr<SQLColumnBase>> fColumns;
+  /// Statements that the application filed here. The library adds none.
+  std::vector<boost::shared_ptr<SQLInsertClass>> fInserts;
+  std::vector<boost::shared_ptr<SQLUpdateClass>> fUpdates;
+  /// The rank that the next column gets; wraps to 0 after 65,535.
+  std::uint16_t fNextSerial = 0;
+  /// Set as the first act of the destructor.
+  bool fDestroying = false;
+
+ private:
+  SQLDatabase& Database() const;
+
+  boost::weak_ptr<void> fDatabaseLifetime;
+  boost::shared_ptr<void> fLifetime;
+};
+
+}  // namespace sqldb
+
+/// Finds a table by its exact name.
+class SQLDB_EXPORT TableNameIs {
+ public:
+  explicit TableNameIs(const std::string& name);
+  bool operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const;
+
+  std::string fName;
+};
+
+/// Finds the shared pointer that holds a table object.
+class SQLDB_EXPORT TableClassIs {
+ public:
+  explicit TableClassIs(sqldb::SQLTableClass* table);
+  bool operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const;
+
+  sqldb::SQLTableClass* fTable;
+};
+
+#endif  // SQLDB_TABLE_H
