@@ -1,0 +1,45 @@
+#include <sqlite3.h>
+
+#include <boost/make_shared.hpp>
+
+#include "sqldb/database.h"
+#include "sqldb/table.h"
+
+namespace sqldb {
+
+SQLDatabase::SQLDatabase(const std::string& path, bool readOnly)
+    : fPath(path), fReadOnly(readOnly), fLifetime(boost::make_shared<bool>()) {}
+
+SQLDatabase::~SQLDatabase() {
+  // First of all: what the release of the tables destroys must leave the lists alone, one of which may be gone.
+  fDestroying = true;
+  if (fConnection != nullptr && fIsOpen) Close();
+}
+
+void SQLDatabase::Create() { CommonOpen(); }
+
+void SQLDatabase::Open() { CommonOpen(); }
+
+void SQLDatabase::CommonOpen() {
+  sqlite3* connection = nullptr;
+  const int result = sqlite3_open(fPath.c_str(), &connection);
+  if (result != SQLITE_OK) ThrowError(result);
+  fConnection = connection;
+  fIsOpen = true;
+  // SQLite may hand out the address of a closed connection again.
+  fClosedConnection = nullptr;
+}
+
+void SQLDatabase::Close() {
+  if (sqlite3_close(Usable(fConnection)) == SQLITE_OK) fClosedConnection = fConnection;
+  fIsOpen = false;
+}
+
+int SQLDatabase::AddCollation(const std::string& name, int (*compare)(void*, int, const void*, int, const void*)) {
+  sqlite3* const connection = Usable(fConnection);
+  // SQLite would crash.
+  if (connection == nullptr) return SQLITE_MISUSE;
+  return sqlite3_create_collation(connection, name.c_str(), SQLITE_UTF8, nullptr, compare);
+}
+
+}  // namespace sqldb

@@ -1,0 +1,22 @@
+#include <stdexcept>
+#include <string>
+
+#include <sqlite3.h>
+
+#include "sqldb/database.h"
+
+void ThrowError(int code) {
+  throw std::runtime_error("Error encountered: " + std::to_string(code) + ".\n");
+}
+
+void ThrowIf(bool condition) {
+  if (condition) throw std::runtime_error("Condition is not met.");
+}
+
+namespace sqldb {
+
+void SQLDatabase::ThrowMessageOf(sqlite3* connection) const {
+  throw std::runtime_error(sqlite3_errmsg(Usable(connection)));
+}
+
+}  // namespace sqldb
