@@ -1,0 +1,41 @@
+#include <sqlite3.h>
+
+#include "sqldb/cursor.h"
+#include "sqldb/database.h"
+#include "wrapping.h"
+
+namespace sqldb {
+
+std::int32_t SQLCursorBase::sfCursorSerialNumber = 0;
+
+SQLCursorBase::SQLCursorBase(SQLDatabase* database)
+    : fDatabase(database),
+      fSerialNumber(sfCursorSerialNumber = WrappingAdd(sfCursorSerialNumber, 1)),
+      fDatabaseLifetime(database->Lifetime()) {
+  fDatabase->fCursors.push_back(this);
+}
+
+SQLCursorBase::~SQLCursorBase() noexcept(false) {
+  if (!IsOrphan()) fDatabase->RemoveCursor(this);
+}
+
+bool SQLCursorBase::ProcessRow(sqlite3_stmt*) { return false; }
+
+void SQLCursorBase::PrepareToQuery(const std::string&) {}
+
+void SQLCursorBase::SendQuery(const std::string& sql, QueryCallback* callback, BindingCallback* binding) {
+  ThrowIf(IsOrphan());
+  fDatabase->SendQuery(sql, callback, binding);
+}
+
+sqlite3* SQLCursorBase::Connection() const {
+  ThrowIf(IsOrphan());
+  return fDatabase->Usable(fDatabase->fConnection);
+}
+
+void SQLCursorBase::ThrowMessage() const {
+  ThrowIf(IsOrphan());
+  fDatabase->ThrowMessageOf(fDatabase->fConnection);
+}
+
+}  // namespace sqldb
