@@ -1,0 +1,30 @@
+#include "sqldb/delete.h"
+
+#include <utility>
+
+#include "sqldb/database.h"
+#include "sqldb/table.h"
+#include "terms/where.h"
+#include "text_stream.h"
+
+namespace sqldb {
+
+SQLDeleteClass::SQLDeleteClass(SQLDatabase* database, SQLTableClass& table, boost::shared_ptr<SQLTermBase> term)
+    : fDatabase(database), fTable(&table), fTerm(std::move(term)), fTableLifetime(table.Lifetime()) {}
+
+SQLDeleteClass::~SQLDeleteClass() = default;
+
+void SQLDeleteClass::SetUpDelete() {
+  ThrowIf(fTableLifetime.expired());
+  TextStream text;
+  text << "DELETE FROM " << fTable->fName;
+  PrintWhere(text, fTerm);
+  fQuery = text.str();
+}
+
+void SQLDeleteClass::PerformDelete() {
+  SetUpDelete();
+  fTable->SendQuery(fQuery, nullptr, nullptr);
+}
+
+}  // namespace sqldb

@@ -1,0 +1,78 @@
+#include "sqldb/select.h"
+
+#include <string>
+#include <utility>
+
+#include "sqldb/column.h"
+#include "sqldb/cursor.h"
+#include "sqldb/table.h"
+#include "terms/where.h"
+#include "text_stream.h"
+
+namespace sqldb {
+
+SQLSelectClass::SQLSelectClass(SQLDatabase* database, boost::shared_ptr<SQLTableClass> table, std::uint32_t limit)
+    : fDatabase(database), fTable(std::move(table)), fLimit(limit), fDatabaseLifetime(database->Lifetime()) {
+  fDatabase->fSelects.push_back(this);
+}
+
+SQLSelectClass::~SQLSelectClass() {
+  delete fCallback;
+  if (!fDatabaseLifetime.expired()) fDatabase->RemoveSelect(this);
+}
+
+void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
+  TextStream text;
+  text << "SELECT";
+  if (fDistinct) text << " DISTINCT";
+  const char* separator = " ";
+  for (const auto& column : fColumns) {
+    text << separator << column->fName;
+    separator = ", ";
+  }
+  text << " FROM " << fTable->fName;
+  PrintWhere(text, fTerm);
+  separator = " ORDER BY ";
+  for (const OrderItem& item : fOrder) {
+    text << separator << item.fColumn->fName << (item.fAscending != 0 ? "" : " DESC");
+    separator = ", ";
+  }
+  // By to_string: a term may have left the stream printing hexadecimal.
+  if (fLimit != 0) {
+    text << " LIMIT " << std::to_string(fLimit);
+  } else if (fOffset != 0) {
+    text << " LIMIT -1";  // SQLite needs a limit before an offset
+  }
+  if (fOffset != 0) text << " OFFSET " << std::to_string(fOffset);
+
+  cursor->fIsShared = true;
+  fCallback = new SelectCallback(cursor);
+  cursor->fColumns = fColumns;
+  fQuery = text.str();
+}
+
+void SQLSelectClass::PrepareSelect(boost::shared_ptr<SQLCursorBase> cursor) {
+  SetupSelect(cursor);
+  cursor->PrepareToQuery(fQuery);
+}
+
+void SQLSelectClass::PerformSelect(boost::shared_ptr<SQLCursorBase> cursor) {
+  SetupSelect(cursor);
+  // A copy: ProcessRow may set this select up again.
+  const std::string query = fQuery;
+  cursor->SendQuery(query, fCallback, nullptr);
+}
+
+boost::shared_ptr<SQLSelectClass>& operator<<(boost::shared_ptr<SQLSelectClass>& select,
+                                              boost::shared_ptr<SQLColumnBase> column) {
+  select->fColumns.push_back(std::move(column));
+  return select;
+}
+
+}  // namespace sqldb
+
+SelectCallback::SelectCallback(boost::shared_ptr<sqldb::SQLCursorBase> cursor) : fCursor(std::move(cursor)) {}
+
+SelectCallback::~SelectCallback() = default;
+
+bool SelectCallback::ProcessRow(sqlite3_stmt* statement) { return fCursor->ProcessRow(statement); }
