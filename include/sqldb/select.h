@@ -49,9 +49,8 @@ class SQLDB_EXPORT SQLSelectClass {
   void PrepareSelect(boost::shared_ptr<SQLCursorBase> cursor);
 
   /// SetupSelect, then the cursor's SendQuery: every row goes to the cursor's ProcessRow until that returns false.
-  /// Never waits for a busy file. Throws what SendQuery and ProcessRow throw. ProcessRow may run this select again, with
-  /// another cursor.
-  /// REQUIRES: the select lives until the call returns.
+  /// Never waits for a busy file. Throws what SendQuery and ProcessRow throw. ProcessRow may run this select again,
+  /// with another cursor. REQUIRES: the select lives until the call returns.
   void PerformSelect(boost::shared_ptr<SQLCursorBase> cursor);
 
   /// The database whose list holds the select; not owned.

@@ -31,8 +31,8 @@ class SQLUpdateClass;
 
 /// One table of one database. Names are written into SQL unquoted and unchecked: they are code, never input.
 ///
-/// What sends SQL throws SQLite's message, or "Condition is not met." once the database is destroyed; so does IsWritable
-/// then.
+/// What sends SQL throws SQLite's message, or "Condition is not met." once the database is destroyed; so does
+/// IsWritable then.
 class SQLDB_EXPORT SQLTableClass {
  public:
   /// A table that is not registered, and for which CountRecords and HasTerm therefore throw; see

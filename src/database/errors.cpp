@@ -5,9 +5,7 @@
 
 #include "sqldb/database.h"
 
-void ThrowError(int code) {
-  throw std::runtime_error("Error encountered: " + std::to_string(code) + ".\n");
-}
+void ThrowError(int code) { throw std::runtime_error("Error encountered: " + std::to_string(code) + ".\n"); }
 
 void ThrowIf(bool condition) {
   if (condition) throw std::runtime_error("Condition is not met.");

@@ -29,10 +29,7 @@ void Forget(std::vector<boost::shared_ptr<Statement>>& list, const Statement* st
 }  // namespace
 
 SQLTableClass::SQLTableClass(SQLDatabase& database, const std::string& name)
-    : fDatabase(database),
-      fName(name),
-      fDatabaseLifetime(database.Lifetime()),
-      fLifetime(boost::make_shared<bool>()) {}
+    : fDatabase(database), fName(name), fDatabaseLifetime(database.Lifetime()), fLifetime(boost::make_shared<bool>()) {}
 
 SQLTableClass::~SQLTableClass() {
   // Statements that the lists let go of must leave the lists alone.

@@ -1,0 +1,292 @@
+#include "support/call_recorder.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace support {
+
+namespace {
+
+CallRecorder* current = nullptr;
+// Above 0 inside SQLite, inside fAfterCall, and while a Pause lives.
+int silence = 0;
+
+struct Silence {
+  Silence() { ++silence; }
+  ~Silence() { --silence; }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+};
+
+template <typename Function>
+Function* Real(const char* name) {
+  void* const symbol = dlsym(RTLD_NEXT, name);
+  if (symbol == nullptr) {
+    std::cerr << "no real " << name << "\n";
+    std::abort();
+  }
+  return reinterpret_cast<Function*>(symbol);
+}
+
+}  // namespace
+
+std::string Call::Line() const {
+  if (function == "errmsg" || function == "column_text") return function + (text.empty() ? "" : " " + text);
+  if (function == "usleep" || function == "column_int" || function == "note") return function + " " + text;
+  const std::string argument = text.empty() && function != "prepare" ? "" : " '" + text + "'";
+  return function + argument + " = " + std::to_string(result);
+}
+
+CallRecorder::CallRecorder() {
+  if (current != nullptr) std::abort();
+  current = this;
+}
+
+CallRecorder::~CallRecorder() { current = nullptr; }
+
+std::vector<std::string> CallRecorder::Lines() const {
+  std::vector<std::string> lines;
+  for (const Call& call : fCalls) lines.push_back(call.Line());
+  return lines;
+}
+
+std::vector<Call> CallRecorder::CallsOf(const std::string& function) const {
+  std::vector<Call> calls;
+  for (const Call& call : fCalls) {
+    if (call.function == function) calls.push_back(call);
+  }
+  return calls;
+}
+
+std::vector<std::string> CallRecorder::Sql() const {
+  std::vector<std::string> texts;
+  for (const Call& call : CallsOf("prepare")) texts.push_back(call.text);
+  return texts;
+}
+
+void CallRecorder::Clear() {
+  fCalls.clear();
+  fForced.clear();
+  fSlept = 0;
+}
+
+void CallRecorder::Note(const std::string& text) {
+  Call call;
+  call.function = "note";
+  call.text = text;
+  fCalls.push_back(call);
+}
+
+void CallRecorder::Force(const std::string& function, int result, int times, int skip) {
+  fForced.push_back(Forced{function, result, times, skip});
+}
+
+CallRecorder::Pause::Pause() { ++silence; }
+
+CallRecorder::Pause::~Pause() { --silence; }
+
+// The way into the recorder for the functions below.
+class Interposer {
+ public:
+  static bool Listening() { return current != nullptr && silence == 0; }
+  static bool Simulated() { return current != nullptr; }
+
+  static void Record(const Call& call) {
+    current->fCalls.push_back(call);
+    if (current->fAfterCall) {
+      Silence silent;
+      current->fAfterCall(call);
+    }
+  }
+
+  static void Sleep(unsigned microseconds) {
+    current->fSlept += microseconds;
+    Call call;
+    call.function = "usleep";
+    call.text = std::to_string(microseconds);
+    Record(call);
+  }
+
+  // True, and the result in `result`, if this call of `function` is to be forced.
+  static bool TakeForced(const std::string& function, int& result) {
+    for (CallRecorder::Forced& forced : current->fForced) {
+      if (forced.function != function || forced.times == 0) continue;
+      if (forced.skip > 0) {
+        --forced.skip;
+        return false;
+      }
+      --forced.times;
+      result = forced.result;
+      return true;
+    }
+    return false;
+  }
+};
+
+}  // namespace support
+
+using support::Call;
+using support::Interposer;
+using support::Real;
+using support::Silence;
+
+extern "C" {
+
+int sqlite3_open(const char* path, sqlite3** connection) {
+  static auto* const real = Real<int(const char*, sqlite3**)>("sqlite3_open");
+  if (!Interposer::Listening()) return real(path, connection);
+  Call call;
+  call.function = "open";
+  call.text = path;
+  if (Interposer::TakeForced(call.function, call.result)) {
+    *connection = nullptr;
+  } else {
+    Silence silent;
+    call.result = real(path, connection);
+  }
+  call.out = *connection;
+  Interposer::Record(call);
+  return call.result;
+}
+
+int sqlite3_close(sqlite3* connection) {
+  static auto* const real = Real<int(sqlite3*)>("sqlite3_close");
+  if (!Interposer::Listening()) return real(connection);
+  Call call;
+  call.function = "close";
+  call.handle = connection;
+  if (!Interposer::TakeForced(call.function, call.result)) {
+    Silence silent;
+    call.result = real(connection);
+  }
+  Interposer::Record(call);
+  return call.result;
+}
+
+const char* sqlite3_errmsg(sqlite3* connection) {
+  static auto* const real = Real<const char*(sqlite3*)>("sqlite3_errmsg");
+  if (!Interposer::Listening()) return real(connection);
+  Call call;
+  call.function = "errmsg";
+  call.handle = connection;
+  const char* message = nullptr;
+  {
+    Silence silent;
+    message = real(connection);
+  }
+  call.out = message;
+  Interposer::Record(call);
+  return message;
+}
+
+int sqlite3_prepare(sqlite3* connection, const char* sql, int length, sqlite3_stmt** statement, const char** tail) {
+  static auto* const real = Real<int(sqlite3*, const char*, int, sqlite3_stmt**, const char**)>("sqlite3_prepare");
+  if (!Interposer::Listening()) return real(connection, sql, length, statement, tail);
+  Call call;
+  call.function = "prepare";
+  call.text = sql;
+  call.handle = connection;
+  call.number = length;
+  if (Interposer::TakeForced(call.function, call.result)) {
+    *statement = nullptr;
+  } else {
+    Silence silent;
+    call.result = real(connection, sql, length, statement, tail);
+  }
+  call.out = *statement;
+  Interposer::Record(call);
+  return call.result;
+}
+
+int sqlite3_step(sqlite3_stmt* statement) {
+  static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_step");
+  if (!Interposer::Listening()) return real(statement);
+  Call call;
+  call.function = "step";
+  call.handle = statement;
+  if (!Interposer::TakeForced(call.function, call.result)) {
+    Silence silent;
+    call.result = real(statement);
+  }
+  Interposer::Record(call);
+  return call.result;
+}
+
+int sqlite3_finalize(sqlite3_stmt* statement) {
+  static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_finalize");
+  if (!Interposer::Listening()) return real(statement);
+  Call call;
+  call.function = "finalize";
+  call.handle = statement;
+  {
+    Silence silent;
+    call.result = real(statement);
+  }
+  Interposer::TakeForced(call.function, call.result);
+  Interposer::Record(call);
+  return call.result;
+}
+
+int sqlite3_column_int(sqlite3_stmt* statement, int column) {
+  static auto* const real = Real<int(sqlite3_stmt*, int)>("sqlite3_column_int");
+  if (!Interposer::Listening()) return real(statement, column);
+  Call call;
+  call.function = "column_int";
+  call.text = std::to_string(column);
+  call.handle = statement;
+  {
+    Silence silent;
+    call.result = real(statement, column);
+  }
+  Interposer::Record(call);
+  return call.result;
+}
+
+const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
+  static auto* const real = Real<const unsigned char*(sqlite3_stmt*, int)>("sqlite3_column_text");
+  if (!Interposer::Listening()) return real(statement, column);
+  Call call;
+  call.function = "column_text";
+  call.text = std::to_string(column);
+  call.handle = statement;
+  const unsigned char* text = nullptr;
+  {
+    Silence silent;
+    text = real(statement, column);
+  }
+  call.out = text;
+  Interposer::Record(call);
+  return text;
+}
+
+int sqlite3_create_collation(sqlite3* connection, const char* name, int encoding, void* user,
+                             int (*compare)(void*, int, const void*, int, const void*)) {
+  using Compare = int (*)(void*, int, const void*, int, const void*);
+  static auto* const real = Real<int(sqlite3*, const char*, int, void*, Compare)>("sqlite3_create_collation");
+  if (!Interposer::Listening()) return real(connection, name, encoding, user, compare);
+  Call call;
+  call.function = "create_collation";
+  call.text = name;
+  call.handle = connection;
+  call.number = encoding;
+  call.out = user;
+  if (!Interposer::TakeForced(call.function, call.result)) {
+    Silence silent;
+    call.result = real(connection, name, encoding, user, compare);
+  }
+  Interposer::Record(call);
+  return call.result;
+}
+
+int usleep(useconds_t microseconds) {
+  static auto* const real = Real<int(useconds_t)>("usleep");
+  if (!Interposer::Simulated()) return real(microseconds);
+  // SQLite's own waits, too, take no time; only the library's are noted.
+  if (Interposer::Listening()) Interposer::Sleep(microseconds);
+  return 0;
+}
+
+}  // extern "C"
