@@ -1,6 +1,7 @@
+#include "sqldb/cursor.h"
+
 #include <sqlite3.h>
 
-#include "sqldb/cursor.h"
 #include "sqldb/database.h"
 #include "wrapping.h"
 

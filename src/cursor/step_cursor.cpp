@@ -1,10 +1,11 @@
+#include "sqldb/cursor.h"
+
 #include <exception>
 
 #include <sqlite3.h>
 #include <unistd.h>
 
 #include "sqldb/column.h"
-#include "sqldb/cursor.h"
 
 namespace sqldb {
 

@@ -1,8 +1,9 @@
+#include "sqldb/database.h"
+
 #include <sqlite3.h>
 
 #include <boost/make_shared.hpp>
 
-#include "sqldb/database.h"
 #include "sqldb/table.h"
 
 namespace sqldb {

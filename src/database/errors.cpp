@@ -1,9 +1,9 @@
+#include "sqldb/database.h"
+
 #include <stdexcept>
 #include <string>
 
 #include <sqlite3.h>
-
-#include "sqldb/database.h"
 
 void ThrowError(int code) { throw std::runtime_error("Error encountered: " + std::to_string(code) + ".\n"); }
 

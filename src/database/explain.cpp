@@ -1,9 +1,9 @@
+#include "sqldb/database.h"
+
 #include <iostream>
 #include <stdexcept>
 
 #include <sqlite3.h>
-
-#include "sqldb/database.h"
 
 namespace sqldb {
 

@@ -1,6 +1,6 @@
-#include <sqlite3.h>
-
 #include "sqldb/database.h"
+
+#include <sqlite3.h>
 
 namespace sqldb {
 

@@ -1,7 +1,8 @@
+#include "sqldb/database.h"
+
 #include <algorithm>
 #include <utility>
 
-#include "sqldb/database.h"
 #include "sqldb/select.h"
 #include "sqldb/table.h"
 

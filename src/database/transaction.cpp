@@ -1,4 +1,5 @@
 #include "sqldb/database.h"
+
 #include "wrapping.h"
 
 namespace sqldb {

@@ -1,9 +1,10 @@
+#include "sqldb/table.h"
+
 #include "sqldb/column.h"
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
 #include "sqldb/delete.h"
 #include "sqldb/select.h"
-#include "sqldb/table.h"
 #include "sqldb/term.h"
 
 namespace sqldb {

@@ -1,6 +1,7 @@
+#include "sqldb/table.h"
+
 #include "sqldb/delete.h"
 #include "sqldb/insert.h"
-#include "sqldb/table.h"
 #include "sqldb/update.h"
 
 namespace sqldb {
