@@ -83,9 +83,9 @@ class SQLDB_EXPORT SQLCursorBase {
 /// Where one result column goes.
 struct ItemOffset {
   /// Offset in bytes from the start of the buffer; need not be aligned.
-  std::uint32_t fByteOffset;
+  std::uint32_t fByteOffset = 0;
   /// 0: the record given to SQLStepCursor::Step. 1 to 3: the further buffers, in order.
-  std::uint16_t fBuffer;
+  std::uint16_t fBuffer = 0;
 };
 
 /// Where the result columns go: entry i belongs to result column i, in the order in which the columns were added to

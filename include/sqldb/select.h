@@ -26,7 +26,7 @@ class SQLTermBase;
 struct OrderItem {
   boost::shared_ptr<SQLColumnBase> fColumn;
   /// Zero: descending.
-  std::uint8_t fAscending;
+  std::uint8_t fAscending = 1;
 };
 
 /// One SELECT statement. Made by SQLDatabase::NewSelect and listed in the database's `fSelects` while it lives.

@@ -1,0 +1,5 @@
+# Runs PROGRAM and fails unless it succeeds and prints exactly EXPECTED.
+execute_process(COMMAND ${PROGRAM} OUTPUT_VARIABLE output RESULT_VARIABLE result)
+if(NOT result EQUAL 0 OR NOT output STREQUAL EXPECTED)
+  message(FATAL_ERROR "${PROGRAM} ended with ${result} and printed\n${output}instead of\n${EXPECTED}")
+endif()
