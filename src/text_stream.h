@@ -1,9 +1,10 @@
-#ifndef SQLDB_TEXT_STREAM_H
-#define SQLDB_TEXT_STREAM_H
+#ifndef SQLDB_SRC_TEXT_STREAM_H
+#define SQLDB_SRC_TEXT_STREAM_H
 
 #include <locale>
 #include <ostream>
 #include <sstream>
+#include <string>
 
 namespace sqldb {
 
@@ -19,8 +20,14 @@ inline void MakeExact(std::ostream& stream) {
 class TextStream : public std::ostringstream {
  public:
   TextStream() { MakeExact(*this); }
+
+  // The finished text. Throws if any of it was lost, even where a term caught the stream's exception and went on.
+  std::string Text() {
+    MakeExact(*this);
+    return str();
+  }
 };
 
 }  // namespace sqldb
 
-#endif  // SQLDB_TEXT_STREAM_H
+#endif  // SQLDB_SRC_TEXT_STREAM_H

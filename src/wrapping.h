@@ -1,5 +1,5 @@
-#ifndef SQLDB_WRAPPING_H
-#define SQLDB_WRAPPING_H
+#ifndef SQLDB_SRC_WRAPPING_H
+#define SQLDB_SRC_WRAPPING_H
 
 #include <cstdint>
 
@@ -12,4 +12,4 @@ inline std::int32_t WrappingAdd(std::int32_t counter, std::int32_t step) {
 
 }  // namespace sqldb
 
-#endif  // SQLDB_WRAPPING_H
+#endif  // SQLDB_SRC_WRAPPING_H

@@ -4,8 +4,8 @@
 // A column describes itself in CREATE TABLE and copies a result value into client memory. SQLColumnBase holds
 // everything but the value's type, which SQLColumnClass adds.
 //
-// The library provides 32-bit unsigned integers. For another type T, specialise ColumnTraits<T> and define
-// AssignTo by explicit specialisation, both before the first use of the column:
+// The library provides 32-bit unsigned integers. For another type T, specialise ColumnTraits<T> and define AssignTo
+// by explicit specialisation, both before the first use of the column:
 //
 //   template <> struct ColumnTraits<double> {
 //     static std::string SQLColumnTypeString() { return "REAL"; }
@@ -46,8 +46,8 @@ class SQLDB_EXPORT SQLColumnBase {
   /// The name of the object's class, here "SQLColumnBase".
   virtual std::string IAmAKindOf() const;
 
-  /// The definition without the name: the type, then " NOT NULL", " UNIQUE", " PRIMARY KEY" and " COLLATE NAME" as they
-  /// apply.
+  /// The definition without the name: the type, then " NOT NULL", " UNIQUE", " PRIMARY KEY" and " COLLATE NAME" as
+  /// they apply.
   std::string GetSpecAsString() const;
 
   /// The table the column belongs to; not owned, never followed, may be null.
@@ -60,9 +60,11 @@ class SQLDB_EXPORT SQLColumnBase {
   std::string fCollation;
   /// False writes " NOT NULL".
   bool fCanBeNull;
+  /// True writes " UNIQUE".
   bool fIsUnique;
+  /// True writes " PRIMARY KEY".
   bool fIsPrimaryKey;
-  /// Size of one client value, in bytes.
+  /// Size of one client value, in bytes. For the application; the library does not read it.
   std::uint32_t fSize;
   /// Rank among the table's columns in CREATE TABLE, set by SQLTableClass::AddColumn; 0 before.
   std::uint16_t fSerial = 0;

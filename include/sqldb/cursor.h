@@ -1,8 +1,8 @@
 #ifndef SQLDB_CURSOR_H
 #define SQLDB_CURSOR_H
 
-// A cursor runs the query of one select and receives its rows. SQLStepCursor copies each row into the
-// application's memory; other cursors derive from SQLCursorBase and override ProcessRow.
+// A cursor runs the query of one select and receives its rows. SQLStepCursor copies each row into the application's
+// memory; other cursors derive from SQLCursorBase and override ProcessRow.
 //
 // Order of calls for a step cursor: construct, SQLSelectClass::PrepareSelect, Step until it returns 1, release.
 
@@ -31,7 +31,7 @@ class SQLDatabase;
 class SQLDB_EXPORT SQLCursorBase {
  public:
   /// Takes the next serial number and joins the database's list.
-  /// REQUIRES: `database` is not null. It should outlive the cursor.
+  /// REQUIRES: `database` is not null.
   explicit SQLCursorBase(SQLDatabase* database);
 
   /// Leaves the database's list, if the database still lives. May throw in derived classes; see SQLStepCursor.
@@ -40,8 +40,8 @@ class SQLDB_EXPORT SQLCursorBase {
   SQLCursorBase(const SQLCursorBase&) = delete;
   SQLCursorBase& operator=(const SQLCursorBase&) = delete;
 
-  /// Handles one row of a performed select; see QueryCallback::ProcessRow. The base returns false: one row,
-  /// then stop.
+  /// Handles one row of a performed select; see QueryCallback::ProcessRow. The base returns false: one row, then
+  /// stop.
   virtual bool ProcessRow(sqlite3_stmt* statement);
 
   /// Gets ready to run `sql`, the text of a prepared select. The base does nothing.
@@ -104,17 +104,18 @@ struct SQLDB_EXPORT OffsetSpec {
 /// All of SQLStepCursor<T> that does not depend on T.
 class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enable_shared_from_this<SQLStepCursorBase> {
  public:
-  /// Finalizes the statement. SQLite then repeats the failure of the last step, if it failed; the destructor throws
-  /// that message where it can reach a caller: when the cursor has automatic storage or is deleted by hand, no other
-  /// exception is in flight, and the database lives. Under a boost::shared_ptr it ends quietly, since an
-  /// exception could not leave the pointer's release.
-  /// REQUIRES: no std::shared_ptr, std::unique_ptr or boost::scoped_ptr owns a cursor whose last step failed.
-  /// These owners cannot be told apart from a delete by hand, and end the process.
+  /// Finalizes the statement. If the last step failed, SQLite repeats the failure; the destructor throws its message
+  /// only where that can reach a caller: no boost::shared_ptr ever held the cursor, no other exception is in flight,
+  /// and the database lives. Otherwise it ends quietly, since an exception cannot leave a shared pointer's release.
+  /// REQUIRES: a cursor whose last step failed is not destroyed by a std::shared_ptr, std::unique_ptr,
+  /// boost::scoped_ptr or container, nor as a member of an object that is owned so, by a boost::shared_ptr included;
+  /// nor by a boost::shared_ptr made from a SQLCursorBase*, unless a select was given it. A derived class does not
+  /// add boost::enable_shared_from_this again. These cannot be told from a delete by hand, and end the process.
   ~SQLStepCursorBase() noexcept(false) override;
 
   /// Compiles the first statement of `sql`; the rest is ignored. Throws SQLite's message, also when the file is busy:
-  /// compiling does not wait.
-  /// REQUIRES: called once. A second statement takes the place of the first, which is left behind.
+  /// compiling does not wait; `fStatement` is then null, and the call may be repeated.
+  /// REQUIRES: called once with success. A second statement takes the place of the first, which is left behind.
   void PrepareToQuery(const std::string& sql) override;
 
   /// Where each result column goes.
@@ -141,8 +142,8 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
   std::vector<char*> fBuffers;
 };
 
-/// Runs one prepared select and copies its rows, one at a time, into the application's memory. T is the type of
-/// the record that the rows go to.
+/// Runs one prepared select and copies its rows, one at a time, into the application's memory. T is the type of the
+/// record that the rows go to.
 ///
 /// Usually held through a boost::shared_ptr<SQLCursorBase>, as SQLSelectClass::PrepareSelect takes it.
 template <typename T>
@@ -152,14 +153,16 @@ class SQLStepCursor : public SQLStepCursorBase {
   /// REQUIRES: one offset per result column, by the time of the first row.
   SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {}
 
-  /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0
-  /// when a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the
-  /// query again.
+  /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0 when
+  /// a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the query
+  /// again.
   ///
-  /// While the file is busy, sleeps a tenth of a second and tries again, up to 600 times; then, and on every other
-  /// failure, throws SQLite's message ("Condition is not met." if the database is gone). The statement stays, and is
-  /// finalized with the cursor. What a column's AssignTo throws passes through; the row is then not counted.
-  /// REQUIRES: every buffer that an offset names is given, and is large enough for its value.
+  /// While the file is busy, sleeps a tenth of a second and tries again, up to 600 times, a minute in all; then, and
+  /// on every other failure, throws SQLite's message ("Condition is not met." if the database is gone), the buffers
+  /// untouched. The statement stays, and is finalized with the cursor. What a column's AssignTo throws passes
+  /// through; the columns before it are then stored, and the row is not counted.
+  /// REQUIRES: PrepareToQuery succeeded; otherwise the message is whatever the connection had last. Every buffer that
+  /// an offset names is given, and is large enough for its value.
   int Step(T& record, void* second = nullptr, void* third = nullptr, void* fourth = nullptr) {
     return StepIt(CollectBuffers(std::addressof(record), second, third, fourth));
   }

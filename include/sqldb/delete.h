@@ -31,7 +31,8 @@ class SQLDB_EXPORT SQLDeleteClass {
   /// Builds `fQuery` from the current term. Throws "Condition is not met." once the table is destroyed.
   void SetUpDelete();
 
-  /// SetUpDelete, then sends the text. Never waits for a busy file. Throws SQLite's message.
+  /// SetUpDelete, then sends the text. Never waits for a busy file. Throws SQLite's message, or "Condition is not
+  /// met." once the table or its database is destroyed.
   void PerformDelete();
 
   /// The database of the table; not owned.

@@ -26,7 +26,9 @@ class SQLValueBase;
 /// One INSERT statement. The lists are checked neither for their lengths nor for being empty; SQLite refuses what is
 /// wrong.
 ///
-/// Every operation throws "Condition is not met." once the table is destroyed.
+/// Once the table is destroyed, every operation throws "Condition is not met." and leaves `fQuery` as it is. Once
+/// only the database is, PerformInsert throws that, with the text kept as after any failed send.
+/// REQUIRES: no entry of the lists is null.
 class SQLDB_EXPORT SQLInsertClass {
  public:
   explicit SQLInsertClass(SQLTableClass& table);
@@ -43,15 +45,16 @@ class SQLDB_EXPORT SQLInsertClass {
   /// Builds the text, sends it with every value offered its binding, empties `fQuery`, and erases `fValues` if
   /// `clearValues` is true. Never waits for a busy file.
   ///
-  /// Throws SQLite's message. The values are then kept, and so is the text in `fQuery`: the next call sends it again,
-  /// with the new statement's text right behind it. To give the failed statement up instead, call fQuery.str("").
+  /// Throws SQLite's message, or what a value's Print or BindingOpportunity throws. The values are then kept, and
+  /// unless a Print threw, so is the text in `fQuery`: the next call sends it again, with its own text right behind
+  /// it, so that the row may be written twice. To give the failed statement up instead, call fQuery.str("").
   void PerformInsert(bool clearValues);
 
   /// The table that is written to; not owned.
   SQLTableClass& fTable;
   /// "INSERT", or "REPLACE" in a SQLReplaceClass.
   std::string fVerb;
-  /// The text from SetupInsert until a send succeeds.
+  /// The text from SetupInsert until a send succeeds. Values are printed with its formatting.
   std::ostringstream fQuery;
   /// The columns to fill, in the order of the statement.
   std::vector<boost::shared_ptr<SQLColumnBase>> fColumns;
@@ -59,6 +62,8 @@ class SQLDB_EXPORT SQLInsertClass {
   std::vector<boost::shared_ptr<SQLValueBase>> fValues;
 
  private:
+  std::string BuildText() const;
+
   boost::weak_ptr<void> fTableLifetime;
 };
 

@@ -3,14 +3,16 @@
 
 // A select builds the text of one SELECT over one table and runs it through a cursor.
 //
-// Order of calls: SQLDatabase::NewSelect, add columns with <<, assign the public members, then PrepareSelect (and step
-// the cursor) or PerformSelect (the cursor's ProcessRow gets every row). Either may be repeated, with a new cursor.
+// Order of calls: SQLDatabase::NewSelect, add columns with <<, assign the public members, then PrepareSelect (and
+// step the cursor) or PerformSelect (the cursor's ProcessRow gets every row). Either may be repeated, with a new
+// cursor, at the price that SetupSelect names.
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 
 #include "sqldb/database.h"
 #include "sqldb/export.h"
@@ -40,9 +42,13 @@ class SQLDB_EXPORT SQLSelectClass {
   SQLSelectClass(const SQLSelectClass&) = delete;
   SQLSelectClass& operator=(const SQLSelectClass&) = delete;
 
-  /// Builds `fQuery`, makes a new `fCallback` for the cursor, and gives the cursor the result columns. An earlier
-  /// callback is deliberately not deleted, a query may still be running on it: it and its cursor stay allocated.
-  /// REQUIRES: neither `cursor` nor `fTable` is null.
+  /// Builds `fQuery`, makes a new `fCallback` for the cursor, and gives the cursor the result columns. The select
+  /// keeps the cursor alive until it is destroyed, and a step cursor its statement, which makes SQLite refuse a Close
+  /// so long.
+  ///
+  /// An earlier callback is deliberately not deleted, because a query may still be running on it: it, its cursor and
+  /// that cursor's statement stay for the rest of the process. So make a new select rather than prepare one twice.
+  /// REQUIRES: `cursor`, `fTable` and the entries of `fColumns` and `fOrder` are not null.
   void SetupSelect(boost::shared_ptr<SQLCursorBase> cursor);
 
   /// SetupSelect, then the cursor's PrepareToQuery. Throws what that throws.
@@ -50,7 +56,8 @@ class SQLDB_EXPORT SQLSelectClass {
 
   /// SetupSelect, then the cursor's SendQuery: every row goes to the cursor's ProcessRow until that returns false.
   /// Never waits for a busy file. Throws what SendQuery and ProcessRow throw. ProcessRow may run this select again,
-  /// with another cursor. REQUIRES: the select lives until the call returns.
+  /// with another cursor.
+  /// REQUIRES: the select lives until the call returns.
   void PerformSelect(boost::shared_ptr<SQLCursorBase> cursor);
 
   /// The database whose list holds the select; not owned.

@@ -31,8 +31,8 @@ class SQLUpdateClass;
 
 /// One table of one database. Names are written into SQL unquoted and unchecked: they are code, never input.
 ///
-/// What sends SQL throws SQLite's message, or "Condition is not met." once the database is destroyed; so does
-/// IsWritable then.
+/// What sends SQL throws SQLite's message, or "Condition is not met." once the database is destroyed; IsWritable too
+/// throws the latter.
 class SQLDB_EXPORT SQLTableClass {
  public:
   /// A table that is not registered, and for which CountRecords and HasTerm therefore throw; see
@@ -55,7 +55,8 @@ class SQLDB_EXPORT SQLTableClass {
   void SendQuery(const std::string& sql, QueryCallback* callback, BindingCallback* binding);
 
   /// Files the column under its name and ranks it last in CREATE TABLE. A column already filed under that name is
-  /// replaced. The column's `fTable` is not looked at.
+  /// replaced. The column's `fTable` is not looked at. After 65,536 columns the ranks start again at 0.
+  /// REQUIRES: `column` is not null, and its name does not change while it is filed.
   void AddColumn(boost::shared_ptr<SQLColumnBase> column);
 
   /// True when a column is filed under exactly this name.
@@ -73,19 +74,20 @@ class SQLDB_EXPORT SQLTableClass {
   /// Sends CREATE INDEX for the index TABLE_COLUMN. The name is not looked up among the columns.
   void CreateIndexForColumn(const std::string& columnName);
 
-  /// Deletes the rows for which `term` holds; all of them if it is null or empty.
+  /// Deletes the rows for which `term` holds; ALL of them if it is null or empty. Never waits for a busy file.
   void DeleteRecords(boost::shared_ptr<SQLTermBase> term);
 
   /// How many rows `term` holds for; all of them if it is null or empty. Counts beyond 32 bits are not supported.
-  /// Waits for a busy file as SQLStepCursor::Step does. Throws "Condition is not met." if the table is not
-  /// registered with its database.
+  /// Waits for a busy file as SQLStepCursor::Step does. Throws "Condition is not met." if the table is not registered
+  /// with its database.
   std::uint32_t CountRecords(boost::shared_ptr<SQLTermBase> term);
 
   /// True when `term` holds for at least one row; null or empty, when there is any row. Waits and throws as
   /// CountRecords does.
   bool HasTerm(boost::shared_ptr<SQLTermBase> term);
 
-  /// A new statement on this table, owned by the caller and filed nowhere. It should not outlive the table.
+  /// A new statement on this table, owned by the caller and filed nowhere. It may outlive the table, but only to be
+  /// destroyed.
   boost::shared_ptr<SQLInsertClass> NewInsert();
   boost::shared_ptr<SQLReplaceClass> NewReplace();
   boost::shared_ptr<SQLUpdateClass> NewUpdate();
@@ -96,9 +98,6 @@ class SQLDB_EXPORT SQLTableClass {
   void RemoveInsert(SQLInsertClass* statement);
   void RemoveUpdate(SQLUpdateClass* statement);
 
-  /// A reference that expires when the table is destroyed.
-  boost::weak_ptr<void> Lifetime() const { return fLifetime; }
-
   /// The database the table lives in; not owned.
   SQLDatabase& fDatabase;
   /// The name as written into SQL.
@@ -107,7 +106,8 @@ class SQLDB_EXPORT SQLTableClass {
   bool fCreated = false;
   /// The columns by name.
   std::map<std::string, boost::shared_ptr<SQLColumnBase>> fColumns;
-  /// Statements that the application filed here. The library adds none.
+  /// Statements that the application filed here; they live until RemoveInsert, RemoveUpdate or the table's end. The
+  /// library adds none.
   std::vector<boost::shared_ptr<SQLInsertClass>> fInserts;
   std::vector<boost::shared_ptr<SQLUpdateClass>> fUpdates;
   /// The rank that the next column gets; wraps to 0 after 65,535.
@@ -116,9 +116,14 @@ class SQLDB_EXPORT SQLTableClass {
   bool fDestroying = false;
 
  private:
+  friend class SQLDeleteClass;
+  friend class SQLInsertClass;
+  friend class SQLUpdateClass;
+
   SQLDatabase& Database() const;
 
   boost::weak_ptr<void> fDatabaseLifetime;
+  // What hangs on the table watches this.
   boost::shared_ptr<void> fLifetime;
 };
 

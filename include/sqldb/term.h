@@ -1,8 +1,8 @@
 #ifndef SQLDB_TERM_H
 #define SQLDB_TERM_H
 
-// A term is the condition of a WHERE clause. Terms with content are the application's own: derive from
-// SQLTermBase, override both operations, and begin the printed text with a blank, since none is written after " WHERE".
+// A term is the condition of a WHERE clause. Terms with content are the application's own: derive from SQLTermBase,
+// override both operations, and begin the printed text with a blank, since none is written after " WHERE".
 //
 //   class PriceBelow : public sqldb::SQLTermBase {
 //    public:
@@ -27,7 +27,7 @@ class SQLDB_EXPORT SQLTermBase {
   virtual ~SQLTermBase();
 
   /// Writes the condition, a leading blank included, and returns `out`. The text is code: it is neither quoted nor
-  /// put in parentheses. The base writes nothing.
+  /// put in parentheses. The base writes nothing. What it throws passes through, and nothing is sent.
   virtual std::ostream& Print(std::ostream& out) const;
 
   /// True when there is something to print. A select or a delete does not print a term that says false. The base
@@ -42,7 +42,8 @@ class SQLDB_EXPORT SQLEmptyTerm : public SQLTermBase {
 
   bool NotEmpty() const override;
 
-  /// The one to pass wherever a term is expected; lives as long as the library is loaded.
+  /// The one to pass wherever a term is expected; lives as long as the library is loaded. In a static build, not for
+  /// use by other static initialisers.
   static boost::shared_ptr<SQLTermBase> EmptyTerm;
 };
 

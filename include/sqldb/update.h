@@ -31,11 +31,11 @@ class SQLDB_EXPORT SQLUpdateClass {
   SQLUpdateClass(const SQLUpdateClass&) = delete;
   SQLUpdateClass& operator=(const SQLUpdateClass&) = delete;
 
-  /// Builds the text, sends it, and erases `fValues` if `clearValues` is true. " WHERE" is always written and the term
-  /// always printed, whatever its NotEmpty says: to change every row, use a term that prints a condition which is
-  /// always true. Never waits for a busy file. Throws SQLite's message, or "Condition is not met." once the table
-  /// is destroyed; the values are then kept.
-  /// REQUIRES: `fTerm` is not null, and `fValues` has an entry for every column.
+  /// Builds the text, sends it, and erases `fValues` if `clearValues` is true. " WHERE" is always written and the
+  /// term always printed, whatever its NotEmpty says: to change every row, use a term that prints a condition which
+  /// is always true. Never waits for a busy file. Throws SQLite's message, or "Condition is not met." once the table
+  /// or its database is destroyed; the values are then kept.
+  /// REQUIRES: `fTerm` is not null, `fValues` has an entry for every column, and no entry is null.
   void PerformUpdate(bool clearValues);
 
   /// The table that is updated; not owned.

@@ -28,7 +28,7 @@ struct sqlite3_stmt;
 
 namespace sqldb {
 
-/// One value of an insert, replace or update. May be shared between statements.
+/// One value of an insert, replace or update. May be shared between statements. A copy has the same parameter name.
 class SQLDB_EXPORT SQLValueBase {
  public:
   /// A value without a parameter name.
@@ -56,7 +56,7 @@ class SQLDB_EXPORT SQLValueBase {
   std::int32_t fParameterNumber;
 
   /// The number drawn last, by any value of the process; 0 before the first. Wraps after 2,147,483,647 to the smallest
-  /// negative number; 0 is never drawn.
+  /// negative number, and SQLite refuses the names of negative numbers; 0 is never drawn.
   static std::int32_t gLastNamedParameterSequence;
 };
 

@@ -1,7 +1,5 @@
 #include "sqldb/cursor.h"
 
-#include <sqlite3.h>
-
 #include "sqldb/database.h"
 #include "wrapping.h"
 
@@ -12,7 +10,7 @@ std::int32_t SQLCursorBase::sfCursorSerialNumber = 0;
 SQLCursorBase::SQLCursorBase(SQLDatabase* database)
     : fDatabase(database),
       fSerialNumber(sfCursorSerialNumber = WrappingAdd(sfCursorSerialNumber, 1)),
-      fDatabaseLifetime(database->Lifetime()) {
+      fDatabaseLifetime(database->fLifetime) {
   fDatabase->fCursors.push_back(this);
 }
 
@@ -31,7 +29,7 @@ void SQLCursorBase::SendQuery(const std::string& sql, QueryCallback* callback, B
 
 sqlite3* SQLCursorBase::Connection() const {
   ThrowIf(IsOrphan());
-  return fDatabase->Usable(fDatabase->fConnection);
+  return fDatabase->Connection();
 }
 
 void SQLCursorBase::ThrowMessage() const {

@@ -1,5 +1,6 @@
 #include "sqldb/cursor.h"
 
+#include <cstddef>
 #include <exception>
 
 #include <sqlite3.h>

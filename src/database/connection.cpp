@@ -4,7 +4,7 @@
 
 #include <boost/make_shared.hpp>
 
-#include "sqldb/table.h"
+#include "sqldb/table.h"  // complete, for its destructor
 
 namespace sqldb {
 
@@ -28,16 +28,16 @@ void SQLDatabase::CommonOpen() {
   fConnection = connection;
   fIsOpen = true;
   // SQLite may hand out the address of a closed connection again.
-  fClosedConnection = nullptr;
+  if (connection == fClosedConnection) fClosedConnection = nullptr;
 }
 
 void SQLDatabase::Close() {
-  if (sqlite3_close(Usable(fConnection)) == SQLITE_OK) fClosedConnection = fConnection;
+  if (sqlite3_close(Connection()) == SQLITE_OK) fClosedConnection = fConnection;
   fIsOpen = false;
 }
 
 int SQLDatabase::AddCollation(const std::string& name, int (*compare)(void*, int, const void*, int, const void*)) {
-  sqlite3* const connection = Usable(fConnection);
+  sqlite3* const connection = Connection();
   // SQLite would crash.
   if (connection == nullptr) return SQLITE_MISUSE;
   return sqlite3_create_collation(connection, name.c_str(), SQLITE_UTF8, nullptr, compare);

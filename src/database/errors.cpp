@@ -14,7 +14,7 @@ void ThrowIf(bool condition) {
 namespace sqldb {
 
 void SQLDatabase::ThrowMessageOf(sqlite3* connection) const {
-  throw std::runtime_error(sqlite3_errmsg(Usable(connection)));
+  throw std::runtime_error(sqlite3_errmsg(Unclosed(connection)));
 }
 
 }  // namespace sqldb

@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <stdexcept>
+#include <string>
 
 #include <sqlite3.h>
 
@@ -40,7 +41,7 @@ void SQLDatabase::ThrowExplainError(sqlite3* connection, const char* ending) con
 void SQLDatabase::ExplainQuery(const std::string& sql) {
   if (fExplainLevel == kOff) return;
 
-  sqlite3* const connection = Usable(fConnection);
+  sqlite3* const connection = Connection();
   std::string explanation;
   bool isFirst = true;
   std::string text = kExplain + sql;

@@ -9,7 +9,7 @@ QueryCallback::~QueryCallback() = default;
 BindingCallback::~BindingCallback() = default;
 
 void SQLDatabase::SendQuery(const std::string& sql, QueryCallback* callback, BindingCallback* binding) {
-  sqlite3* const connection = Usable(fConnection);
+  sqlite3* const connection = Connection();
   const char* position = sql.c_str();
   const char* const end = position + sql.size();
   bool more = true;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "sqldb/select.h"
 #include "sqldb/table.h"
 
 namespace sqldb {
@@ -50,10 +49,6 @@ void SQLDatabase::DropTable(boost::shared_ptr<SQLTableClass> table) {
   TakeOff(fTables, TableClassIs(table.get()));
 }
 
-boost::shared_ptr<SQLSelectClass> SQLDatabase::NewSelect(boost::shared_ptr<SQLTableClass> table, std::uint32_t limit) {
-  return boost::shared_ptr<SQLSelectClass>(new SQLSelectClass(this, std::move(table), limit));
-}
-
 void SQLDatabase::RemoveSelect(SQLSelectClass* select) {
   if (fDestroying) return;
   TakeOff(fSelects, [select](const SQLSelectClass* entry) { return entry == select; });
@@ -65,15 +60,3 @@ void SQLDatabase::RemoveCursor(SQLCursorBase* cursor) {
 }
 
 }  // namespace sqldb
-
-TableNameIs::TableNameIs(const std::string& name) : fName(name) {}
-
-bool TableNameIs::operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const {
-  return table->fName == fName;
-}
-
-TableClassIs::TableClassIs(sqldb::SQLTableClass* table) : fTable(table) {}
-
-bool TableClassIs::operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const {
-  return table.get() == fTable;
-}

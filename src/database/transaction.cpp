@@ -1,5 +1,7 @@
 #include "sqldb/database.h"
 
+#include <string>
+
 #include "wrapping.h"
 
 namespace sqldb {

@@ -1,5 +1,7 @@
 #include "sqldb/table.h"
 
+#include <utility>
+
 #include "sqldb/column.h"
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
@@ -21,8 +23,7 @@ class RecordQuery {
       : fSelect(database.NewSelect(database.GetTableFromTableClass(&table), limit)) {
     OffsetSpec offsets;
     offsets.PushOffset(0, 0);
-    fStepCursor = new IntegerCursor(&database, offsets);
-    fCursor.reset(fStepCursor);
+    fCursor.reset(new IntegerCursor(&database, offsets));
     fSelect << boost::shared_ptr<SQLColumnBase>(new IntegerColumn(nullptr, expression, true, false, false, ""));
   }
 
@@ -31,13 +32,12 @@ class RecordQuery {
   // Fetches the first row's value. Returns false, `value` untouched, if there is no row.
   bool Fetch(std::uint32_t& value) {
     fSelect->PrepareSelect(fCursor);
-    return fStepCursor->Step(value) == 0;
+    return fCursor->Step(value) == 0;
   }
 
  private:
-  // The select goes before its cursor.
-  IntegerCursor* fStepCursor = nullptr;
-  boost::shared_ptr<SQLCursorBase> fCursor;
+  // Declared in this order, so that the select is destroyed first and the cursor after it.
+  boost::shared_ptr<IntegerCursor> fCursor;
   boost::shared_ptr<SQLSelectClass> fSelect;
 };
 
@@ -58,6 +58,6 @@ bool SQLTableClass::HasTerm(boost::shared_ptr<SQLTermBase> term) {
   return query.Fetch(rowId);
 }
 
-void SQLTableClass::DeleteRecords(boost::shared_ptr<SQLTermBase> term) { NewDelete(term)->PerformDelete(); }
+void SQLTableClass::DeleteRecords(boost::shared_ptr<SQLTermBase> term) { NewDelete(std::move(term))->PerformDelete(); }
 
 }  // namespace sqldb

@@ -1,5 +1,7 @@
 #include "sqldb/table.h"
 
+#include <utility>
+
 #include "sqldb/delete.h"
 #include "sqldb/insert.h"
 #include "sqldb/update.h"
@@ -19,7 +21,7 @@ boost::shared_ptr<SQLUpdateClass> SQLTableClass::NewUpdate() {
 }
 
 boost::shared_ptr<SQLDeleteClass> SQLTableClass::NewDelete(boost::shared_ptr<SQLTermBase> term) {
-  return boost::shared_ptr<SQLDeleteClass>(new SQLDeleteClass(&fDatabase, *this, term));
+  return boost::shared_ptr<SQLDeleteClass>(new SQLDeleteClass(&fDatabase, *this, std::move(term)));
 }
 
 }  // namespace sqldb

@@ -1,13 +1,12 @@
 #include "sqldb/table.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <boost/make_shared.hpp>
 
 #include "sqldb/column.h"
 #include "sqldb/database.h"
-#include "sqldb/insert.h"
-#include "sqldb/update.h"
 #include "text_stream.h"
 
 namespace sqldb {
@@ -29,7 +28,7 @@ void Forget(std::vector<boost::shared_ptr<Statement>>& list, const Statement* st
 }  // namespace
 
 SQLTableClass::SQLTableClass(SQLDatabase& database, const std::string& name)
-    : fDatabase(database), fName(name), fDatabaseLifetime(database.Lifetime()), fLifetime(boost::make_shared<bool>()) {}
+    : fDatabase(database), fName(name), fDatabaseLifetime(database.fLifetime), fLifetime(boost::make_shared<bool>()) {}
 
 SQLTableClass::~SQLTableClass() {
   // Statements that the lists let go of must leave the lists alone.
@@ -67,7 +66,7 @@ void SQLTableClass::Create() {
   text << "CREATE TABLE " << fName << " (";
   std::for_each(columns.begin(), columns.end(), AddColumnDefToQuery(text));
   text << " );";
-  SendQuery(text.str(), nullptr, nullptr);
+  SendQuery(text.Text(), nullptr, nullptr);
   fCreated = true;
 }
 
@@ -77,9 +76,7 @@ void SQLTableClass::Drop() {
 }
 
 void SQLTableClass::CreateIndexForColumn(const std::string& columnName) {
-  TextStream text;
-  text << "CREATE INDEX " << fName << "_" << columnName << " on " << fName << " (" << columnName << ");";
-  SendQuery(text.str(), nullptr, nullptr);
+  SendQuery("CREATE INDEX " + fName + "_" + columnName + " on " + fName + " (" + columnName + ");", nullptr, nullptr);
 }
 
 void SQLTableClass::RemoveInsert(SQLInsertClass* statement) {
@@ -96,3 +93,15 @@ SQLDatabase& SQLTableClass::Database() const {
 }
 
 }  // namespace sqldb
+
+TableNameIs::TableNameIs(const std::string& name) : fName(name) {}
+
+bool TableNameIs::operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const {
+  return table->fName == fName;
+}
+
+TableClassIs::TableClassIs(sqldb::SQLTableClass* table) : fTable(table) {}
+
+bool TableClassIs::operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const {
+  return table.get() == fTable;
+}

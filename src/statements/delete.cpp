@@ -10,7 +10,7 @@
 namespace sqldb {
 
 SQLDeleteClass::SQLDeleteClass(SQLDatabase* database, SQLTableClass& table, boost::shared_ptr<SQLTermBase> term)
-    : fDatabase(database), fTable(&table), fTerm(std::move(term)), fTableLifetime(table.Lifetime()) {}
+    : fDatabase(database), fTable(&table), fTerm(std::move(term)), fTableLifetime(table.fLifetime) {}
 
 SQLDeleteClass::~SQLDeleteClass() = default;
 
@@ -19,7 +19,7 @@ void SQLDeleteClass::SetUpDelete() {
   TextStream text;
   text << "DELETE FROM " << fTable->fName;
   PrintWhere(text, fTerm);
-  fQuery = text.str();
+  fQuery = text.Text();
 }
 
 void SQLDeleteClass::PerformDelete() {

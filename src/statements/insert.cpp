@@ -2,16 +2,16 @@
 
 #include <algorithm>
 
-#include "sqldb/column.h"
 #include "sqldb/table.h"
 #include "sqldb/value.h"
+#include "statements/names.h"
 #include "text_stream.h"
 
 namespace sqldb {
 
 // Opened at its end, so that what is written to it after a str() call is appended.
 SQLInsertClass::SQLInsertClass(SQLTableClass& table)
-    : fTable(table), fVerb("INSERT"), fQuery(std::ios::ate), fTableLifetime(table.Lifetime()) {
+    : fTable(table), fVerb("INSERT"), fQuery(std::ios::ate), fTableLifetime(table.fLifetime) {
   MakeExact(fQuery);
 }
 
@@ -19,26 +19,26 @@ SQLInsertClass::~SQLInsertClass() {
   if (!fTableLifetime.expired()) fTable.RemoveInsert(this);
 }
 
-void SQLInsertClass::SetupInsert() {
+std::string SQLInsertClass::BuildText() const {
   ThrowIf(fTableLifetime.expired());
-  // Built aside and put in place at once: a text cut short by a failure must not stay in fQuery.
+  // Built aside: a text cut short by a failure must not stay in fQuery.
   TextStream text;
+  text.copyfmt(fQuery);
   text << fQuery.str() << fVerb << " INTO " << fTable.fName << " (";
-  const char* separator = " ";
-  for (const auto& column : fColumns) {
-    text << separator << column->fName;
-    separator = ", ";
-  }
+  PrintNames(text, fColumns);
   text << " ) VALUES (";
   std::for_each(fValues.begin(), fValues.end(), AddValueToQuery(&text));
   text << " )";
-  fQuery.str(text.str());
+  return text.Text();
 }
 
+void SQLInsertClass::SetupInsert() { fQuery.str(BuildText()); }
+
 void SQLInsertClass::PerformInsert(bool clearValues) {
-  SetupInsert();
+  const std::string query = BuildText();
+  fQuery.str(query);
   SQLInsertBindingCallback binding(this);
-  fTable.SendQuery(fQuery.str(), nullptr, &binding);
+  fTable.SendQuery(query, nullptr, &binding);
   fQuery.str("");
   if (clearValues) fValues.clear();
 }

@@ -6,13 +6,14 @@
 #include "sqldb/column.h"
 #include "sqldb/cursor.h"
 #include "sqldb/table.h"
+#include "statements/names.h"
 #include "terms/where.h"
 #include "text_stream.h"
 
 namespace sqldb {
 
 SQLSelectClass::SQLSelectClass(SQLDatabase* database, boost::shared_ptr<SQLTableClass> table, std::uint32_t limit)
-    : fDatabase(database), fTable(std::move(table)), fLimit(limit), fDatabaseLifetime(database->Lifetime()) {
+    : fDatabase(database), fTable(std::move(table)), fLimit(limit), fDatabaseLifetime(database->fLifetime) {
   fDatabase->fSelects.push_back(this);
 }
 
@@ -21,18 +22,18 @@ SQLSelectClass::~SQLSelectClass() {
   if (!fDatabaseLifetime.expired()) fDatabase->RemoveSelect(this);
 }
 
+boost::shared_ptr<SQLSelectClass> SQLDatabase::NewSelect(boost::shared_ptr<SQLTableClass> table, std::uint32_t limit) {
+  return boost::shared_ptr<SQLSelectClass>(new SQLSelectClass(this, std::move(table), limit));
+}
+
 void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
   TextStream text;
   text << "SELECT";
   if (fDistinct) text << " DISTINCT";
-  const char* separator = " ";
-  for (const auto& column : fColumns) {
-    text << separator << column->fName;
-    separator = ", ";
-  }
+  PrintNames(text, fColumns);
   text << " FROM " << fTable->fName;
   PrintWhere(text, fTerm);
-  separator = " ORDER BY ";
+  const char* separator = " ORDER BY ";
   for (const OrderItem& item : fOrder) {
     text << separator << item.fColumn->fName << (item.fAscending != 0 ? "" : " DESC");
     separator = ", ";
@@ -45,10 +46,12 @@ void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
   }
   if (fOffset != 0) text << " OFFSET " << std::to_string(fOffset);
 
+  std::string query = text.Text();
+
   cursor->fIsShared = true;
   fCallback = new SelectCallback(cursor);
   cursor->fColumns = fColumns;
-  fQuery = text.str();
+  fQuery = std::move(query);
 }
 
 void SQLSelectClass::PrepareSelect(boost::shared_ptr<SQLCursorBase> cursor) {

@@ -1,5 +1,7 @@
 #include "sqldb/update.h"
 
+#include <cstddef>
+
 #include "sqldb/column.h"
 #include "sqldb/database.h"
 #include "sqldb/table.h"
@@ -9,7 +11,7 @@
 
 namespace sqldb {
 
-SQLUpdateClass::SQLUpdateClass(SQLTableClass& table) : fTable(table), fTableLifetime(table.Lifetime()) {}
+SQLUpdateClass::SQLUpdateClass(SQLTableClass& table) : fTable(table), fTableLifetime(table.fLifetime) {}
 
 SQLUpdateClass::~SQLUpdateClass() {
   if (!fTableLifetime.expired()) fTable.RemoveUpdate(this);
@@ -28,7 +30,7 @@ void SQLUpdateClass::PerformUpdate(bool clearValues) {
   // changing every row.
   text << " WHERE";
   fTerm->Print(text);
-  fTable.SendQuery(text.str(), nullptr, nullptr);
+  fTable.SendQuery(text.Text(), nullptr, nullptr);
   if (clearValues) fValues.clear();
 }
 

@@ -1,5 +1,5 @@
-#ifndef SQLDB_WHERE_H
-#define SQLDB_WHERE_H
+#ifndef SQLDB_SRC_TERMS_WHERE_H
+#define SQLDB_SRC_TERMS_WHERE_H
 
 #include <ostream>
 
@@ -18,4 +18,4 @@ inline void PrintWhere(std::ostream& out, const boost::shared_ptr<SQLTermBase>& 
 
 }  // namespace sqldb
 
-#endif  // SQLDB_WHERE_H
+#endif  // SQLDB_SRC_TERMS_WHERE_H
