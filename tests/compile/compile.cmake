@@ -1,5 +1,5 @@
-# Compiles SOURCE with COMPILER in each language version. With MENDED it must compile, with MENDED defined; without, it
-# must fail with an error that matches ERROR.
+# Compiles SOURCE with COMPILER in the oldest and the newest language version. With MENDED it must compile, with MENDED
+# defined; without, it must fail with an error that matches ERROR.
 set(arguments -c -o ${OBJECT} ${SOURCE})
 foreach(folder IN LISTS INCLUDE_FOLDERS)
   if(folder)
@@ -10,7 +10,7 @@ if(MENDED)
   list(APPEND arguments -DMENDED)
 endif()
 
-foreach(standard c++17 c++20 c++2b)
+foreach(standard c++17 c++2b)
   execute_process(COMMAND ${COMPILER} -std=${standard} ${arguments}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   file(REMOVE ${OBJECT})

@@ -508,6 +508,19 @@ TEST_F(TableTest, DestructionRaisesItsFlagThenReleasesUpdatesInsertsAndColumns) 
   EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
+// An application's value may do anything when it goes, and the list must be whole by then.
+TEST_F(TableTest, ReleaseOfAnErasedStatementMayFileAnotherOne) {
+  const auto second = fTable->NewUpdate();
+  const auto third = fTable->NewUpdate();
+  const auto late = fTable->NewUpdate();
+  fTable->fUpdates = {fTable->NewUpdate(), second, third};
+  fTable->fUpdates.shrink_to_fit();
+  fTable->fUpdates[0]->fValues = {
+      shared_ptr<sqldb::SQLValueBase>(new Tattler<support::TextValue>([&] { fTable->fUpdates.push_back(late); }, "1"))};
+  fTable->RemoveUpdate(fTable->fUpdates[0].get());
+  EXPECT_THAT(fTable->fUpdates, ElementsAre(second, third, late));
+}
+
 TEST_F(TableTest, ColumnsHeldElsewhereOutliveTheTable) {
   const auto column = MakeColumn("a");
   {

@@ -4,13 +4,16 @@
 #error "the library's own definitions reach its users"
 #endif
 
-// Each of these is a warning under the flags with which the library itself is compiled.
+// Warnings under the flags with which the library itself is compiled.
 static int Careless(int unused, long wide) {
+  int nowhere = 0;
+  int none[0];
   int narrow = wide;
+  if (sizeof none != 0)
+    ;
   for (int wide = 0; wide < 1; ++wide) narrow += (int)1.5;
   return narrow;
-  ;
-};
+}
 
 int main() {
   sqldb::SQLDatabase database(":memory:", false);
