@@ -6,6 +6,8 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include "support/allocations.h"
+
 namespace support {
 
 namespace {
@@ -136,6 +138,7 @@ using support::Silence;
 extern "C" {
 
 int sqlite3_open(const char* path, sqlite3** connection) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(const char*, sqlite3**)>("sqlite3_open");
   if (!Interposer::Listening()) return real(path, connection);
   Call call;
@@ -153,6 +156,7 @@ int sqlite3_open(const char* path, sqlite3** connection) {
 }
 
 int sqlite3_close(sqlite3* connection) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(sqlite3*)>("sqlite3_close");
   if (!Interposer::Listening()) return real(connection);
   Call call;
@@ -167,6 +171,7 @@ int sqlite3_close(sqlite3* connection) {
 }
 
 const char* sqlite3_errmsg(sqlite3* connection) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<const char*(sqlite3*)>("sqlite3_errmsg");
   if (!Interposer::Listening()) return real(connection);
   Call call;
@@ -183,6 +188,7 @@ const char* sqlite3_errmsg(sqlite3* connection) {
 }
 
 int sqlite3_prepare(sqlite3* connection, const char* sql, int length, sqlite3_stmt** statement, const char** tail) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(sqlite3*, const char*, int, sqlite3_stmt**, const char**)>("sqlite3_prepare");
   if (!Interposer::Listening()) return real(connection, sql, length, statement, tail);
   Call call;
@@ -202,6 +208,7 @@ int sqlite3_prepare(sqlite3* connection, const char* sql, int length, sqlite3_st
 }
 
 int sqlite3_step(sqlite3_stmt* statement) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_step");
   if (!Interposer::Listening()) return real(statement);
   Call call;
@@ -216,6 +223,7 @@ int sqlite3_step(sqlite3_stmt* statement) {
 }
 
 int sqlite3_finalize(sqlite3_stmt* statement) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_finalize");
   if (!Interposer::Listening()) return real(statement);
   Call call;
@@ -231,6 +239,7 @@ int sqlite3_finalize(sqlite3_stmt* statement) {
 }
 
 int sqlite3_column_int(sqlite3_stmt* statement, int column) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(sqlite3_stmt*, int)>("sqlite3_column_int");
   if (!Interposer::Listening()) return real(statement, column);
   Call call;
@@ -246,6 +255,7 @@ int sqlite3_column_int(sqlite3_stmt* statement, int column) {
 }
 
 const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<const unsigned char*(sqlite3_stmt*, int)>("sqlite3_column_text");
   if (!Interposer::Listening()) return real(statement, column);
   Call call;
@@ -264,6 +274,7 @@ const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
 
 int sqlite3_create_collation(sqlite3* connection, const char* name, int encoding, void* user,
                              int (*compare)(void*, int, const void*, int, const void*)) {
+  const support::AllocationPause unseen;
   using Compare = int (*)(void*, int, const void*, int, const void*);
   static auto* const real = Real<int(sqlite3*, const char*, int, void*, Compare)>("sqlite3_create_collation");
   if (!Interposer::Listening()) return real(connection, name, encoding, user, compare);
@@ -282,6 +293,7 @@ int sqlite3_create_collation(sqlite3* connection, const char* name, int encoding
 }
 
 int usleep(useconds_t microseconds) {
+  const support::AllocationPause unseen;
   static auto* const real = Real<int(useconds_t)>("usleep");
   if (!Interposer::Simulated()) return real(microseconds);
   // SQLite's own waits, too, take no time; only the library's are noted.
