@@ -1,1 +1,415 @@
-#include "support/fixtures.h"
+#include "sqldb/encoding.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Byte = unsigned char;
+using Bytes = std::vector<Byte>;
+
+constexpr Byte kUntouched = 0xA5;
+
+// A block of exactly the size asked for, so that a sanitizer sees the first byte read or written beyond it.
+class ExactBlock {
+ public:
+  explicit ExactBlock(std::size_t size) : fSize(size), fBytes(new Byte[size]) {
+    std::fill_n(fBytes.get(), size, kUntouched);
+  }
+  explicit ExactBlock(const Bytes& bytes) : ExactBlock(bytes.size()) {
+    std::copy(bytes.begin(), bytes.end(), fBytes.get());
+  }
+
+  Byte* Get() const { return fBytes.get(); }
+  Bytes First(std::size_t count) const { return Bytes(Get(), Get() + std::min(count, fSize)); }
+  Bytes All() const { return First(fSize); }
+
+ private:
+  std::size_t fSize;
+  std::unique_ptr<Byte[]> fBytes;
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+// The format, told the slow way.
+
+int Minus(int byte, int offset) { return (byte - offset + 256) % 256; }
+
+bool NeedsEscape(int shifted) { return shifted == 0x00 || shifted == 0x01 || shifted == 0x27; }
+
+struct Histogram {
+  explicit Histogram(Bytes input) {
+    std::sort(input.begin(), input.end());
+    for (const Byte byte : input) {
+      if (fEntries.empty() || fEntries.back().first != byte) fEntries.emplace_back(byte, 0);
+      ++fEntries.back().second;
+    }
+  }
+
+  int EscapesWith(int offset) const {
+    int escapes = 0;
+    for (const auto& [byte, count] : fEntries) {
+      if (NeedsEscape(Minus(byte, offset))) escapes += count;
+    }
+    return escapes;
+  }
+
+  std::vector<std::pair<int, int>> fEntries;
+};
+
+int BestOffset(const Bytes& input) {
+  const Histogram histogram(input);
+  int best = 0;
+  int fewest = INT_MAX;
+  for (int offset = 1; offset <= 255; ++offset) {
+    if (offset == 0x27) continue;
+    const int escapes = histogram.EscapesWith(offset);
+    if (escapes < fewest) {
+      best = offset;
+      fewest = escapes;
+    }
+  }
+  return best;
+}
+
+// With the terminating zero.
+Bytes ModelEncoding(const Bytes& input) {
+  if (input.empty()) return {0x78, 0x00};
+  const int offset = BestOffset(input);
+  Bytes encoded{static_cast<Byte>(offset)};
+  for (const Byte byte : input) {
+    const int shifted = Minus(byte, offset);
+    if (shifted == 0x00) {
+      encoded.insert(encoded.end(), {0x01, 0x01});
+    } else if (shifted == 0x01) {
+      encoded.insert(encoded.end(), {0x01, 0x02});
+    } else if (shifted == 0x27) {
+      encoded.insert(encoded.end(), {0x01, 0x28});
+    } else {
+      encoded.push_back(static_cast<Byte>(shifted));
+    }
+  }
+  encoded.push_back(0x00);
+  return encoded;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+int EncodedLength(const Bytes& input) {
+  const ExactBlock in(input);
+  return sqlite_encode_binary(in.Get(), static_cast<int>(input.size()), nullptr);
+}
+
+// With the terminating zero; written into a block that holds just that.
+Bytes Encode(const Bytes& input) {
+  const ExactBlock in(input);
+  const int n = static_cast<int>(input.size());
+  const ExactBlock out(static_cast<std::size_t>(sqlite_encode_binary(in.Get(), n, nullptr)) + 1);
+  sqlite_encode_binary(in.Get(), n, out.Get());
+  return out.All();
+}
+
+// `encoded` carries its terminating zero, and the result its full number of bytes.
+Bytes Decode(const Bytes& encoded) {
+  const ExactBlock in(encoded);
+  const ExactBlock out(encoded.size() < 2 ? 0 : encoded.size() - 2);
+  return out.First(static_cast<std::size_t>(sqlite_decode_binary(in.Get(), out.Get())));
+}
+
+Bytes DecodeInPlace(const Bytes& encoded) {
+  const ExactBlock block(encoded);
+  return block.First(static_cast<std::size_t>(sqlite_decode_binary(block.Get(), block.Get())));
+}
+
+// Empty when encoding and decoding `input` does all it should.
+std::string ComplaintAbout(const Bytes& input) {
+  const ExactBlock in(input);
+  const int n = static_cast<int>(input.size());
+  const Bytes expected = ModelEncoding(input);
+  const int length = sqlite_encode_binary(in.Get(), n, nullptr);
+  if (length != static_cast<int>(expected.size()) - 1)
+    return "the length without a buffer is " + std::to_string(length);
+  if (length + 1 > n + 2 + 3 * n / 254) return "the result is longer than the bound";
+
+  const ExactBlock out(expected.size());
+  const int written = sqlite_encode_binary(in.Get(), n, out.Get());
+  if (written != length) return "the length with a buffer is " + std::to_string(written);
+  const Bytes encoded = out.All();
+  if (encoded != expected) return "the encoded form is not the expected one";
+  if (in.All() != input) return "the input was written to";
+  if (std::count(encoded.begin(), encoded.end(), 0x00) != 1) return "a zero byte is inside";
+  if (std::count(encoded.begin(), encoded.end(), 0x27) != 0) return "a quote is inside";
+
+  if (Decode(encoded) != input) return "decoding does not give the input back";
+  if (DecodeInPlace(encoded) != input) return "decoding in place does not give the input back";
+  return "";
+}
+
+#define EXPECT_ENCODES(input) EXPECT_EQ(ComplaintAbout(input), "") << ::testing::PrintToString(input)
+
+template <typename NextByte>
+Bytes Generate(std::size_t length, NextByte nextByte) {
+  Bytes bytes(length);
+  std::generate(bytes.begin(), bytes.end(), nextByte);
+  return bytes;
+}
+
+// A fixed seed: the same bytes in every run.
+class RandomBytes {
+ public:
+  explicit RandomBytes(unsigned seed) : fEngine(seed) {}
+  // Of the values below `values`.
+  Byte operator()(unsigned values) { return static_cast<Byte>(fEngine() % values); }
+
+ private:
+  std::mt19937 fEngine;
+};
+
+Bytes EveryValueOnce() {
+  Bytes bytes(256);
+  std::iota(bytes.begin(), bytes.end(), Byte{0});
+  return bytes;
+}
+
+constexpr std::size_t kLongest = 600;
+
+TEST(EncodingTest, UniformlyRandomBytesOfEveryLength) {
+  RandomBytes random(1);
+  for (std::size_t length = 0; length <= kLongest; ++length) {
+    EXPECT_ENCODES(Generate(length, [&] { return random(256); }));
+  }
+}
+
+TEST(EncodingTest, FewDifferentBytesOfEveryLength) {
+  RandomBytes random(2);
+  for (std::size_t length = 0; length <= kLongest; ++length) {
+    const Byte first = random(256);
+    EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>(first + random(48)); }));
+  }
+}
+
+TEST(EncodingTest, SkewedBytesOfEveryLength) {
+  RandomBytes random(3);
+  for (std::size_t length = 0; length <= kLongest; ++length) {
+    // The product of two draws crowds near zero, but no value is impossible.
+    EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>(random(256) * random(256) / 255); }));
+  }
+}
+
+TEST(EncodingTest, EqualBytesOfEveryValueAndEveryLength) {
+  for (std::size_t length = 1; length <= kLongest; ++length) {
+    // Each length sees every seventh value, each value every seventh length.
+    for (std::size_t value = length % 7; value < 256; value += 7)
+      EXPECT_ENCODES(Bytes(length, static_cast<Byte>(value)));
+  }
+}
+
+TEST(EncodingTest, AllValuesOccurringAtEveryLength) {
+  RandomBytes random(4);
+  for (std::size_t extra = 0; extra <= kLongest - 256; ++extra) {
+    Bytes bytes = EveryValueOnce();
+    const Bytes more = Generate(extra, [&] { return random(256); });
+    bytes.insert(bytes.end(), more.begin(), more.end());
+    std::shuffle(bytes.begin(), bytes.end(), std::mt19937(static_cast<unsigned>(extra)));
+    EXPECT_ENCODES(bytes);
+  }
+}
+
+TEST(EncodingTest, EverySingleByte) {
+  for (unsigned byte = 0; byte < 256; ++byte) EXPECT_ENCODES(Bytes{static_cast<Byte>(byte)});
+}
+
+TEST(EncodingTest, EveryPairOfBytes) {
+  for (unsigned first = 0; first < 256; ++first) {
+    for (unsigned second = 0; second < 256; ++second) {
+      EXPECT_ENCODES((Bytes{static_cast<Byte>(first), static_cast<Byte>(second)}));
+    }
+  }
+}
+
+TEST(EncodingTest, AMillionBytes) {
+  RandomBytes random(5);
+  EXPECT_ENCODES(Generate(1000000, [&] { return random(256); }));
+}
+
+TEST(EncodingTest, AnEmptyInputBecomesTheLetterX) {
+  const ExactBlock out(2);
+  EXPECT_EQ(sqlite_encode_binary(ExactBlock(0).Get(), 0, out.Get()), 1);
+  EXPECT_THAT(out.All(), ElementsAre('x', 0x00));
+}
+
+TEST(EncodingTest, ANegativeCountStandsForAnEmptyInput) {
+  for (const int n : {-1, -2, -256, INT_MIN}) {
+    const ExactBlock out(2);
+    EXPECT_EQ(sqlite_encode_binary(nullptr, n, out.Get()), 1) << n;
+    EXPECT_THAT(out.All(), ElementsAre('x', 0x00)) << n;
+  }
+}
+
+TEST(EncodingTest, TheLengthOfAnEmptyInputIsOneWithoutABufferToo) {
+  EXPECT_EQ(sqlite_encode_binary(nullptr, 0, nullptr), 1);
+  EXPECT_EQ(sqlite_encode_binary(nullptr, -1, nullptr), 1);
+}
+
+TEST(EncodingTest, AZeroByteTakesOffsetOneAndNoEscape) {
+  EXPECT_THAT(Encode({0x00}), ElementsAre(0x01, 0xFF, 0x00));
+  EXPECT_EQ(EncodedLength({0x00}), 2);
+}
+
+TEST(EncodingTest, TheOffsetIsTheSmallestOneWithoutEscapes) {
+  // 1 to 4 each turn their own value into a zero byte.
+  EXPECT_THAT(Encode({1, 2, 3, 4}), ElementsAre(5, 0xFC, 0xFD, 0xFE, 0xFF, 0x00));
+  // 1 turns 2 into an escape byte.
+  EXPECT_THAT(Encode({2}), ElementsAre(3, 0xFF, 0x00));
+  // 1 turns 0x28 into a quote.
+  EXPECT_THAT(Encode({0x28}), ElementsAre(2, 0x26, 0x00));
+}
+
+TEST(EncodingTest, TheQuoteIsNeverAnOffset) {
+  // Offsets 1 to 0x26 all meet themselves, and 0x27 would need no escape at all, if it were allowed.
+  Bytes bytes(0x26);
+  std::iota(bytes.begin(), bytes.end(), Byte{1});
+  ASSERT_EQ(Histogram(bytes).EscapesWith(0x27), 0);
+  const Bytes encoded = Encode(bytes);
+  EXPECT_EQ(encoded[0], 0x28);
+  EXPECT_EQ(encoded.size(), bytes.size() + 2);
+}
+
+TEST(EncodingTest, TheQuoteIsNoOffsetEvenWhereItAloneNeedsNoEscape) {
+  Bytes bytes;
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    if (!NeedsEscape(Minus(static_cast<int>(byte), 0x27))) bytes.push_back(static_cast<Byte>(byte));
+  }
+  const Bytes encoded = Encode(bytes);
+  EXPECT_NE(encoded[0], 0x27);
+  EXPECT_GT(encoded.size(), bytes.size() + 2);
+  EXPECT_ENCODES(bytes);
+}
+
+TEST(EncodingTest, TheLastOffsetIsFoundWhenOnlyItNeedsNoEscape) {
+  Bytes bytes;
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    if (!NeedsEscape(Minus(static_cast<int>(byte), 0xFF))) bytes.push_back(static_cast<Byte>(byte));
+  }
+  const Bytes encoded = Encode(bytes);
+  EXPECT_EQ(encoded[0], 0xFF);
+  EXPECT_EQ(encoded.size(), bytes.size() + 2);
+}
+
+TEST(EncodingTest, EveryOffsetButTheQuoteIsChosenWhereItAloneNeedsNoEscape) {
+  for (int offset = 1; offset <= 255; ++offset) {
+    if (offset == 0x27) continue;
+    Bytes bytes;
+    for (int byte = 0; byte < 256; ++byte) {
+      if (!NeedsEscape(Minus(byte, offset))) bytes.push_back(static_cast<Byte>(byte));
+    }
+    EXPECT_EQ(Encode(bytes)[0], offset);
+  }
+}
+
+TEST(EncodingTest, OnATieTheSmallestOffsetIsTaken) {
+  // Every value once: three escapes whatever the offset.
+  const Bytes encoded = Encode(EveryValueOnce());
+  EXPECT_EQ(encoded[0], 1);
+  EXPECT_EQ(encoded.size(), 1 + 256 + 3 + 1U);
+}
+
+TEST(EncodingTest, ASmallerSumBeatsASmallerOffset) {
+  // Every value twice, but 0x43, 0x44 and 0x6A once: only offset 0x43 needs three escapes.
+  Bytes bytes = EveryValueOnce();
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    if (byte != 0x43 && byte != 0x44 && byte != 0x6A) bytes.push_back(static_cast<Byte>(byte));
+  }
+  const Bytes encoded = Encode(bytes);
+  EXPECT_EQ(encoded[0], 0x43);
+  EXPECT_EQ(encoded.size(), 1 + bytes.size() + 3 + 1);
+}
+
+TEST(EncodingTest, TheThreeForbiddenBytesAreEscaped) {
+  // With offset 1: 1, 2 and 0x28 become 0x00, 0x01 and 0x27.
+  const Bytes encoded = Encode(EveryValueOnce());
+  EXPECT_THAT(Bytes(encoded.begin(), encoded.begin() + 7), ElementsAre(0x01, 0xFF, 0x01, 0x01, 0x01, 0x02, 0x02));
+  EXPECT_THAT(Bytes(encoded.begin() + 0x2A, encoded.begin() + 0x2E), ElementsAre(0x26, 0x01, 0x28, 0x28));
+}
+
+TEST(DecodingTest, TheEncodedEmptyInputGivesNothingAndWritesNothing) {
+  EXPECT_THAT(Decode({'x', 0x00}), IsEmpty());
+  ExactBlock block(Bytes{'x', 0x00, kUntouched});
+  EXPECT_EQ(sqlite_decode_binary(block.Get(), block.Get() + 2), 0);
+  EXPECT_THAT(block.All(), ElementsAre('x', 0x00, kUntouched));
+}
+
+TEST(DecodingTest, NoTerminatorIsWritten) {
+  const ExactBlock in(Bytes{0x01, 0xFF, 0x10, 0x00});
+  const ExactBlock out(4);
+  EXPECT_EQ(sqlite_decode_binary(in.Get(), out.Get()), 2);
+  EXPECT_THAT(out.All(), ElementsAre(0x00, 0x11, kUntouched, kUntouched));
+}
+
+TEST(DecodingTest, AnEmptyStringGivesNothingAndNothingPastItIsRead) {
+  EXPECT_THAT(Decode({0x00}), IsEmpty());
+  EXPECT_THAT(Decode({0x00, 0x41}), IsEmpty());
+}
+
+TEST(DecodingTest, OffsetOneIsNotTakenForAnEscape) {
+  EXPECT_THAT(Decode({0x01, 0x02, 0x00}), ElementsAre(0x03));
+  EXPECT_THAT(Decode({0x01, 0x01, 0x01, 0x00}), ElementsAre(0x01));
+}
+
+TEST(DecodingTest, EveryOffsetIsAddedBack) {
+  for (unsigned offset = 1; offset < 256; ++offset) {
+    for (unsigned byte = 2; byte < 256; ++byte) {
+      const Bytes decoded = Decode({static_cast<Byte>(offset), static_cast<Byte>(byte), 0x00});
+      ASSERT_EQ(decoded, Bytes{static_cast<Byte>((byte + offset) % 256)}) << offset << " " << byte;
+    }
+  }
+}
+
+TEST(DecodingTest, EveryByteAfterAnEscapeIsTakenMinusOne) {
+  for (unsigned offset = 1; offset < 256; ++offset) {
+    for (unsigned escaped = 1; escaped < 256; ++escaped) {
+      const Bytes decoded = Decode({static_cast<Byte>(offset), 0x01, static_cast<Byte>(escaped), 0x10, 0x00});
+      const Bytes expected{static_cast<Byte>((escaped - 1 + offset) % 256), static_cast<Byte>((0x10 + offset) % 256)};
+      ASSERT_EQ(decoded, expected) << offset << " " << escaped;
+    }
+  }
+}
+
+TEST(DecodingTest, AnEscapeBeforeTheTerminatorGivesTheOffsetMinusOneAndEndsThere) {
+  for (unsigned offset = 1; offset < 256; ++offset) {
+    const Byte last = static_cast<Byte>((offset + 0xFF) % 256);
+    ASSERT_EQ(Decode({static_cast<Byte>(offset), 0x01, 0x00}), Bytes{last});
+    ASSERT_EQ(Decode({static_cast<Byte>(offset), 0x50, 0x01, 0x00}),
+              (Bytes{static_cast<Byte>((0x50 + offset) % 256), last}));
+    ASSERT_EQ(Decode({static_cast<Byte>(offset), 0x01, 0x01, 0x01, 0x00}), (Bytes{static_cast<Byte>(offset), last}));
+  }
+}
+
+TEST(DecodingTest, NothingPastTheTerminatorIsReadAfterAnEscape) {
+  const ExactBlock in(Bytes{0x05, 0x01, 0x00, 0x41, 0x42, 0x00});
+  const ExactBlock out(5);
+  EXPECT_EQ(sqlite_decode_binary(in.Get(), out.Get()), 1);
+  EXPECT_THAT(out.All(), ElementsAre(0x04, kUntouched, kUntouched, kUntouched, kUntouched));
+}
+
+TEST(DecodingTest, MalformedStringsDecodeInPlaceToTheSame) {
+  for (unsigned first = 1; first < 256; ++first) {
+    for (unsigned second = 1; second < 256; ++second) {
+      const Bytes text{0x30, static_cast<Byte>(first), static_cast<Byte>(second), 0x01, 0x00};
+      ASSERT_EQ(DecodeInPlace(text), Decode(text)) << first << " " << second;
+    }
+  }
+}
+
+}  // namespace
