@@ -1,1 +1,606 @@
+// What becomes of a cursor whose statement cannot be finalized cleanly: the destructor throws where the exception can
+// reach a caller, and ends quietly where it would end the process.
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <boost/core/null_deleter.hpp>
+#include <boost/make_shared.hpp>
+
+#include "sqldb/sqldb.h"
+#include "support/call_recorder.h"
 #include "support/fixtures.h"
+
+namespace {
+
+using sqldb::SQLCursorBase;
+using support::CallRecorder;
+using support::MakeColumn;
+using support::MessageOf;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Cursor = sqldb::SQLStepCursor<std::uint32_t>;
+using CursorPointer = boost::shared_ptr<SQLCursorBase>;
+
+// The failing step's text, and the one that finalizing its statement adds.
+constexpr const char* kStepMessage = "SQL logic error";
+constexpr const char* kFinalizeMessage = "integer overflow";
+
+sqldb::OffsetSpec OneOffset() {
+  sqldb::OffsetSpec offsets;
+  offsets.PushOffset(0, 0);
+  return offsets;
+}
+
+// A cursor that counts how often its memory was given back.
+class CountedCursor : public Cursor {
+ public:
+  using Cursor::Cursor;
+  static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void operator delete(void* block) {
+    ++sfFreed;
+    ::operator delete(block);
+  }
+  inline static int sfFreed = 0;
+};
+
+class DestructionTest : public support::DatabaseTest {
+ protected:
+  DestructionTest() {
+    fTable = MakeTable("t", {"a"});
+    // The second row has no absolute value.
+    Rows("INSERT INTO t VALUES (1), (-9223372036854775808), (3)");
+    fBefore = std::make_unique<SQLCursorBase>(&fDatabase);
+  }
+  ~DestructionTest() override { ExpectOrderlyState(); }
+
+  // Nothing to finalize is left, and the lists hold what lives, in order.
+  void ExpectOrderlyState() {
+    EXPECT_EQ(support::FinalizeLeftovers(fDatabase.fConnection), 0);
+    if (fAfter) {
+      EXPECT_THAT(fDatabase.fCursors, ElementsAre(fBefore.get(), fAfter.get()));
+    } else {
+      EXPECT_THAT(fDatabase.fCursors, ElementsAre(fBefore.get()));
+    }
+    EXPECT_TRUE(fWatched.expired()) << "the cursor's column was not released";
+  }
+
+  // Prepares the cursor by hand and steps it until it fails.
+  void Fail(Cursor& cursor) {
+    CallRecorder::Pause pause;
+    ListOneMoreCursor();
+    GiveColumn(cursor);
+    cursor.PrepareToQuery("SELECT abs(a) FROM t");
+    StepUntilFailure(cursor);
+  }
+
+  // The same, prepared by a select, which ends before the cursor.
+  void FailSelected(Cursor& cursor, const CursorPointer& owner) {
+    CallRecorder::Pause pause;
+    ListOneMoreCursor();
+    PrepareSelected(owner);
+    StepUntilFailure(cursor);
+  }
+
+  // A cursor that failed and whose memory is counted; the caller deletes it.
+  template <typename Made = Cursor>
+  Made* NewFailed() {
+    auto* const cursor = new Made(&fDatabase, OneOffset());
+    Fail(*cursor);
+    return cursor;
+  }
+
+  boost::shared_ptr<sqldb::SQLSelectClass> NewAbsSelect() {
+    auto select = fDatabase.NewSelect(fTable, 0);
+    select << MakeColumn("abs(a)");
+    return select;
+  }
+
+  void PrepareSelected(const CursorPointer& owner) { NewAbsSelect()->PrepareSelect(owner); }
+
+  void StepUntilFailure(Cursor& cursor) {
+    std::uint32_t record = 0;
+    EXPECT_EQ(cursor.Step(record), 0);
+    EXPECT_EQ(MessageOf([&] { cursor.Step(record); }), kStepMessage);
+  }
+
+  void GiveColumn(Cursor& cursor) {
+    auto column = MakeColumn("abs(a)");
+    fWatched = column;
+    cursor.fColumns = {std::move(column)};
+  }
+
+  // So that the failed cursor is not the last entry of the list.
+  void ListOneMoreCursor() { fAfter = std::make_unique<SQLCursorBase>(&fDatabase); }
+
+  boost::shared_ptr<sqldb::SQLTableClass> fTable;
+  std::unique_ptr<SQLCursorBase> fBefore;
+  std::unique_ptr<SQLCursorBase> fAfter;
+  boost::weak_ptr<sqldb::SQLColumnBase> fWatched;
+};
+
+// Clean ends ----------------------------------------------------------------------------------------------------------
+
+TEST_F(DestructionTest, AStatementIsFinalizedOnceAndQuietly) {
+  CallRecorder recorder;
+  {
+    Cursor cursor(&fDatabase, OneOffset());
+    cursor.PrepareToQuery("SELECT a FROM t");
+    recorder.Clear();
+  }
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 0"));
+}
+
+TEST_F(DestructionTest, AStatementInTheMiddleOfItsRowsIsFinalizedQuietly) {
+  CallRecorder recorder;
+  {
+    Cursor cursor(&fDatabase, OneOffset());
+    cursor.PrepareToQuery("SELECT a FROM t");
+    std::uint32_t record = 0;
+    cursor.Step(record);
+    recorder.Clear();
+  }
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 0"));
+}
+
+TEST_F(DestructionTest, WithoutAStatementNothingIsFinalized) {
+  CallRecorder recorder;
+  { const Cursor cursor(&fDatabase, OneOffset()); }
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
+TEST_F(DestructionTest, AStatementThatCallsItselfFinalizedIsLeftAlone) {
+  CallRecorder recorder;
+  {
+    Cursor cursor(&fDatabase, OneOffset());
+    cursor.PrepareToQuery("SELECT a FROM t");
+    recorder.Clear();
+    cursor.fFinalized = true;
+  }
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+  EXPECT_EQ(support::FinalizeLeftovers(fDatabase.fConnection), 1);
+}
+
+// Ends that can be heard ----------------------------------------------------------------------------------------------
+
+TEST_F(DestructionTest, AnAutomaticCursorThrowsTheFinalizeMessage) {
+  CallRecorder recorder;
+  EXPECT_EQ(MessageOf([&] {
+              Cursor cursor(&fDatabase, OneOffset());
+              Fail(cursor);
+            }),
+            kFinalizeMessage);
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1", "errmsg"));
+}
+
+TEST_F(DestructionTest, ACursorDeletedByHandThrows) {
+  Cursor* const cursor = NewFailed();
+  EXPECT_EQ(MessageOf([&] { delete cursor; }), kFinalizeMessage);
+}
+
+TEST_F(DestructionTest, ACursorDeletedThroughItsBaseThrows) {
+  SQLCursorBase* const cursor = NewFailed();
+  EXPECT_EQ(MessageOf([&] { delete cursor; }), kFinalizeMessage);
+}
+
+TEST_F(DestructionTest, ACursorDeletedInsideACatchBlockThrows) {
+  Cursor* const cursor = NewFailed();
+  std::string message;
+  try {
+    throw std::logic_error("handled already");
+  } catch (const std::logic_error&) {
+    message = MessageOf([&] { delete cursor; });
+  }
+  EXPECT_EQ(message, kFinalizeMessage);
+}
+
+TEST_F(DestructionTest, AnAutomaticCursorInsideACatchBlockThrows) {
+  std::string message;
+  try {
+    throw std::logic_error("handled already");
+  } catch (const std::logic_error&) {
+    message = MessageOf([&] {
+      Cursor cursor(&fDatabase, OneOffset());
+      Fail(cursor);
+    });
+  }
+  EXPECT_EQ(message, kFinalizeMessage);
+}
+
+TEST_F(DestructionTest, TheMemoryOfACursorThatThrewIsGivenBack) {
+  const int before = CountedCursor::sfFreed;
+  const auto* const cursor = NewFailed<CountedCursor>();
+  EXPECT_EQ(MessageOf([&] { delete cursor; }), kFinalizeMessage);
+  EXPECT_EQ(CountedCursor::sfFreed, before + 1);
+}
+
+TEST_F(DestructionTest, TheMemoryIsGivenBackThroughTheBaseToo) {
+  const int before = CountedCursor::sfFreed;
+  const SQLCursorBase* const cursor = NewFailed<CountedCursor>();
+  EXPECT_EQ(MessageOf([&] { delete cursor; }), kFinalizeMessage);
+  EXPECT_EQ(CountedCursor::sfFreed, before + 1);
+}
+
+TEST_F(DestructionTest, TheListIsLeftAndTheColumnsAreReleasedByTheTimeTheExceptionArrives) {
+  Cursor* const cursor = NewFailed();
+  try {
+    delete cursor;
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const std::runtime_error&) {
+    ExpectOrderlyState();
+  }
+}
+
+TEST_F(DestructionTest, AForcedFinalizeFailureThrowsTheConnectionsText) {
+  CallRecorder recorder;
+  std::string expected;
+  EXPECT_EQ(MessageOf([&] {
+              Cursor cursor(&fDatabase, OneOffset());
+              cursor.PrepareToQuery("SELECT a FROM t");
+              {
+                CallRecorder::Pause pause;
+                sqlite3_exec(fDatabase.fConnection, "SELECT provoked", nullptr, nullptr, nullptr);
+              }
+              recorder.Clear();
+              recorder.Force("finalize", 19);
+              recorder.fAfterCall = [this](const support::Call& call) {
+                if (call.function != "finalize") return;
+                sqlite3_exec(fDatabase.fConnection, "SELECT provoked", nullptr, nullptr, nullptr);
+              };
+            }),
+            "no such column: provoked");
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 19", "errmsg"));
+}
+
+TEST_F(DestructionTest, EveryNonZeroFinalizeResultThrows) {
+  CallRecorder recorder;
+  for (int code = 1; code <= 101; ++code) {
+    EXPECT_THROW(
+        {
+          Cursor cursor(&fDatabase, OneOffset());
+          cursor.PrepareToQuery("SELECT a FROM t");
+          recorder.Clear();
+          recorder.Force("finalize", code);
+        },
+        std::runtime_error)
+        << code;
+    EXPECT_EQ(fDatabase.fCursors.size(), 1U) << code;
+  }
+}
+
+TEST_F(DestructionTest, ABusyStepIsRepeatedByTheDestructorAsAMessage) {
+  support::OtherConnection other(DatabasePath());
+  EXPECT_EQ(MessageOf([&] {
+              Cursor cursor(&fDatabase, OneOffset());
+              GiveColumn(cursor);
+              cursor.PrepareToQuery("SELECT a FROM t");
+              other.Run("BEGIN EXCLUSIVE");
+              CallRecorder recorder;
+              std::uint32_t record = 0;
+              EXPECT_THROW(cursor.Step(record), std::runtime_error);
+            }),
+            "database is locked");
+  other.Run("ROLLBACK");
+}
+
+// Ends under a shared pointer -----------------------------------------------------------------------------------------
+
+TEST_F(DestructionTest, ASharedPointerToTheCursorEndsQuietly) {
+  boost::shared_ptr<Cursor> owner(new Cursor(&fDatabase, OneOffset()));
+  Fail(*owner);
+  CallRecorder recorder;
+  owner.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, ASharedPointerToTheBaseMadeFromTheCursorEndsQuietly) {
+  auto* const cursor = new Cursor(&fDatabase, OneOffset());
+  CursorPointer owner(cursor);
+  Fail(*cursor);
+  CallRecorder recorder;
+  owner.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, ASharedPointerMadeFromTheBaseEndsQuietlyOnceASelectHasSeenIt) {
+  auto* const cursor = new Cursor(&fDatabase, OneOffset());
+  CursorPointer owner(static_cast<SQLCursorBase*>(cursor));
+  FailSelected(*cursor, owner);
+  CallRecorder recorder;
+  owner.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, ACursorMadeSharedInOneBlockEndsQuietly) {
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  Fail(*owner);
+  CallRecorder recorder;
+  owner.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, AForcedFinalizeFailureUnderASharedPointerIsQuiet) {
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  owner->PrepareToQuery("SELECT a FROM t");
+  CallRecorder recorder;
+  recorder.Force("finalize", 1);
+  owner.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, TheLastOfSeveralSharedPointersEndsQuietly) {
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  std::vector<CursorPointer> others{owner, owner};
+  Fail(*owner);
+  owner.reset();
+  EXPECT_NO_THROW(others.clear());
+}
+
+TEST_F(DestructionTest, AssignmentToTheLastSharedPointerEndsQuietly) {
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  Fail(*owner);
+  EXPECT_NO_THROW(owner = nullptr);
+}
+
+TEST_F(DestructionTest, AnAutomaticCursorOnceSharedThroughANullDeleterEndsQuietly) {
+  CallRecorder recorder;
+  EXPECT_NO_THROW({
+    Cursor cursor(&fDatabase, OneOffset());
+    { const boost::shared_ptr<Cursor> borrowed(&cursor, boost::null_deleter()); }
+    Fail(cursor);
+  });
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, AnAutomaticCursorLentToASelectEndsQuietly) {
+  EXPECT_NO_THROW({
+    Cursor cursor(&fDatabase, OneOffset());
+    FailSelected(cursor, CursorPointer(static_cast<SQLCursorBase*>(&cursor), boost::null_deleter()));
+  });
+}
+
+// Ends during another failure -----------------------------------------------------------------------------------------
+
+TEST_F(DestructionTest, AnotherExceptionInFlightIsTheOneThatArrives) {
+  CallRecorder recorder;
+  const auto fail = [this] {
+    Cursor cursor(&fDatabase, OneOffset());
+    Fail(cursor);
+    throw std::runtime_error("the other one");
+  };
+  EXPECT_EQ(MessageOf(fail), "the other one");
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+}
+
+TEST_F(DestructionTest, AFailedStepIsWhatTheCallerOfAnAutomaticCursorSees) {
+  const auto fail = [this] {
+    Cursor cursor(&fDatabase, OneOffset());
+    GiveColumn(cursor);
+    cursor.PrepareToQuery("SELECT abs(a) FROM t");
+    std::uint32_t record = 0;
+    while (cursor.Step(record) == 0) {
+    }
+  };
+  EXPECT_EQ(MessageOf(fail), kStepMessage);
+}
+
+TEST_F(DestructionTest, AFailedStepIsWhatTheCallerOfASharedCursorSees) {
+  const auto fail = [this] {
+    const auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+    GiveColumn(*owner);
+    owner->PrepareToQuery("SELECT abs(a) FROM t");
+    std::uint32_t record = 0;
+    while (owner->Step(record) == 0) {
+    }
+  };
+  EXPECT_EQ(MessageOf(fail), kStepMessage);
+}
+
+// Runs a piece of code in its destructor.
+template <typename Action>
+class AtExit {
+ public:
+  explicit AtExit(Action action) : fAction(std::move(action)) {}
+  ~AtExit() { fAction(); }
+  AtExit(const AtExit&) = delete;
+  AtExit& operator=(const AtExit&) = delete;
+
+ private:
+  Action fAction;
+};
+
+TEST_F(DestructionTest, ACursorInsideADestructorThatUnwindingRunsEndsQuietly) {
+  const auto fail = [this] {
+    const AtExit atExit([this] {
+      Cursor cursor(&fDatabase, OneOffset());
+      Fail(cursor);
+    });
+    throw std::runtime_error("the other one");
+  };
+  EXPECT_EQ(MessageOf(fail), "the other one");
+}
+
+TEST_F(DestructionTest, ACursorDeletedByADestructorThatUnwindingRunsEndsQuietly) {
+  Cursor* const cursor = NewFailed();
+  const auto fail = [cursor] {
+    const AtExit atExit([cursor] { delete cursor; });
+    throw std::runtime_error("the other one");
+  };
+  EXPECT_EQ(MessageOf(fail), "the other one");
+}
+
+TEST_F(DestructionTest, WhatAColumnThrewDoesNotMakeTheEndFail) {
+  class ThrowingColumn : public sqldb::SQLColumnBase {
+   public:
+    ThrowingColumn() : SQLColumnBase(nullptr, "x", "INTEGER", 4, true, false, false, "") {}
+    void AssignTo(void*, sqlite3_stmt*, int) const override { throw std::logic_error("the application's own"); }
+  };
+  CallRecorder recorder;
+  EXPECT_NO_THROW({
+    Cursor cursor(&fDatabase, OneOffset());
+    cursor.fColumns.push_back(boost::make_shared<ThrowingColumn>());
+    cursor.PrepareToQuery("SELECT a FROM t");
+    std::uint32_t record = 0;
+    EXPECT_THROW(cursor.Step(record), std::logic_error);
+    recorder.Clear();
+  });
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 0"));
+}
+
+// Selects, and the queries that a table makes -------------------------------------------------------------------------
+
+TEST_F(DestructionTest, ASelectDestroyedAfterItsCursorFailedEndsQuietly) {
+  auto select = NewAbsSelect();
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  select->PrepareSelect(owner);
+  StepUntilFailure(*owner);
+  owner.reset();
+  CallRecorder recorder;
+  EXPECT_NO_THROW(select.reset());
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+  EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+}
+
+TEST_F(DestructionTest, ACursorThatOutlivesItsSelectEndsQuietlyToo) {
+  auto select = NewAbsSelect();
+  auto owner = boost::make_shared<Cursor>(&fDatabase, OneOffset());
+  select->PrepareSelect(owner);
+  StepUntilFailure(*owner);
+  select.reset();
+  EXPECT_NO_THROW(owner.reset());
+  EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+}
+
+TEST_F(DestructionTest, ASelectThatTheEngineRefusesLeavesBothListsInOrder) {
+  const auto fail = [this] {
+    auto select = fDatabase.NewSelect(fTable, 0);
+    select << MakeColumn("nope");
+    select->PrepareSelect(boost::make_shared<Cursor>(&fDatabase, OneOffset()));
+  };
+  EXPECT_EQ(MessageOf(fail), "no such column: nope");
+  EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+}
+
+class FailingQueryTest : public DestructionTest {
+ protected:
+  template <typename Query>
+  void ExpectStepFailure(Query query) {
+    CallRecorder recorder;
+    EXPECT_EQ(MessageOf(query), kStepMessage);
+    const std::vector<std::string> lines = recorder.Lines();
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_THAT(std::vector<std::string>(lines.begin() + 1, lines.end()),
+                ElementsAre("step = 1", "errmsg", "finalize = 1"));
+    ExpectOrderlyState();
+    EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+  }
+
+  template <typename Query>
+  void ExpectBusyFailure(Query query) {
+    support::OtherConnection other(DatabasePath());
+    other.Run("BEGIN EXCLUSIVE");
+    CallRecorder recorder;
+    EXPECT_EQ(MessageOf(query), "database is locked");
+    EXPECT_EQ(recorder.Count("usleep"), 601U);
+    EXPECT_EQ(recorder.Lines().back(), "finalize = 5");
+    EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+    other.Run("ROLLBACK");
+  }
+
+  boost::shared_ptr<sqldb::SQLTermBase> fFailing = support::MakeTerm(" abs(a) > 100");
+};
+
+TEST_F(FailingQueryTest, ACountThatFailsHalfWayThrowsTheStepsMessage) {
+  ExpectStepFailure([this] { fTable->CountRecords(fFailing); });
+}
+
+TEST_F(FailingQueryTest, ALookUpThatFailsHalfWayThrowsTheStepsMessage) {
+  ExpectStepFailure([this] { fTable->HasTerm(fFailing); });
+}
+
+TEST_F(FailingQueryTest, ACountOnABusyFileThrowsTheStepsMessage) {
+  ExpectBusyFailure([this] { fTable->CountRecords(nullptr); });
+}
+
+TEST_F(FailingQueryTest, ALookUpOnABusyFileThrowsTheStepsMessage) {
+  ExpectBusyFailure([this] { fTable->HasTerm(nullptr); });
+}
+
+TEST_F(FailingQueryTest, ACountWhoseStatementCannotBeFinalizedReturnsItsCount) {
+  CallRecorder recorder;
+  recorder.Force("finalize", 1);
+  EXPECT_EQ(fTable->CountRecords(nullptr), 3U);
+  EXPECT_EQ(recorder.Lines().back(), "finalize = 1");
+}
+
+TEST_F(FailingQueryTest, ALookUpWhoseStatementCannotBeFinalizedReturnsItsAnswer) {
+  CallRecorder recorder;
+  recorder.Force("finalize", 1);
+  EXPECT_TRUE(fTable->HasTerm(nullptr));
+  EXPECT_EQ(recorder.Lines().back(), "finalize = 1");
+}
+
+TEST_F(FailingQueryTest, TheTableAnswersAgainAfterAFailure) {
+  EXPECT_THROW(fTable->CountRecords(fFailing), std::runtime_error);
+  EXPECT_EQ(fTable->CountRecords(support::MakeTerm(" a > 0")), 2U);
+}
+
+// Without its database ------------------------------------------------------------------------------------------------
+
+TEST_F(DestructionTest, AFailedCursorThatOutlivesItsDatabaseEndsQuietly) {
+  auto database = std::make_unique<sqldb::SQLDatabase>(DatabasePath(), false);
+  database->Open();
+  sqlite3* const connection = database->fConnection;
+  auto* const cursor = new Cursor(database.get(), OneOffset());
+  GiveColumn(*cursor);
+  cursor->PrepareToQuery("SELECT abs(a) FROM t");
+  StepUntilFailure(*cursor);
+  database.reset();
+  CallRecorder recorder;
+  EXPECT_NO_THROW(delete cursor);
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 1"));
+  EXPECT_EQ(sqlite3_close(connection), SQLITE_OK);
+}
+
+TEST_F(DestructionTest, APreparedCursorThatOutlivesItsDatabaseIsFinalized) {
+  auto database = std::make_unique<sqldb::SQLDatabase>(DatabasePath(), false);
+  database->Open();
+  sqlite3* const connection = database->fConnection;
+  auto cursor = boost::make_shared<Cursor>(database.get(), OneOffset());
+  cursor->PrepareToQuery("SELECT a FROM t");
+  database.reset();
+  CallRecorder recorder;
+  cursor.reset();
+  EXPECT_THAT(recorder.Lines(), ElementsAre("finalize = 0"));
+  EXPECT_EQ(sqlite3_close(connection), SQLITE_OK);
+}
+
+// Owners that cannot be told from a delete by hand --------------------------------------------------------------------
+
+using DestructionDeathTest = DestructionTest;
+
+// Runs in a child of its own, which should not leave a memory image behind.
+template <typename Owner>
+void ReleaseWithoutMemoryImage(Owner& owner) {
+  const rlimit none{0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  owner.reset();
+}
+
+TEST_F(DestructionDeathTest, AUniquePointerToAFailedCursorEndsTheProcess) {
+  std::unique_ptr<Cursor> owner(NewFailed());
+  EXPECT_DEATH(ReleaseWithoutMemoryImage(owner), kFinalizeMessage);
+  EXPECT_THROW(delete owner.release(), std::runtime_error);
+}
+
+}  // namespace
