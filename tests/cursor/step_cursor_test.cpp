@@ -16,7 +16,7 @@
 #include <boost/make_shared.hpp>
 
 #include "sqldb/cursor.h"
-#include "support/allocation_counter.h"
+#include "support/allocations.h"
 #include "support/call_recorder.h"
 #include "support/fixtures.h"
 
@@ -674,19 +674,19 @@ TEST_F(StepCursorTest, ARowAllocatesNothing) {
   std::uint32_t second = 0;
   std::uint32_t third = 0;
   std::uint32_t fourth = 0;
-  // The engine allocates for the first row. One buffer now, four later: the list must not grow on the way.
+  // One buffer now, four later: the list must not grow on the way.
   cursor.Step(fRecord);
-  const support::AllocationCounter counter;
+  const support::AllocationCount count;
   while (cursor.Step(fRecord, &second, &third, &fourth) == 0) {
   }
-  EXPECT_EQ(counter.Count(), 0U);
+  EXPECT_EQ(count.Count(), 0U);
   EXPECT_EQ(cursor.fRowCount, 6U);
 }
 
-TEST(AllocationCounterTest, CountsWhatIsAllocatedWhileItLives) {
-  const support::AllocationCounter counter;
+TEST(AllocationCountTest, CountsWhatIsAllocatedWhileItLives) {
+  const support::AllocationCount count;
   const std::vector<char*> list(4);
-  EXPECT_EQ(counter.Count(), 1U);
+  EXPECT_EQ(count.Count(), 1U);
 }
 
 // Errors and busy files -----------------------------------------------------------------------------------------------
