@@ -96,6 +96,8 @@ class Interposer {
   static bool Listening() { return current != nullptr && silence == 0; }
   static bool Simulated() { return current != nullptr; }
 
+  static sqlite3* ForcedConnection() { return current->fForcedConnection; }
+
   static void Record(const Call& call) {
     current->fCalls.push_back(call);
     if (current->fAfterCall) {
@@ -145,7 +147,7 @@ int sqlite3_open(const char* path, sqlite3** connection) {
   call.function = "open";
   call.text = path;
   if (Interposer::TakeForced(call.function, call.result)) {
-    *connection = nullptr;
+    *connection = Interposer::ForcedConnection();
   } else {
     Silence silent;
     call.result = real(path, connection);

@@ -60,10 +60,13 @@ class CallRecorder {
   // Adds a line of the test's own to the record, to show what happened between two calls.
   void Note(const std::string& text);
 
-  // Makes the next `times` calls of `function`, after `skip` untouched ones, return `result`. prepare, step, open, close
-  // and create_collation are then not forwarded (a forced step moves nothing, a forced prepare or open delivers null); a
-  // forced finalize is forwarded all the same, so that nothing leaks.
+  // Makes the next `times` calls of `function`, after `skip` untouched ones, return `result`. prepare, step, open,
+  // close and create_collation are then not forwarded (a forced step moves nothing, a forced prepare delivers null, a
+  // forced open `fForcedConnection`); a forced finalize is forwarded all the same, so that nothing leaks.
   void Force(const std::string& function, int result, int times = 1, int skip = 0);
+
+  // What a forced open delivers: null, unless a test plays SQLite handing out a certain address.
+  sqlite3* fForcedConnection = nullptr;
 
   // Called after each noted call, with it; calls made inside are not noted.
   std::function<void(const Call&)> fAfterCall;
