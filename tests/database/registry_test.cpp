@@ -110,12 +110,13 @@ TEST_F(RegistryTest, LookupsSendNothingAndShareTheOwnership) {
 
 TEST_F(RegistryTest, NamesAreComparedByteForByte) {
   const auto table = fDatabase.NewTable("items");
+  const auto other = fDatabase.NewTable("others");
   for (const std::string& name :
        {std::string("Items"), std::string("ITEMS"), std::string("item"), std::string("items "), std::string(" items"),
         std::string(""), std::string("items\0", 6)}) {
     EXPECT_EQ(MessageOf([&] { fDatabase.GetTable(name); }), kNotMet) << name;
   }
-  EXPECT_THAT(fDatabase.fTables, ElementsAre(table));
+  EXPECT_THAT(fDatabase.fTables, ElementsAre(table, other));
 }
 
 TEST_F(RegistryTest, AnyNameIsFoundThatWasRegistered) {
@@ -139,10 +140,11 @@ TEST_F(RegistryTest, ATableIsFoundByItsAddressAmongEqualNames) {
 
 TEST_F(RegistryTest, AnUnregisteredTableIsNotFoundByItsAddress) {
   const auto registered = fDatabase.NewTable("items");
+  const auto other = fDatabase.NewTable("others");
   SQLTableClass unregistered(fDatabase, "items");
   EXPECT_EQ(MessageOf([&] { fDatabase.GetTableFromTableClass(&unregistered); }), kNotMet);
   EXPECT_EQ(MessageOf([&] { fDatabase.GetTableFromTableClass(nullptr); }), kNotMet);
-  EXPECT_THAT(fDatabase.fTables, ElementsAre(registered));
+  EXPECT_THAT(fDatabase.fTables, ElementsAre(registered, other));
 }
 
 TEST_F(RegistryTest, AnUnregisteredTableCannotCountOrTest) {
