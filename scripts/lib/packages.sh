@@ -41,13 +41,15 @@ install_with_apt_get() {
     sudo -n true 2>/dev/null || give_up "sudo asks for a password. Please run first: sudo apt-get install $*"
     as_root=(sudo -n "${as_root[@]}")
   fi
-  local options=(-qq -y --no-install-recommends -o DPkg::Lock::Timeout=120)
+  as_root+=(apt-get -q -y -o DPkg::Lock::Timeout=120)
 
   printf 'Installing with apt-get: %s\n' "$*"
   # A source of packages that cannot be reached may be one that is not needed: the installation decides.
-  "${as_root[@]}" apt-get -qq update </dev/null || true
-  "${as_root[@]}" apt-get install "${options[@]}" "$@" </dev/null >/dev/null ||
-    give_up "apt-get failed (see above). Please install: $*"
+  "${as_root[@]}" update >/dev/null 2>&1 </dev/null || true
+  local output reason
+  output=$("${as_root[@]}" install --no-install-recommends "$@" 2>&1 </dev/null) && return
+  reason=$(grep -m 1 '^E: ' <<<"$output") || reason="E: no reason given"
+  give_up "apt-get failed: ${reason#E: }. Please install: $*"
 }
 
 # install_missing PACKAGE...: installs those that the machine lacks, by their names in Debian and Ubuntu. Does nothing
