@@ -53,7 +53,7 @@ class SQLDB_EXPORT SQLValueBase {
   std::string GetParameterName() const;
 
   /// The parameter number; 0 for none.
-  std::int32_t fParameterNumber;
+  std::int32_t fParameterNumber = 0;
 
   /// The number drawn last, by any value of the process; 0 before the first. Wraps after 2,147,483,647 to the smallest
   /// negative number, and SQLite refuses the names of negative numbers; 0 is never drawn.

@@ -38,14 +38,14 @@ int sqlite_encode_binary(const unsigned char* in, int n, unsigned char* out) {
     }
     return 1;
   }
-  const std::size_t size = static_cast<std::size_t>(n);
+  const auto size = static_cast<std::size_t>(n);
   const Offset offset = ChooseOffset(in, size);
   if (out == nullptr) return static_cast<int>(size + offset.escapes + 1);
 
   unsigned char* end = out;
   *end++ = offset.value;
   for (std::size_t i = 0; i < size; ++i) {
-    unsigned char shifted = static_cast<unsigned char>(in[i] - offset.value);
+    auto shifted = static_cast<unsigned char>(in[i] - offset.value);
     if (MustBeEscaped(shifted)) {
       *end++ = kEscape;
       ++shifted;

@@ -9,7 +9,7 @@ namespace sqldb {
 
 std::int32_t SQLValueBase::gLastNamedParameterSequence = 0;
 
-SQLValueBase::SQLValueBase() : fParameterNumber(0) {}
+SQLValueBase::SQLValueBase() = default;
 
 SQLValueBase::~SQLValueBase() = default;
 
