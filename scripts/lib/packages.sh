@@ -78,7 +78,7 @@ install_build_packages() {
 }
 
 install_test_packages() {
-  install_build_packages libgtest-dev libgmock-dev pkg-config
+  install_build_packages libgtest-dev libgmock-dev pkg-config sqlite3
 }
 
 install_clang() {
