@@ -1,0 +1,152 @@
+#include "store.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "printable.h"
+#include "sqldb/select.h"
+
+namespace catalog {
+
+namespace {
+
+constexpr std::int64_t kApplicationId = 0x63746C67;  // "ctlg"
+constexpr std::int64_t kFormat = 1;
+
+// Opens the file in passing: only the system says why that fails, and SQLite would create what is missing. Returns the
+// path in the one form in which no part of it means anything special to SQLite, and in which a walk meets it.
+std::string ResolvedPath(const std::string& path, Access access) {
+  const int flags = access == Access::kAsk ? O_RDONLY : access == Access::kChange ? O_RDWR : O_RDWR | O_CREAT;
+  const int descriptor = open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
+  if (descriptor < 0) throw Failure("cannot open '" + Printable(path) + "': " + std::strerror(errno));
+  struct stat facts {};
+  const bool isFile = fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+  close(descriptor);
+  if (!isFile) throw Failure("cannot open '" + Printable(path) + "': not a regular file");
+  return std::filesystem::canonical(path).string();
+}
+
+// Keeps the integer of a query's only row.
+class OneInteger : public sqldb::QueryCallback {
+ public:
+  bool ProcessRow(sqlite3_stmt* statement) override {
+    fValue = sqlite3_column_int64(statement, 0);
+    return false;
+  }
+
+  std::int64_t fValue = 0;
+};
+
+std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
+  OneInteger answer;
+  database.SendQuery("PRAGMA " + name, &answer, nullptr);
+  return answer.fValue;
+}
+
+template <typename ColumnClass>
+Column AddColumn(sqldb::SQLTableClass& table, const std::string& name, bool isPrimaryKey = false) {
+  const Column column(new ColumnClass(&table, name, false, false, isPrimaryKey, ""));
+  table.AddColumn(column);
+  return column;
+}
+
+}  // namespace
+
+Store::Store(const std::string& path, Access access)
+    : fDatabase(ResolvedPath(path, access), access == Access::kAsk),
+      fAccess(access),
+      fIdentity(OpenFile(fDatabase.fPath).Identity()) {
+  fDatabase.Open();
+  // The cache, in KiB: room for what indexing a large tree changes. Without it SQLite would lock readers out half-way.
+  fDatabase.SendQuery("PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536", nullptr, nullptr);
+
+  fFiles = fDatabase.NewTable("files");
+  fPath = AddColumn<TextColumn>(*fFiles, "path", true);
+  fSize = AddColumn<IntegerColumn>(*fFiles, "size");
+  fModified = AddColumn<IntegerColumn>(*fFiles, "modified");
+  fKind = AddColumn<TextColumn>(*fFiles, "kind");
+  fHead = AddColumn<TextColumn>(*fFiles, "head");
+}
+
+Store::~Store() { FinalizeLeftovers(fDatabase); }
+
+// Reading the format takes the shared lock, and the transaction keeps it.
+void Store::Ask(const std::function<void()>& work) {
+  InTransaction(fDatabase, [&] {
+    CheckFormat();
+    work();
+  });
+}
+
+// The format is read in a transaction of its own. One that has begun with reading is refused the write lock at once
+// where another waits for it.
+void Store::Change(const std::function<void()>& work, Ending ending) {
+  bool isNew = false;
+  InTransaction(fDatabase, [&] { isNew = CheckFormat(); });
+  const auto lockAndWork = [&] {
+    if (isNew) {
+      CreateTable();
+    } else {
+      fFiles->DeleteRecords(Never());
+    }
+    work();
+  };
+  InTransaction(fDatabase, lockAndWork, ending);
+}
+
+boost::shared_ptr<sqldb::SQLSelectClass> Store::NewSelect(const Term& term, std::uint32_t limit) {
+  auto select = fDatabase.NewSelect(fFiles, limit);
+  select->fTerm = term;
+  return select;
+}
+
+// By identity above all: to open and close the database's file a second time would make the system take SQLite's locks
+// away from this process.
+bool Store::IsOwnFile(const std::string& path, const FileIdentity& identity) const {
+  if (identity == fIdentity) return true;
+  const std::string& own = fDatabase.fPath;
+  if (path.compare(0, own.size(), own) != 0) return false;
+  const std::string ending = path.substr(own.size());
+  return ending == "-journal" || ending == "-wal" || ending == "-shm";
+}
+
+bool Store::CheckFormat() {
+  if (fAccess == Access::kCreate && Pragma(fDatabase, "page_count") == 0) return true;
+  if (Pragma(fDatabase, "application_id") != kApplicationId)
+    throw Failure("'" + Printable(fDatabase.fPath) + "' is not a catalogue");
+  if (Pragma(fDatabase, "user_version") != kFormat)
+    throw Failure("'" + Printable(fDatabase.fPath) + "' is a catalogue of another version of this program");
+  fFiles->Initialize();
+  return false;
+}
+
+void Store::CreateTable() {
+  fFiles->Create();
+  // For "largest" and "duplicates", which go by size, and for "count" and "tag", which ask for a kind.
+  fFiles->CreateIndexForColumn(fSize->fName);
+  fFiles->CreateIndexForColumn(fKind->fName);
+  fDatabase.SendQuery("PRAGMA application_id = " + std::to_string(kApplicationId) +
+                          "; PRAGMA user_version = " + std::to_string(kFormat),
+                      nullptr, nullptr);
+}
+
+RowReceiver::RowReceiver(sqldb::SQLDatabase* database, const sqldb::OffsetSpec& offsets, Receive receive)
+    : SQLCursorBase(database), fOffsets(offsets), fReceive(std::move(receive)) {}
+
+bool RowReceiver::ProcessRow(sqlite3_stmt* statement) {
+  auto* const row = reinterpret_cast<char*>(&fRow);
+  for (std::size_t i = 0; i < fColumns.size(); ++i) {
+    fColumns[i]->AssignTo(row + fOffsets.fItems[i].fByteOffset, statement, static_cast<int>(i));
+  }
+  fReceive(fRow);
+  return true;
+}
+
+}  // namespace catalog
