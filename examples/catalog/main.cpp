@@ -68,7 +68,14 @@ using Arguments = std::vector<std::string>;
 
 std::string InQuotes(const std::string& text) { return "'" + Printable(text) + "'"; }
 
-std::string Files(std::uint64_t count) { return std::to_string(count) + (count == 1 ? " file" : " files"); }
+// "1 file", "2 files".
+std::string Counted(std::uint64_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string Files(std::uint64_t count) { return Counted(count, "file"); }
+
+std::string Bytes(std::int64_t count) { return Counted(static_cast<std::uint64_t>(count), "byte"); }
 
 // Digits only, at most `largest`.
 std::int64_t Number(const std::string& what, const std::string& text, std::int64_t smallest, std::int64_t largest) {
@@ -151,7 +158,7 @@ void Largest(const std::string& database, const Arguments& arguments) {
 }
 
 void ShowCopies(const Copies& copies, std::size_t shownPaths) {
-  std::cout << "\n" << Files(copies.fFiles) << " of " << copies.fSize << " bytes:\n";
+  std::cout << "\n" << Files(copies.fFiles) << " of " << Bytes(copies.fSize) << ":\n";
   for (std::size_t i = 0; i < copies.fPaths.size(); ++i) {
     if (i == shownPaths) {
       std::cout << "  and " << copies.fPaths.size() - i << " more\n";

@@ -82,7 +82,7 @@ void ProgramTest::SetTime(const std::string& name, std::int64_t seconds, long na
 
 std::string ProgramTest::Ask(std::vector<std::string> arguments) const {
   arguments.insert(arguments.begin(), "c.db");
-  const Run run = Catalog(arguments);
+  const Finished run = Catalog(arguments);
   EXPECT_EQ(run.fErr, "");
   EXPECT_EQ(run.fStatus, 0);
   return run.fOut;
@@ -99,7 +99,7 @@ std::string ProgramTest::Index(const std::string& folder) const {
 }
 
 std::string ProgramTest::Shell(const std::string& sql, const std::string& database) const {
-  const Run run = Execute(SQLITE3_SHELL, {"-batch", "-init", "/dev/null", database, sql});
+  const Finished run = Execute(SQLITE3_SHELL, {"-batch", "-init", "/dev/null", database, sql});
   EXPECT_EQ(run.fStatus, 0) << run.fErr;
   return run.fOut;
 }
@@ -120,7 +120,7 @@ bool ProgramTest::BecomeOrdinary() {
   return Catalog({"--help"}).fStatus == 0;
 }
 
-Run ProgramTest::Execute(const std::string& program, const std::vector<std::string>& arguments) const {
+Finished ProgramTest::Execute(const std::string& program, const std::vector<std::string>& arguments) const {
   std::vector<std::string> words = arguments;
   words.insert(words.begin(), program);
   std::vector<char*> pointers;
@@ -139,7 +139,7 @@ Run ProgramTest::Execute(const std::string& program, const std::vector<std::stri
   }
   int status = 0;
   waitpid(child, &status, 0);
-  return Run{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out.Text(), err.Text()};
+  return Finished{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out.Text(), err.Text()};
 }
 
 LockHolder::LockHolder(const std::string& path, const std::string& sql) {

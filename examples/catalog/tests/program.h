@@ -12,7 +12,7 @@
 
 namespace catalog_tests {
 
-struct Run {
+struct Finished {
   int fStatus = -1;
   std::string fOut;
   std::string fErr;
@@ -33,7 +33,7 @@ class ProgramTest : public ::testing::Test {
   void SetTime(const std::string& name, std::int64_t seconds, long nanoseconds = 0) const;
 
   // catalog ARGUMENTS...
-  Run Catalog(const std::vector<std::string>& arguments) const { return Execute(CATALOG_PROGRAM, arguments); }
+  Finished Catalog(const std::vector<std::string>& arguments) const { return Execute(CATALOG_PROGRAM, arguments); }
   // catalog c.db ARGUMENTS..., which must succeed and say nothing on standard error; returns its output.
   std::string Ask(std::vector<std::string> arguments) const;
   // The summary of "index", without the path and the seconds.
@@ -49,7 +49,7 @@ class ProgramTest : public ::testing::Test {
   bool BecomeOrdinary();
 
  private:
-  Run Execute(const std::string& program, const std::vector<std::string>& arguments) const;
+  Finished Execute(const std::string& program, const std::vector<std::string>& arguments) const;
 
   std::string fFolder;
   bool fIsOrdinary = false;

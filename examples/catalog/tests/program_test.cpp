@@ -218,7 +218,7 @@ TEST_F(FailingIndexTest, OldCatalogueStays) {
   MakeFolder("tree/folder");
   for (const char* name : {"d", "z", "folder/e"}) WriteFile("tree/" + std::string(name), "");
 
-  const Run run = Catalog({"c.db", "index", "tree"});
+  const Finished run = Catalog({"c.db", "index", "tree"});
   EXPECT_EQ(run.fErr, "catalog: 'c.db': no room for z\n");
   EXPECT_EQ(run.fStatus, 1);
   EXPECT_EQ(run.fOut, "");
@@ -241,10 +241,10 @@ TEST_F(FailingIndexTest, FailureWhileRemovingRollsBackToo) {
 
 TEST_F(FailingIndexTest, WrongFolderMakesNoDatabase) {
   WriteFile("file", "");
-  const Run missing = Catalog({"c.db", "index", "nosuch"});
+  const Finished missing = Catalog({"c.db", "index", "nosuch"});
   EXPECT_EQ(missing.fErr, "catalog: cannot index 'nosuch': No such file or directory\n");
   EXPECT_EQ(missing.fStatus, 1);
-  const Run file = Catalog({"c.db", "index", "file"});
+  const Finished file = Catalog({"c.db", "index", "file"});
   EXPECT_EQ(file.fErr, "catalog: cannot index 'file': Not a directory\n");
   EXPECT_EQ(file.fStatus, 1);
   EXPECT_FALSE(std::filesystem::exists(Path("c.db")));
@@ -257,7 +257,7 @@ TEST_F(FailingIndexTest, DatabaseOfAnotherProgramIsNotTouched) {
       {"index", "tree"}, {"count"}, {"tag", "a", "b"}, {"forget", "tree"}, {"plan"}};
   for (std::vector<std::string> command : commands) {
     command.insert(command.begin(), "c.db");
-    const Run run = Catalog(command);
+    const Finished run = Catalog(command);
     EXPECT_EQ(run.fErr, "catalog: '" + Path("c.db") + "' is not a catalogue\n");
     EXPECT_EQ(run.fStatus, 1);
   }
@@ -315,7 +315,7 @@ TEST_F(UnreadableTest, FolderToBeIndexedIsAFailure) {
   MakeFolder("tree/closed");
   chmod(Path("tree/closed").c_str(), 0);
   if (!BecomeOrdinary()) GTEST_SKIP() << "cannot run the program as an ordinary user";
-  const Run run = Catalog({"c.db", "index", "tree/closed"});
+  const Finished run = Catalog({"c.db", "index", "tree/closed"});
   EXPECT_EQ(run.fErr, "catalog: cannot index 'tree/closed': Permission denied\n");
   EXPECT_EQ(run.fStatus, 1);
 }
@@ -451,7 +451,7 @@ TEST_F(QuestionTest, ForgetsAFileThatIsALinkByNow) {
 TEST_F(QuestionTest, ForgettingWhatIsNotThereIsAFailure) {
   WriteFile("tree/a", "");
   Index();
-  const Run run = Catalog({"c.db", "forget", "tree/no\nsuch"});
+  const Finished run = Catalog({"c.db", "forget", "tree/no\nsuch"});
   EXPECT_EQ(run.fErr, "catalog: nothing is catalogued at 'tree/no\\nsuch'\n");
   EXPECT_EQ(run.fStatus, 1);
   EXPECT_EQ(Paths(), "a\n");
@@ -550,7 +550,7 @@ TEST_F(LockTest, NothingGetsPastAnExclusiveLock) {
     const LockHolder holder(Path("c.db"), "BEGIN EXCLUSIVE");
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"c.db", "count"}, {"c.db", "index", "tree"}}) {
-      const Run run = Catalog(command);
+      const Finished run = Catalog(command);
       EXPECT_EQ(run.fErr, "catalog: 'c.db': database is locked\n");
       EXPECT_EQ(run.fStatus, 1);
     }
@@ -580,7 +580,7 @@ TEST_F(LockTest, ReaderThatStaysKeepsTheOldCatalogue) {
   WriteFile("tree/b", "");
   {
     const LockHolder holder(Path("c.db"), "BEGIN; SELECT count(*) FROM files");
-    const Run run = Catalog({"c.db", "index", "tree"});
+    const Finished run = Catalog({"c.db", "index", "tree"});
     EXPECT_EQ(run.fErr, "catalog: 'c.db': database is locked\n");
     EXPECT_EQ(run.fStatus, 1);
   }
@@ -589,7 +589,7 @@ TEST_F(LockTest, ReaderThatStaysKeepsTheOldCatalogue) {
 }
 
 TEST_F(UsageTest, HelpGoesToStandardOutput) {
-  const Run run = Catalog({"--help"});
+  const Finished run = Catalog({"--help"});
   EXPECT_EQ(run.fStatus, 0);
   EXPECT_EQ(run.fErr, "");
   for (const char* command : {"index", "count", "largest", "duplicates", "find", "tag", "forget", "plan"}) {
@@ -598,7 +598,7 @@ TEST_F(UsageTest, HelpGoesToStandardOutput) {
 }
 
 TEST_F(UsageTest, NothingToDoIsAMisuse) {
-  const Run run = Catalog({});
+  const Finished run = Catalog({});
   EXPECT_EQ(run.fStatus, 2);
   EXPECT_EQ(run.fOut, "");
   EXPECT_EQ(run.fErr, Catalog({"--help"}).fOut);
@@ -639,7 +639,7 @@ TEST_F(UsageTest, EveryMisuseIsOneLine) {
       {{"c.db", "plan", "x"}, "superfluous argument 'x'"},
   };
   for (const auto& misuse : misuses) {
-    const Run run = Catalog(misuse.fArguments);
+    const Finished run = Catalog(misuse.fArguments);
     EXPECT_EQ(run.fErr, "catalog: " + misuse.fReason + "; see catalog --help\n");
     EXPECT_EQ(run.fStatus, 2) << misuse.fReason;
     EXPECT_EQ(run.fOut, "") << misuse.fReason;
@@ -676,7 +676,7 @@ TEST_F(UsageTest, EveryBadDatabaseIsOneLine) {
          {std::vector<std::string>{"count"}, {"largest", "1"}, {"duplicates"}, {"find", "a"}, {"tag", "a", "b"}}) {
       std::vector<std::string> arguments = command;
       arguments.insert(arguments.begin(), each.fDatabase);
-      const Run run = Catalog(arguments);
+      const Finished run = Catalog(arguments);
       EXPECT_THAT(run.fErr, StartsWith("catalog: " + each.fReason));
       EXPECT_EQ(run.fErr.find('\n'), run.fErr.size() - 1) << run.fErr;
       EXPECT_EQ(run.fStatus, 1) << each.fReason;
@@ -694,7 +694,7 @@ TEST_F(UsageTest, EmptyFileBecomesACatalogue) {
 }
 
 TEST_F(UsageTest, IndexNeedsTheFolderOfTheDatabase) {
-  const Run run = Catalog({"missing/c.db", "index", "tree"});
+  const Finished run = Catalog({"missing/c.db", "index", "tree"});
   EXPECT_EQ(run.fErr, "catalog: cannot open 'missing/c.db': No such file or directory\n");
   EXPECT_EQ(run.fStatus, 1);
 }
