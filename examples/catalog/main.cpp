@@ -178,15 +178,15 @@ void ShowDuplicates(const std::string& database, const Arguments& arguments) {
   const Duplicates duplicates = Compare(FindCandidates(store));
   std::int64_t waste = 0;
   for (const Copies& copies : duplicates.fGroups) waste += copies.Waste();
-  std::cout << duplicates.fGroups.size()
-            << " groups of identical files, compared byte for byte; one file each would save " << waste << " bytes\n";
+  std::cout << Counted(duplicates.fGroups.size(), "group")
+            << " of identical files, compared byte for byte; one file each would save " << Bytes(waste) << "\n";
   if (duplicates.fNotCompared != 0) {
     std::cout << Files(duplicates.fNotCompared) << " not compared: gone, unreadable or of another size by now\n";
   }
   std::size_t shown = 0;
   for (const Copies& copies : duplicates.fGroups) {
     if (!showAll && shown == kShownGroups) {
-      std::cout << "\nand " << duplicates.fGroups.size() - shown << " more groups; --all shows them\n";
+      std::cout << "\nand " << Counted(duplicates.fGroups.size() - shown, "more group") << "; --all shows all\n";
       break;
     }
     ShowCopies(copies, showAll ? copies.fPaths.size() : kShownPaths);

@@ -157,6 +157,7 @@ TEST_F(TransactionTest, NextTransactionIsNotTouchedByAFailure) {
 
 TEST_F(TransactionTest, NeitherIsItWhenSqliteHasRolledBackByItself) {
   EXPECT_EQ(FailureOf([&] { Send("INSERT INTO t VALUES (14)"); }), "no fourteen");
+  EXPECT_EQ(fDatabase.fTransactionDepth, 0);
   EXPECT_EQ(FailureOf([&] { Send("INSERT INTO t VALUES (2)"); }), "none");
   EXPECT_EQ(Rows(), 1u);
 }

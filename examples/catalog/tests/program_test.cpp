@@ -483,7 +483,7 @@ TEST_F(DuplicatesTest, OnlyFilesOfTheSameContentsAreShown) {
   WriteFile("tree/empty2", "");
   Index();
   EXPECT_EQ(Ask({"duplicates"}),
-            "1 groups of identical files, compared byte for byte; one file each would save 72 bytes\n"
+            "1 group of identical files, compared byte for byte; one file each would save 72 bytes\n"
             "\n3 files of 36 bytes:\n  " +
                 Path("tree/same\\n3") + "\n  " + Path("tree/same1") + "\n  " + Path("tree/same2") + "\n");
 }
@@ -533,9 +533,9 @@ TEST_F(DuplicatesTest, MostWastefulGroupsComeFirstAndTheOthersOnRequest) {
   }
   Index();
   const std::string some = Ask({"duplicates"});
-  EXPECT_THAT(some, HasSubstr("bytes\n\n30 files of 1 bytes:\n"));
+  EXPECT_THAT(some, HasSubstr("bytes\n\n30 files of 1 byte:\n"));
   EXPECT_THAT(some, HasSubstr("  and 25 more\n"));
-  EXPECT_THAT(some, EndsWith("\nand 2 more groups; --all shows them\n"));
+  EXPECT_THAT(some, EndsWith("\nand 2 more groups; --all shows all\n"));
   const std::string all = Ask({"duplicates", "--all"});
   EXPECT_THAT(all, HasSubstr("\n2 files of 2 bytes:\n"));
   EXPECT_THAT(all, Not(HasSubstr("more")));
