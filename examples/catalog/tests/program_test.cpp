@@ -569,6 +569,8 @@ TEST_F(LockTest, QuestionsGetPastAWriterButChangesDoNot) {
     EXPECT_EQ(Ask({"count"}), "1 file\n");
     EXPECT_EQ(Catalog({"c.db", "index", "tree"}).fErr, "catalog: 'c.db': database is locked\n");
     EXPECT_EQ(Catalog({"c.db", "forget", "tree/a"}).fErr, "catalog: 'c.db': database is locked\n");
+    EXPECT_EQ(Catalog({"c.db", "forget", "nosuch"}).fErr, "catalog: 'c.db': database is locked\n")
+        << "the lock comes first";
   }
   EXPECT_EQ(Dump(), before);
 }
