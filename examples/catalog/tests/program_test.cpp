@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files.h"
 #include "sqldb/encoding.h"
 
 namespace catalog_tests {
@@ -176,6 +177,16 @@ TEST_F(IndexTest, LinksPipesAndOtherKindsAreLeftOut) {
   std::filesystem::create_symlink(".", Path("tree/loop"));
   ASSERT_EQ(mkfifo(Path("tree/pipe").c_str(), 0600), 0);
   EXPECT_EQ(Index(), "0 added, 0 changed, 0 removed, 0 unchanged, 0 unreadable");
+}
+
+// Either alone would keep links out of a catalogue; the second is for what becomes a link in between.
+TEST_F(IndexTest, LinksAreNeitherListedNorOpened) {
+  WriteFile("file", "");
+  std::filesystem::create_symlink("../file", Path("tree/link"));
+  std::vector<catalog::Entry> entries;
+  EXPECT_EQ(catalog::ListFolder(Path("tree"), entries), catalog::Outcome::kRead);
+  EXPECT_TRUE(entries.empty());
+  EXPECT_EQ(catalog::OpenFile(Path("tree/link")).Result(), catalog::Outcome::kGone);
 }
 
 TEST_F(IndexTest, CatalogueItselfIsLeftOut) {
