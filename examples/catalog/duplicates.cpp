@@ -14,7 +14,7 @@ namespace {
 enum class Comparison { kSame, kDifferent, kFirstUnreadable, kSecondUnreadable };
 
 Comparison CompareContents(const OpenFile& first, const OpenFile& second) {
-  constexpr std::size_t kBlock = 64 * 1024;
+  constexpr std::size_t kBlock = 65536;
   static std::vector<char> firstBlock(kBlock);
   static std::vector<char> secondBlock(kBlock);
   for (std::int64_t position = 0;; position += static_cast<std::int64_t>(kBlock)) {

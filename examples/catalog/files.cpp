@@ -24,9 +24,9 @@ Outcome OutcomeOf(int error) {
 
 std::int64_t Nanoseconds(const timespec& time) {
   constexpr std::int64_t kPerSecond = 1000000000;
-  constexpr auto kLimits = std::numeric_limits<std::int64_t>();
-  if (time.tv_sec >= kLimits.max() / kPerSecond) return kLimits.max();
-  if (time.tv_sec <= kLimits.min() / kPerSecond) return kLimits.min();
+  using Limits = std::numeric_limits<std::int64_t>;
+  if (time.tv_sec >= Limits::max() / kPerSecond) return Limits::max();
+  if (time.tv_sec <= Limits::min() / kPerSecond) return Limits::min();
   return time.tv_sec * kPerSecond + time.tv_nsec;
 }
 

@@ -192,7 +192,7 @@ std::string IndexableFolder(const std::string& folder) {
   if (opened == nullptr) throw Failure("cannot index '" + Printable(folder) + "': " + std::strerror(errno));
   closedir(opened);
   std::error_code error;
-  const std::string path = std::filesystem::canonical(folder, error).string();
+  std::string path = std::filesystem::canonical(folder, error).string();
   if (error) throw Failure("cannot index '" + Printable(folder) + "': " + error.message());
   return path;
 }

@@ -52,7 +52,7 @@ std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
 
 template <typename ColumnClass>
 Column AddColumn(sqldb::SQLTableClass& table, const std::string& name, bool isPrimaryKey = false) {
-  const Column column(new ColumnClass(&table, name, false, false, isPrimaryKey, ""));
+  Column column(new ColumnClass(&table, name, false, false, isPrimaryKey, ""));
   table.AddColumn(column);
   return column;
 }
