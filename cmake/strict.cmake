@@ -6,6 +6,14 @@ function(sqldb_be_strict target)
   target_compile_definitions(${target} PRIVATE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 endfunction()
 
+# A program of tests: strict, and quick to build, since what runs in the end is the library. So it is not optimised, and
+# undefined behaviour is looked for in the library only.
+function(sqldb_be_a_test target)
+  sqldb_be_strict(${target})
+  target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+endfunction()
+
 function(sqldb_harden target)
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
   target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)

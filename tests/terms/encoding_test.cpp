@@ -209,8 +209,8 @@ TEST(EncodingTest, SkewedBytesOfEveryLength) {
 
 TEST(EncodingTest, EqualBytesOfEveryValueAndEveryLength) {
   for (std::size_t length = 1; length <= kLongest; ++length) {
-    // Each length sees every seventh value, each value every seventh length.
-    for (std::size_t value = length % 7; value < 256; value += 7)
+    // Each length sees every 31st value, each value every 31st length.
+    for (std::size_t value = length % 31; value < 256; value += 31)
       EXPECT_ENCODES(Bytes(length, static_cast<Byte>(value)));
   }
 }
