@@ -113,8 +113,8 @@ class SQLDB_EXPORT SQLDatabase {
   /// already, the SQLite transaction may still be open, and after a failed rollback the next transaction will be
   /// rolled back too.
   ///
-  /// SQLite itself ends the transaction on some failures, a full disk among them. Nothing tells the database object: end
-  /// all levels then with `commit` false, ignore SQLite's complaint, and set `fTransactionOK` to true.
+  /// SQLite itself ends the transaction on some failures, a full disk among them. Nothing tells the database object:
+  /// end all levels then with `commit` false, ignore SQLite's complaint, and set `fTransactionOK` to true.
   /// REQUIRES: a level to end. Without one, `endAll` sends its COMMIT or ROLLBACK all the same, of which SQLite
   /// complains; a single end lowers the depth to -1, and the next BeginTransaction sends nothing.
   void EndTransaction(bool commit, bool endAll);

@@ -4,8 +4,8 @@
 // An insert writes one row into one table per execution; a replace is the same with the verb REPLACE.
 //
 // Order of calls: SQLTableClass::NewInsert (or NewReplace), fill `fColumns` and `fValues` in matching order,
-// PerformInsert(true), fill `fValues` for the next row, and so on. Or keep values whose contents can be set anew, and call
-// PerformInsert(false) for every row.
+// PerformInsert(true), fill `fValues` for the next row, and so on. Or keep values whose contents can be set anew, and
+// call PerformInsert(false) for every row.
 
 #include <iosfwd>
 #include <sstream>
