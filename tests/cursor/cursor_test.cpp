@@ -18,13 +18,16 @@
 
 #include "support/call_recorder.h"
 #include "support/fixtures.h"
+#include "support/layout.h"
 
 namespace {
 
 using sqldb::SQLCursorBase;
 using support::CallRecorder;
+using support::InMemoryOrder;
 using support::MakeColumn;
 using support::MessageOf;
+using support::VirtualSlot;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -106,21 +109,6 @@ class HoldingColumn : public sqldb::SQLColumnBase {
   boost::shared_ptr<SQLCursorBase> fCursor;
 };
 
-// Where a member function stands in its class's table of virtual functions, as the common C++ ABI of x86-64 encodes it
-// in a pointer to it; -1 for one that is not virtual.
-template <typename Function>
-std::ptrdiff_t SlotOf(Function function) {
-  std::ptrdiff_t encoded = 0;
-  std::memcpy(&encoded, &function, sizeof encoded);
-  return encoded % 2 != 0 ? (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)) : -1;
-}
-
-template <typename... Members>
-bool LieInThisOrder(const Members&... members) {
-  const std::array<std::uintptr_t, sizeof...(members)> addresses{reinterpret_cast<std::uintptr_t>(&members)...};
-  return std::is_sorted(addresses.begin(), addresses.end());
-}
-
 class CursorTest : public support::DatabaseTest {
  protected:
   CursorTest() { MakeTable("t", {"a"}); }
@@ -136,7 +124,7 @@ TEST_F(CursorTest, MembersHaveTheirTypes) {
   static_assert(std::is_same_v<decltype(SQLCursorBase::fDatabase), sqldb::SQLDatabase*>);
   static_assert(std::is_same_v<decltype(SQLCursorBase::fSerialNumber), std::int32_t>);
   static_assert(std::is_same_v<decltype(SQLCursorBase::sfCursorSerialNumber), std::int32_t>);
-  EXPECT_TRUE(LieInThisOrder(fCursor.fColumns, fCursor.fDatabase, fCursor.fSerialNumber));
+  EXPECT_TRUE(InMemoryOrder(fCursor.fColumns, fCursor.fDatabase, fCursor.fSerialNumber));
 }
 
 TEST_F(CursorTest, IsPolymorphicAndNotCopyable) {
@@ -154,11 +142,11 @@ TEST_F(CursorTest, TheDestructorMayThrow) { static_assert(!std::is_nothrow_destr
 
 #if defined(__x86_64__)
 TEST_F(CursorTest, ProcessRowAndPrepareToQueryFollowTheTwoDestructors) {
-  EXPECT_EQ(SlotOf(&SQLCursorBase::ProcessRow), 2);
-  EXPECT_EQ(SlotOf(&SQLCursorBase::PrepareToQuery), 3);
+  EXPECT_EQ(VirtualSlot(&SQLCursorBase::ProcessRow), 2);
+  EXPECT_EQ(VirtualSlot(&SQLCursorBase::PrepareToQuery), 3);
 }
 
-TEST_F(CursorTest, SendQueryIsNotVirtual) { EXPECT_EQ(SlotOf(&SQLCursorBase::SendQuery), -1); }
+TEST_F(CursorTest, SendQueryIsNotVirtual) { EXPECT_EQ(VirtualSlot(&SQLCursorBase::SendQuery), -1); }
 #endif
 
 TEST_F(CursorTest, StartsWithoutColumnsOnItsDatabase) {

@@ -19,14 +19,17 @@
 #include "support/allocations.h"
 #include "support/call_recorder.h"
 #include "support/fixtures.h"
+#include "support/layout.h"
 
 namespace {
 
 using sqldb::ItemOffset;
 using sqldb::OffsetSpec;
 using support::CallRecorder;
+using support::InMemoryOrder;
 using support::MakeColumn;
 using support::MessageOf;
+using support::VirtualSlot;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -83,19 +86,6 @@ struct Evasive {
   Evasive* operator&() { return nullptr; }
   std::uint32_t fValue;
 };
-
-template <typename Function>
-std::ptrdiff_t SlotOf(Function function) {
-  std::ptrdiff_t encoded = 0;
-  std::memcpy(&encoded, &function, sizeof encoded);
-  return encoded % 2 != 0 ? (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)) : -1;
-}
-
-template <typename... Members>
-bool LieInThisOrder(const Members&... members) {
-  const std::array<std::uintptr_t, sizeof...(members)> addresses{reinterpret_cast<std::uintptr_t>(&members)...};
-  return std::is_sorted(addresses.begin(), addresses.end());
-}
 
 // Offset specs --------------------------------------------------------------------------------------------------------
 
@@ -203,8 +193,8 @@ TEST_F(StepCursorTest, MembersHaveTheirTypes) {
 
 TEST_F(StepCursorTest, MembersLieInOrderAfterTheBases) {
   const Cursor cursor(&fDatabase, fOne);
-  EXPECT_TRUE(LieInThisOrder(cursor.fColumns, cursor.fDatabase, cursor.fSerialNumber, cursor.fOffsets, cursor.fRowCount,
-                             cursor.fStatement, cursor.fFinalized));
+  EXPECT_TRUE(InMemoryOrder(cursor.fColumns, cursor.fDatabase, cursor.fSerialNumber, cursor.fOffsets, cursor.fRowCount,
+                            cursor.fStatement, cursor.fFinalized));
 }
 
 TEST_F(StepCursorTest, IsACursorThatCannotBeCopied) {
@@ -222,9 +212,9 @@ TEST_F(StepCursorTest, StepAndStepItReturnAnInt) {
 
 #if defined(__x86_64__)
 TEST_F(StepCursorTest, PrepareToQueryIsOverriddenInTheBasesSlot) {
-  EXPECT_EQ(SlotOf(&Cursor::PrepareToQuery), 3);
-  EXPECT_EQ(SlotOf(&Cursor::Step), -1);
-  EXPECT_EQ(SlotOf(&Cursor::StepIt), -1);
+  EXPECT_EQ(VirtualSlot(&Cursor::PrepareToQuery), 3);
+  EXPECT_EQ(VirtualSlot(&Cursor::Step), -1);
+  EXPECT_EQ(VirtualSlot(&Cursor::StepIt), -1);
 }
 #endif
 

@@ -15,7 +15,7 @@ using sqldb::SQLColumnBase;
 using sqldb::SQLTableClass;
 using support::CallRecorder;
 using support::DatabaseTest;
-using support::InOrder;
+using support::InMemoryOrder;
 using support::IntegerColumn;
 using support::VirtualSlot;
 using testing::ElementsAre;
@@ -144,8 +144,8 @@ TEST(ColumnTest, EmptyNameAndTypeAreAccepted) {
 
 TEST(ColumnTest, MembersLieInTheirStatedOrder) {
   const SQLColumnBase column(nullptr, "a", "TEXT", 1, true, false, false, "");
-  EXPECT_TRUE(InOrder({&column, &column.fTable, &column.fName, &column.fSqlType, &column.fCollation, &column.fCanBeNull,
-                       &column.fIsUnique, &column.fIsPrimaryKey, &column.fSize, &column.fSerial}));
+  EXPECT_TRUE(InMemoryOrder(column, column.fTable, column.fName, column.fSqlType, column.fCollation, column.fCanBeNull,
+                            column.fIsUnique, column.fIsPrimaryKey, column.fSize, column.fSerial));
 }
 
 TEST(ColumnTest, VirtualOperationsKeepTheirSlots) {

@@ -19,7 +19,7 @@ using sqldb::SQLTermBase;
 using sqldb::SQLUpdateClass;
 using support::CallRecorder;
 using support::DatabaseTest;
-using support::InOrder;
+using support::InMemoryOrder;
 using support::IntegerColumn;
 using support::MakeColumn;
 using support::MessageOf;
@@ -96,8 +96,8 @@ TEST_F(TableTest, StartsEmptyAndNotCreated) {
 
 TEST_F(TableTest, MembersLieInTheirStatedOrder) {
   // The reference before them has no address of its own: it takes the room in front of the name.
-  EXPECT_TRUE(InOrder({fTable.get(), &fTable->fName, &fTable->fCreated, &fTable->fColumns, &fTable->fInserts,
-                       &fTable->fUpdates, &fTable->fNextSerial, &fTable->fDestroying}));
+  EXPECT_TRUE(InMemoryOrder(*fTable, fTable->fName, fTable->fCreated, fTable->fColumns, fTable->fInserts,
+                            fTable->fUpdates, fTable->fNextSerial, fTable->fDestroying));
 }
 
 TEST_F(TableTest, ConstructionAndDestructionSendNothing) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "support/fixtures.h"
+#include "support/layout.h"
 #include "support/witness.h"
 
 using sqldb::SQLDeleteClass;

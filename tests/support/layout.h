@@ -8,18 +8,18 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <initializer_list>
 
 namespace support {
 
-// True if each address is above the one before it.
-inline bool InOrder(std::initializer_list<const void*> members) {
-  const void* last = nullptr;
-  for (const void* const member : members) {
-    if (!std::less<const void*>()(last, member)) return false;
-    last = member;
-  }
+template <typename Member>
+bool InMemoryOrder(const Member&) {
   return true;
+}
+
+// True when the members given lie in memory in the order given.
+template <typename First, typename Second, typename... Rest>
+bool InMemoryOrder(const First& first, const Second& second, const Rest&... rest) {
+  return std::less<const void*>()(&first, &second) && InMemoryOrder(second, rest...);
 }
 
 // The slot of a virtual member function in its class's table, counted from 0, -1 for one that is not virtual. A virtual

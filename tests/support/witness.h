@@ -1,7 +1,7 @@
 #ifndef SQLDB_TESTS_WITNESS_H
 #define SQLDB_TESTS_WITNESS_H
 
-// What the tests of lifetimes and layouts look with.
+// What the tests of lifetimes look with.
 
 #include <functional>
 #include <utility>
@@ -20,17 +20,6 @@ class Witness : public Base {
  private:
   std::function<void()> fAtDestruction;
 };
-
-template <typename Member>
-bool InMemoryOrder(const Member&) {
-  return true;
-}
-
-// True when the members given lie in memory in the order given.
-template <typename First, typename Second, typename... Rest>
-bool InMemoryOrder(const First& first, const Second& second, const Rest&... rest) {
-  return std::less<const void*>()(&first, &second) && InMemoryOrder(second, rest...);
-}
 
 }  // namespace support
 

@@ -12,7 +12,7 @@ using sqldb::SQLValueBase;
 using support::BoundInteger;
 using support::CallRecorder;
 using support::DatabaseTest;
-using support::InOrder;
+using support::InMemoryOrder;
 using support::MakeValue;
 using support::VirtualSlot;
 using testing::ElementsAre;
