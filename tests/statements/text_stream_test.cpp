@@ -299,9 +299,38 @@ INSTANTIATE_TEST_SUITE_P(
                       Mishap{"ThrowsItsOwnException", [](std::ostream&) { throw OwnFailure(); }, &Throws<OwnFailure>},
                       Mishap{"SetsBadbit", [](std::ostream& out) { out.setstate(std::ios::badbit); },
                              &Throws<std::ios_base::failure>},
+                      Mishap{"SilencesTheStream",
+                             [](std::ostream& out) {
+                               out.exceptions(std::ios::goodbit);
+                               out.setstate(std::ios::badbit);
+                             },
+                             &Throws<std::ios_base::failure>},
                       Mishap{"SetsFailbit", [](std::ostream& out) { out.setstate(std::ios::failbit); },
                              &Throws<std::ios_base::failure>}),
     [](const auto& instance) { return instance.param.fName; });
+
+TEST_F(TextStreamTest, TermThatSwallowsTheStreamsFailureIsNotSentCutShort) {
+  const auto term = PrintedTerm([](std::ostream& out) {
+    try {
+      out << " a = 1";
+      out.setstate(std::ios::badbit);
+      out << " AND a = 2";
+    } catch (const std::ios_base::failure&) {
+    }
+  });
+  CallRecorder recorder;
+  EXPECT_THROW(fTable->NewDelete(term)->PerformDelete(), std::ios_base::failure);
+  EXPECT_THROW(UpdateOf(MakeValue("5"), term)->PerformUpdate(true), std::ios_base::failure);
+  EXPECT_THROW(SelectOf(term)->PerformSelect(NewCursor()), std::ios_base::failure);
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
+TEST_F(TextStreamTest, ValuesArePrintedWithTheFormattingOfTheInsertsStream) {
+  const auto insert = InsertOf(PrintedValue([](std::ostream& out) { out << 1.0 / 3; }));
+  insert->fQuery.precision(17);
+  insert->SetupInsert();
+  EXPECT_EQ(insert->fQuery.str(), "INSERT INTO t ( a ) VALUES (0.33333333333333331 )");
+}
 
 // Texts cut short by the stream's own buffer. Each allocation in turn fails, until there are none left.
 
@@ -400,9 +429,9 @@ TEST_F(AllocationSweepTest, InsertIsSentWholeOrNotAtAll) {
   const std::string whole = "INSERT INTO t ( a ) VALUES (" + HugeExpression() + " )";
   Sweep(
       whole, [&] { insert->PerformInsert(false); },
-      [&](bool) {
-        // A text that was built is kept until it is sent, and given up only by hand.
-        EXPECT_THAT(insert->fQuery.str(), AnyOf("", whole));
+      [&](bool wasSent) {
+        // Kept only by a send that failed: a text that was never sent must not be sent beside the next one.
+        EXPECT_THAT(insert->fQuery.str(), AnyOf("", wasSent ? whole : ""));
         EXPECT_TRUE(insert->fQuery.good());
         insert->fQuery.str("");
       });
