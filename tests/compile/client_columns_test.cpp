@@ -29,9 +29,11 @@ TEST(ClientColumnsTest, StepIntoAStruct) {
 // Both files' specialisations are one function, found through the same class.
 TEST(ClientColumnsTest, ReadARowThatTheSecondFilePrepared) {
   client::Shop shop;
-  const boost::shared_ptr<sqldb::SQLColumnBase> here = client::MakeColumn<double>("price");
-  const boost::shared_ptr<sqldb::SQLColumnBase> there = shop.fItems->GetColumn("price");
-  EXPECT_EQ(typeid(*here), typeid(*there));
+  const boost::shared_ptr<sqldb::SQLColumnBase> own = client::MakeColumn<double>("price");
+  const boost::shared_ptr<sqldb::SQLColumnBase> other = shop.fItems->GetColumn("price");
+  const sqldb::SQLColumnBase& here = *own;
+  const sqldb::SQLColumnBase& there = *other;
+  EXPECT_EQ(typeid(here), typeid(there));
 }
 
 }  // namespace
