@@ -1,0 +1,158 @@
+#include "faults/faulty_vfs.h"
+
+#include <cstdlib>
+#include <new>
+
+#include <sqlite3.h>
+
+namespace faults {
+
+namespace {
+
+struct Plan {
+  int countdown = 0;  // 0: unarmed
+  int code = 0;
+  bool persistent = false;
+  bool failed = false;
+};
+
+Plan plan;
+sqlite3_vfs* original = nullptr;
+
+// SQLite's file object followed by the original VFS's.
+struct File {
+  sqlite3_file base;
+  sqlite3_file* real;
+};
+
+sqlite3_file* RealOf(sqlite3_file* file) { return reinterpret_cast<File*>(file)->real; }
+
+// Counts one operation and returns the code that it is to fail with, or 0. `extended` is what SQLITE_IOERR becomes.
+int Strike(int extended, bool isWrite = false) {
+  if (plan.failed && plan.persistent) return plan.code == SQLITE_IOERR ? extended : (isWrite ? plan.code : 0);
+  if (plan.countdown == 0 || plan.failed) return 0;
+  if (plan.code == SQLITE_FULL && !isWrite) return 0;
+  if (--plan.countdown > 0) return 0;
+  plan.failed = true;
+  return plan.code == SQLITE_IOERR ? extended : plan.code;
+}
+
+int Close(sqlite3_file* file) { return RealOf(file)->pMethods->xClose(RealOf(file)); }
+
+int Read(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
+  if (const int code = Strike(SQLITE_IOERR_READ)) return code;
+  return RealOf(file)->pMethods->xRead(RealOf(file), data, size, offset);
+}
+
+int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
+  if (const int code = Strike(SQLITE_IOERR_WRITE, true)) return code;
+  return RealOf(file)->pMethods->xWrite(RealOf(file), data, size, offset);
+}
+
+int Truncate(sqlite3_file* file, sqlite3_int64 size) {
+  if (const int code = Strike(SQLITE_IOERR_TRUNCATE)) return code;
+  return RealOf(file)->pMethods->xTruncate(RealOf(file), size);
+}
+
+int Sync(sqlite3_file* file, int flags) {
+  if (const int code = Strike(SQLITE_IOERR_FSYNC)) return code;
+  return RealOf(file)->pMethods->xSync(RealOf(file), flags);
+}
+
+int FileSize(sqlite3_file* file, sqlite3_int64* size) {
+  if (const int code = Strike(SQLITE_IOERR_FSTAT)) return code;
+  return RealOf(file)->pMethods->xFileSize(RealOf(file), size);
+}
+
+int Lock(sqlite3_file* file, int level) {
+  if (const int code = Strike(SQLITE_IOERR_LOCK)) return code;
+  return RealOf(file)->pMethods->xLock(RealOf(file), level);
+}
+
+int Unlock(sqlite3_file* file, int level) { return RealOf(file)->pMethods->xUnlock(RealOf(file), level); }
+
+int CheckReservedLock(sqlite3_file* file, int* result) {
+  if (const int code = Strike(SQLITE_IOERR_CHECKRESERVEDLOCK)) return code;
+  return RealOf(file)->pMethods->xCheckReservedLock(RealOf(file), result);
+}
+
+int FileControl(sqlite3_file* file, int operation, void* argument) {
+  return RealOf(file)->pMethods->xFileControl(RealOf(file), operation, argument);
+}
+
+int SectorSize(sqlite3_file* file) { return RealOf(file)->pMethods->xSectorSize(RealOf(file)); }
+
+int DeviceCharacteristics(sqlite3_file* file) { return RealOf(file)->pMethods->xDeviceCharacteristics(RealOf(file)); }
+
+// Version 1: neither write-ahead log nor memory mapping, so that every access comes by here.
+constexpr sqlite3_io_methods kMethods = {1,
+                                         Close,
+                                         Read,
+                                         Write,
+                                         Truncate,
+                                         Sync,
+                                         FileSize,
+                                         Lock,
+                                         Unlock,
+                                         CheckReservedLock,
+                                         FileControl,
+                                         SectorSize,
+                                         DeviceCharacteristics,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr};
+
+int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
+  file->pMethods = nullptr;
+  if (const int code = Strike(SQLITE_CANTOPEN)) return code;
+  File* const wrapper = reinterpret_cast<File*>(file);
+  wrapper->real = reinterpret_cast<sqlite3_file*>(wrapper + 1);
+  const int result = original->xOpen(original, name, wrapper->real, flags, outFlags);
+  if (wrapper->real->pMethods != nullptr) file->pMethods = &kMethods;
+  return result;
+}
+
+int Delete(sqlite3_vfs*, const char* name, int syncFolder) {
+  if (const int code = Strike(SQLITE_IOERR_DELETE)) return code;
+  return original->xDelete(original, name, syncFolder);
+}
+
+int Access(sqlite3_vfs*, const char* name, int flags, int* result) {
+  if (const int code = Strike(SQLITE_IOERR_ACCESS)) return code;
+  return original->xAccess(original, name, flags, result);
+}
+
+sqlite3_vfs wrapper;
+
+}  // namespace
+
+FaultyVfs::FaultyVfs() {
+  original = sqlite3_vfs_find(nullptr);
+  wrapper = *original;
+  wrapper.iVersion = 1;
+  wrapper.szOsFile = static_cast<int>(sizeof(File)) + original->szOsFile;
+  wrapper.zName = "faulty";
+  wrapper.xOpen = Open;
+  wrapper.xDelete = Delete;
+  wrapper.xAccess = Access;
+  sqlite3_vfs_register(&wrapper, 1);
+}
+
+FaultyVfs::~FaultyVfs() {
+  sqlite3_vfs_unregister(&wrapper);
+  sqlite3_vfs_register(original, 1);
+}
+
+void FaultyVfs::FailAt(int n, int code, bool persistent) { plan = Plan{n, code, persistent, false}; }
+
+void FaultyVfs::Disarm() {
+  plan.countdown = 0;
+  plan.persistent = false;
+}
+
+bool FaultyVfs::HasFailed() const { return plan.failed; }
+
+}  // namespace faults

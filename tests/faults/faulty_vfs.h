@@ -1,0 +1,34 @@
+#ifndef SQLDB_TESTS_FAULTY_VFS_H
+#define SQLDB_TESTS_FAULTY_VFS_H
+
+// A virtual file system for SQLite that hands everything to the operating system's until told to fail.
+//
+//   FaultyVfs vfs;                       // becomes the default VFS
+//   vfs.FailAt(n, SQLITE_IOERR, false);  // the n-th operation from now on fails, once
+//   ... work ...
+//   if (!vfs.HasFailed()) ...            // there were fewer than n operations
+
+#include <memory>
+#include <string>
+
+namespace faults {
+
+class FaultyVfs {
+ public:
+  FaultyVfs();
+  ~FaultyVfs();
+  FaultyVfs(const FaultyVfs&) = delete;
+  FaultyVfs& operator=(const FaultyVfs&) = delete;
+
+  // The n-th operation from now (1 for the next) fails with `code`, and every one after it too if `persistent`.
+  // SQLITE_FULL strikes writes only; SQLITE_IOERR becomes the extended code of the operation.
+  void FailAt(int n, int code, bool persistent);
+  // No more failures.
+  void Disarm();
+  // True when an operation has failed since FailAt.
+  bool HasFailed() const;
+};
+
+}  // namespace faults
+
+#endif  // SQLDB_TESTS_FAULTY_VFS_H
