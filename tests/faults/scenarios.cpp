@@ -264,4 +264,12 @@ Outcome OutcomeOf(const std::function<void()>& action) {
   }
 }
 
+std::vector<int> Points(int count, int most) {
+  const int part = most / 3;
+  const int stride = count > most ? (count - 2 * part) / part : 1;
+  std::vector<int> points;
+  for (int n = 1; n <= count; n += n > part && n + stride <= count - part ? stride : 1) points.push_back(n);
+  return points;
+}
+
 }  // namespace faults

@@ -38,6 +38,10 @@ void CopyDatabase(const std::string& from, const std::string& to);
 enum class Outcome { kDone, kRuntimeError, kBadAlloc, kOther };
 Outcome OutcomeOf(const std::function<void()>& action);
 
+// The places among `count` at which to fail: all of them, or, if there are more than `most`, a third of `most` from
+// each end and as many between, evenly spread. For a scenario that does the same many times over.
+std::vector<int> Points(int count, int most);
+
 }  // namespace faults
 
 #endif  // SQLDB_TESTS_SCENARIOS_H
