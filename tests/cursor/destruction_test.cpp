@@ -585,6 +585,187 @@ TEST_F(DestructionTest, APreparedCursorThatOutlivesItsDatabaseIsFinalized) {
   EXPECT_EQ(sqlite3_close(connection), SQLITE_OK);
 }
 
+// Every owner, state, way of leaving and fate of the database
+// -----------------------------------------------------------
+
+// Who holds the cursor.
+enum class Owner { kAutomatic, kHand, kHandThroughBase, kShared, kSharedBase, kMadeShared, kSharedFromBaseAndSelected };
+// What its statement says when it is finalized.
+enum class Ending { kUnprepared, kClean, kStepFailed, kFinalizeForced };
+// How the owner lets go.
+enum class Leaving { kPlainly, kInCatchBlock, kUnwinding, kInDestructorDuringUnwinding };
+enum class Fate { kLives, kClosed, kDestroyed };
+
+struct Case {
+  Owner owner;
+  Ending ending;
+  Leaving leaving;
+  Fate fate;
+};
+
+// One case, on a database of its own.
+class Trial {
+ public:
+  explicit Trial(const Case& one) : fCase(one), fDatabase(new sqldb::SQLDatabase(":memory:", false)) {
+    fDatabase->Open();
+    fConnection = fDatabase->fConnection;
+    support::RowsOf(fConnection, "CREATE TABLE t (a); INSERT INTO t VALUES (1), (-9223372036854775808)");
+    fTable = fDatabase->NewTable("t");
+    fBefore = std::make_unique<SQLCursorBase>(fDatabase.get());
+  }
+
+  void Run() {
+    EXPECT_EQ(LetGo(), Expected());
+    const bool isPrepared = fCase.ending != Ending::kUnprepared;
+    EXPECT_EQ(fRecorder.Count("finalize"), isPrepared ? 1U : 0U);
+    if (fDatabase) {
+      EXPECT_THAT(fDatabase->fCursors, ElementsAre(fBefore.get(), fAfter.get()));
+      fDatabase->fIsOpen = false;
+    }
+    // Without a statement the close was accepted.
+    if (!isPrepared && fCase.fate != Fate::kLives) return;
+    EXPECT_EQ(sqlite3_next_stmt(fConnection, nullptr), nullptr) << "the statement was not finalized";
+    EXPECT_EQ(sqlite3_close(fConnection), SQLITE_OK);
+  }
+
+ private:
+  template <typename Made>
+  struct DeletedByHand {
+    Made* fCursor;
+    ~DeletedByHand() noexcept(false) { delete fCursor; }
+  };
+
+  // Brings the cursor to the ending that is wanted, and the database to its fate.
+  void Ready(Cursor& cursor, const CursorPointer& owner) {
+    fAfter = std::make_unique<SQLCursorBase>(fDatabase.get());
+    if (fCase.ending != Ending::kUnprepared) {
+      if (fCase.owner == Owner::kSharedFromBaseAndSelected) {
+        auto select = fDatabase->NewSelect(fTable, 0);
+        select << MakeColumn("abs(a)");
+        select->PrepareSelect(owner);
+      } else {
+        cursor.fColumns = {MakeColumn("abs(a)")};
+        cursor.PrepareToQuery("SELECT abs(a) FROM t");
+      }
+      std::uint32_t record = 0;
+      EXPECT_EQ(cursor.Step(record), 0);
+      if (fCase.ending == Ending::kStepFailed) {
+        EXPECT_EQ(MessageOf([&] { cursor.Step(record); }), kStepMessage);
+      }
+    }
+    if (fCase.ending == Ending::kFinalizeForced) fRecorder.Force("finalize", SQLITE_IOERR);
+    if (fCase.fate == Fate::kClosed) fDatabase->Close();
+    if (fCase.fate == Fate::kDestroyed) fDatabase.reset();
+  }
+
+  // Runs in a scope of its own, at whose end the owner lets go.
+  void HoldAndLetGo() {
+    switch (fCase.owner) {
+      case Owner::kAutomatic: {
+        Cursor cursor(fDatabase.get(), OneOffset());
+        Ready(cursor, CursorPointer());
+        return Leave();
+      }
+      case Owner::kHand: {
+        const DeletedByHand<Cursor> owner{new Cursor(fDatabase.get(), OneOffset())};
+        Ready(*owner.fCursor, CursorPointer());
+        return Leave();
+      }
+      case Owner::kHandThroughBase: {
+        auto* const cursor = new Cursor(fDatabase.get(), OneOffset());
+        const DeletedByHand<SQLCursorBase> owner{cursor};
+        Ready(*cursor, CursorPointer());
+        return Leave();
+      }
+      case Owner::kShared: {
+        const boost::shared_ptr<Cursor> owner(new Cursor(fDatabase.get(), OneOffset()));
+        Ready(*owner, owner);
+        return Leave();
+      }
+      case Owner::kSharedBase: {
+        auto* const cursor = new Cursor(fDatabase.get(), OneOffset());
+        const CursorPointer owner(cursor);
+        Ready(*cursor, owner);
+        return Leave();
+      }
+      case Owner::kMadeShared: {
+        const auto owner = boost::make_shared<Cursor>(fDatabase.get(), OneOffset());
+        Ready(*owner, owner);
+        return Leave();
+      }
+      case Owner::kSharedFromBaseAndSelected: {
+        auto* const cursor = new Cursor(fDatabase.get(), OneOffset());
+        const CursorPointer owner(static_cast<SQLCursorBase*>(cursor));
+        Ready(*cursor, owner);
+        return Leave();
+      }
+    }
+  }
+
+  // What the caller sees; the process has to live for it.
+  std::string LetGo() {
+    switch (fCase.leaving) {
+      case Leaving::kPlainly:
+      case Leaving::kUnwinding:
+        return MessageOf([this] { HoldAndLetGo(); });
+      case Leaving::kInCatchBlock:
+        try {
+          throw std::runtime_error("caught already");
+        } catch (const std::runtime_error&) {
+          return MessageOf([this] { HoldAndLetGo(); });
+        }
+      case Leaving::kInDestructorDuringUnwinding:
+        return MessageOf([this] {
+          const AtExit inner([this] { HoldAndLetGo(); });
+          throw std::runtime_error("first");
+        });
+    }
+    return "(unknown)";
+  }
+
+  std::string Expected() const {
+    if (fCase.leaving == Leaving::kUnwinding || fCase.leaving == Leaving::kInDestructorDuringUnwinding) return "first";
+    const bool isShared =
+        fCase.owner != Owner::kAutomatic && fCase.owner != Owner::kHand && fCase.owner != Owner::kHandThroughBase;
+    const bool fails = fCase.ending == Ending::kStepFailed || fCase.ending == Ending::kFinalizeForced;
+    if (isShared || !fails || fCase.fate == Fate::kDestroyed) return "(nothing thrown)";
+    // A forced result leaves SQLite's own text alone.
+    return fCase.ending == Ending::kStepFailed ? kFinalizeMessage : "not an error";
+  }
+
+  void Leave() const {
+    if (fCase.leaving == Leaving::kUnwinding) throw std::runtime_error("first");
+  }
+
+  const Case fCase;
+  CallRecorder fRecorder;
+  std::unique_ptr<sqldb::SQLDatabase> fDatabase;
+  sqlite3* fConnection = nullptr;
+  boost::shared_ptr<sqldb::SQLTableClass> fTable;
+  std::unique_ptr<SQLCursorBase> fBefore;
+  std::unique_ptr<SQLCursorBase> fAfter;
+};
+
+TEST(DestructionMatrixTest, TheProcessLivesAndTheFirstErrorIsSeenInEveryCase) {
+  int cases = 0;
+  for (const Owner owner : {Owner::kAutomatic, Owner::kHand, Owner::kHandThroughBase, Owner::kShared,
+                            Owner::kSharedBase, Owner::kMadeShared, Owner::kSharedFromBaseAndSelected}) {
+    for (const Ending ending : {Ending::kUnprepared, Ending::kClean, Ending::kStepFailed, Ending::kFinalizeForced}) {
+      for (const Leaving leaving :
+           {Leaving::kPlainly, Leaving::kInCatchBlock, Leaving::kUnwinding, Leaving::kInDestructorDuringUnwinding}) {
+        for (const Fate fate : {Fate::kLives, Fate::kClosed, Fate::kDestroyed}) {
+          SCOPED_TRACE(::testing::Message()
+                       << "owner " << static_cast<int>(owner) << ", ending " << static_cast<int>(ending) << ", leaving "
+                       << static_cast<int>(leaving) << ", fate " << static_cast<int>(fate));
+          Trial(Case{owner, ending, leaving, fate}).Run();
+          ++cases;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(cases, 336);
+}
+
 // Owners that cannot be told from a delete by hand --------------------------------------------------------------------
 
 using DestructionDeathTest = DestructionTest;
