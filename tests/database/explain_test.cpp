@@ -215,6 +215,15 @@ TEST_F(ExplainTest, AStatementWithoutItemsAddsNoComma) {
   EXPECT_EQ(LogOf("SELECT 1;SELECT 2"), Explanation("SELECT 1;SELECT 2", Operations("SELECT 2")));
 }
 
+TEST_F(ExplainTest, AnItemWhoseNameSQLiteCannotGiveHasNone) {
+  fDatabase.fExplainLevel = 1;
+  CallRecorder recorder;
+  // Not forwarded, so that SQLite has no row to take a name from and gives null.
+  recorder.Force("step", SQLITE_ROW);
+  EXPECT_EQ(LogOf("SELECT 1"), Explanation("SELECT 1", ", " + Operations("SELECT 1")));
+  EXPECT_EQ(recorder.CallsOf("column_text")[0].out, nullptr);
+}
+
 TEST_F(ExplainTest, AnExplanationMayBeEmpty) {
   fDatabase.fExplainLevel = 1;
   CallRecorder recorder;

@@ -12,13 +12,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/naive_encoding.h"
+
 namespace {
 
+using support::Byte;
+using support::Bytes;
+using support::Histogram;
+using support::Minus;
+using support::ModelEncoding;
+using support::NeedsEscape;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-using Byte = unsigned char;
-using Bytes = std::vector<Byte>;
 
 constexpr Byte kUntouched = 0xA5;
 
@@ -40,71 +45,6 @@ class ExactBlock {
   std::size_t fSize;
   std::unique_ptr<Byte[]> fBytes;
 };
-
-// ---------------------------------------------------------------------------------------------------------------------
-// The format, told the slow way.
-
-int Minus(int byte, int offset) { return (byte - offset + 256) % 256; }
-
-bool NeedsEscape(int shifted) { return shifted == 0x00 || shifted == 0x01 || shifted == 0x27; }
-
-struct Histogram {
-  explicit Histogram(Bytes input) {
-    std::sort(input.begin(), input.end());
-    for (const Byte byte : input) {
-      if (fEntries.empty() || fEntries.back().first != byte) fEntries.emplace_back(byte, 0);
-      ++fEntries.back().second;
-    }
-  }
-
-  int EscapesWith(int offset) const {
-    int escapes = 0;
-    for (const auto& [byte, count] : fEntries) {
-      if (NeedsEscape(Minus(byte, offset))) escapes += count;
-    }
-    return escapes;
-  }
-
-  std::vector<std::pair<int, int>> fEntries;
-};
-
-int BestOffset(const Bytes& input) {
-  const Histogram histogram(input);
-  int best = 0;
-  int fewest = INT_MAX;
-  for (int offset = 1; offset <= 255; ++offset) {
-    if (offset == 0x27) continue;
-    const int escapes = histogram.EscapesWith(offset);
-    if (escapes < fewest) {
-      best = offset;
-      fewest = escapes;
-    }
-  }
-  return best;
-}
-
-// With the terminating zero.
-Bytes ModelEncoding(const Bytes& input) {
-  if (input.empty()) return {0x78, 0x00};
-  const int offset = BestOffset(input);
-  Bytes encoded{static_cast<Byte>(offset)};
-  for (const Byte byte : input) {
-    const int shifted = Minus(byte, offset);
-    if (shifted == 0x00) {
-      encoded.insert(encoded.end(), {0x01, 0x01});
-    } else if (shifted == 0x01) {
-      encoded.insert(encoded.end(), {0x01, 0x02});
-    } else if (shifted == 0x27) {
-      encoded.insert(encoded.end(), {0x01, 0x28});
-    } else {
-      encoded.push_back(static_cast<Byte>(shifted));
-    }
-  }
-  encoded.push_back(0x00);
-  return encoded;
-}
-
-// ---------------------------------------------------------------------------------------------------------------------
 
 int EncodedLength(const Bytes& input) {
   const ExactBlock in(input);
