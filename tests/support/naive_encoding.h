@@ -1,12 +1,17 @@
 #ifndef SQLDB_TESTS_NAIVE_ENCODING_H
 #define SQLDB_TESTS_NAIVE_ENCODING_H
 
-// The encoded form of binary data, told the slow way, for the tests to compare with.
+// The encoded form of binary data, told the slow way, and what the library makes of it compared with that.
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
+#include <memory>
+#include <string>
 #include <utility>
 #include <vector>
+
+#include "sqldb/encoding.h"
 
 namespace support {
 
@@ -41,7 +46,7 @@ inline int BestOffset(const Bytes& input) {
   const Histogram histogram(input);
   int best = 0;
   int fewest = INT_MAX;
-  for (int offset = 1; offset <= 255; ++offset) {
+  for (int offset = 1; offset <= 255 && fewest > 0; ++offset) {
     if (offset == 0x27) continue;
     const int escapes = histogram.EscapesWith(offset);
     if (escapes < fewest) {
@@ -71,6 +76,65 @@ inline Bytes ModelEncoding(const Bytes& input) {
   }
   encoded.push_back(0x00);
   return encoded;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+constexpr Byte kUntouched = 0xA5;
+
+// A block of exactly the size asked for, so that a sanitizer sees the first byte read or written beyond it.
+class ExactBlock {
+ public:
+  explicit ExactBlock(std::size_t size) : fSize(size), fBytes(new Byte[size]) {
+    std::fill_n(fBytes.get(), size, kUntouched);
+  }
+  explicit ExactBlock(const Bytes& bytes) : ExactBlock(bytes.size()) {
+    std::copy(bytes.begin(), bytes.end(), fBytes.get());
+  }
+
+  Byte* Get() const { return fBytes.get(); }
+  Bytes First(std::size_t count) const { return Bytes(Get(), Get() + std::min(count, fSize)); }
+  Bytes All() const { return First(fSize); }
+
+ private:
+  std::size_t fSize;
+  std::unique_ptr<Byte[]> fBytes;
+};
+
+// `encoded` carries its terminating zero, and the result its full number of bytes.
+inline Bytes Decode(const Bytes& encoded) {
+  const ExactBlock in(encoded);
+  const ExactBlock out(encoded.size() < 2 ? 0 : encoded.size() - 2);
+  return out.First(static_cast<std::size_t>(sqlite_decode_binary(in.Get(), out.Get())));
+}
+
+inline Bytes DecodeInPlace(const Bytes& encoded) {
+  const ExactBlock block(encoded);
+  return block.First(static_cast<std::size_t>(sqlite_decode_binary(block.Get(), block.Get())));
+}
+
+// Empty when encoding and decoding `input` does all it should.
+inline std::string ComplaintAbout(const Bytes& input) {
+  const ExactBlock in(input);
+  const int n = static_cast<int>(input.size());
+  const Bytes expected = ModelEncoding(input);
+  const int length = sqlite_encode_binary(in.Get(), n, nullptr);
+  if (length != static_cast<int>(expected.size()) - 1)
+    return "the length without a buffer is " + std::to_string(length);
+  if (length + 1 > n + 2 + 3 * n / 254) return "the result is longer than the bound";
+
+  const ExactBlock out(expected.size());
+  const int written = sqlite_encode_binary(in.Get(), n, out.Get());
+  if (written != length) return "the length with a buffer is " + std::to_string(written);
+  const Bytes encoded = out.All();
+  if (encoded != expected) return "the encoded form is not the expected one";
+  if (in.All() != input) return "the input was written to";
+  if (std::count(encoded.begin(), encoded.end(), 0x00) != 1) return "a zero byte is inside";
+  if (std::count(encoded.begin(), encoded.end(), 0x27) != 0) return "a quote is inside";
+
+  if (Decode(encoded) != input) return "decoding does not give the input back";
+  if (DecodeInPlace(encoded) != input) return "decoding in place does not give the input back";
+  return "";
 }
 
 }  // namespace support

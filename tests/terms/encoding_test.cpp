@@ -18,33 +18,17 @@ namespace {
 
 using support::Byte;
 using support::Bytes;
+using support::ComplaintAbout;
+using support::Decode;
+using support::DecodeInPlace;
+using support::ExactBlock;
 using support::Histogram;
+using support::kUntouched;
 using support::Minus;
 using support::ModelEncoding;
 using support::NeedsEscape;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr Byte kUntouched = 0xA5;
-
-// A block of exactly the size asked for, so that a sanitizer sees the first byte read or written beyond it.
-class ExactBlock {
- public:
-  explicit ExactBlock(std::size_t size) : fSize(size), fBytes(new Byte[size]) {
-    std::fill_n(fBytes.get(), size, kUntouched);
-  }
-  explicit ExactBlock(const Bytes& bytes) : ExactBlock(bytes.size()) {
-    std::copy(bytes.begin(), bytes.end(), fBytes.get());
-  }
-
-  Byte* Get() const { return fBytes.get(); }
-  Bytes First(std::size_t count) const { return Bytes(Get(), Get() + std::min(count, fSize)); }
-  Bytes All() const { return First(fSize); }
-
- private:
-  std::size_t fSize;
-  std::unique_ptr<Byte[]> fBytes;
-};
 
 int EncodedLength(const Bytes& input) {
   const ExactBlock in(input);
@@ -58,42 +42,6 @@ Bytes Encode(const Bytes& input) {
   const ExactBlock out(static_cast<std::size_t>(sqlite_encode_binary(in.Get(), n, nullptr)) + 1);
   sqlite_encode_binary(in.Get(), n, out.Get());
   return out.All();
-}
-
-// `encoded` carries its terminating zero, and the result its full number of bytes.
-Bytes Decode(const Bytes& encoded) {
-  const ExactBlock in(encoded);
-  const ExactBlock out(encoded.size() < 2 ? 0 : encoded.size() - 2);
-  return out.First(static_cast<std::size_t>(sqlite_decode_binary(in.Get(), out.Get())));
-}
-
-Bytes DecodeInPlace(const Bytes& encoded) {
-  const ExactBlock block(encoded);
-  return block.First(static_cast<std::size_t>(sqlite_decode_binary(block.Get(), block.Get())));
-}
-
-// Empty when encoding and decoding `input` does all it should.
-std::string ComplaintAbout(const Bytes& input) {
-  const ExactBlock in(input);
-  const int n = static_cast<int>(input.size());
-  const Bytes expected = ModelEncoding(input);
-  const int length = sqlite_encode_binary(in.Get(), n, nullptr);
-  if (length != static_cast<int>(expected.size()) - 1)
-    return "the length without a buffer is " + std::to_string(length);
-  if (length + 1 > n + 2 + 3 * n / 254) return "the result is longer than the bound";
-
-  const ExactBlock out(expected.size());
-  const int written = sqlite_encode_binary(in.Get(), n, out.Get());
-  if (written != length) return "the length with a buffer is " + std::to_string(written);
-  const Bytes encoded = out.All();
-  if (encoded != expected) return "the encoded form is not the expected one";
-  if (in.All() != input) return "the input was written to";
-  if (std::count(encoded.begin(), encoded.end(), 0x00) != 1) return "a zero byte is inside";
-  if (std::count(encoded.begin(), encoded.end(), 0x27) != 0) return "a quote is inside";
-
-  if (Decode(encoded) != input) return "decoding does not give the input back";
-  if (DecodeInPlace(encoded) != input) return "decoding in place does not give the input back";
-  return "";
 }
 
 #define EXPECT_ENCODES(input) EXPECT_EQ(ComplaintAbout(input), "") << ::testing::PrintToString(input)
