@@ -15,6 +15,17 @@ has_clang_runtime() {
   clang++ -fsanitize=address,undefined -x c++ -o /dev/null - >/dev/null 2>&1 <<<'int main() {}'
 }
 
+clang_version() { clang++ -dumpversion | cut -d. -f1; }
+
+# llvm_tool NAME: the tool llvm-NAME that reads what Clang writes.
+llvm_tool() {
+  local versioned
+  versioned=llvm-$1-$(clang_version)
+  command -v "$versioned" || command -v "llvm-$1"
+}
+
+has_llvm() { llvm_tool cov >/dev/null && llvm_tool profdata >/dev/null; }
+
 # Whether the machine has what the package $1 of Debian and Ubuntu gives.
 has() {
   case $1 in
@@ -25,6 +36,7 @@ has() {
     libgmock-dev) has_header gmock/gmock.h ;;
     clang) command -v clang++ >/dev/null ;;
     libclang-rt-*) has_clang_runtime ;;
+    llvm-*) has_llvm ;;
     *) command -v "$1" >/dev/null ;;
   esac
 }
@@ -83,5 +95,8 @@ install_test_packages() {
 
 install_clang() {
   install_missing clang
-  has_clang_runtime || install_missing "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
+  has_clang_runtime || install_missing "libclang-rt-$(clang_version)-dev"
 }
+
+# The tools that read Clang's coverage. After install_clang.
+install_llvm() { install_missing "llvm-$(clang_version)"; }

@@ -25,6 +25,7 @@ inline bool NeedsEscape(int shifted) { return shifted == 0x00 || shifted == 0x01
 struct Histogram {
   explicit Histogram(Bytes input) {
     std::sort(input.begin(), input.end());
+    fEntries.reserve(std::min<std::size_t>(input.size(), 256));
     for (const Byte byte : input) {
       if (fEntries.empty() || fEntries.back().first != byte) fEntries.emplace_back(byte, 0);
       ++fEntries.back().second;
@@ -61,7 +62,9 @@ inline int BestOffset(const Bytes& input) {
 inline Bytes ModelEncoding(const Bytes& input) {
   if (input.empty()) return {0x78, 0x00};
   const int offset = BestOffset(input);
-  Bytes encoded{static_cast<Byte>(offset)};
+  Bytes encoded;
+  encoded.reserve(2 + 2 * input.size());
+  encoded.push_back(static_cast<Byte>(offset));
   for (const Byte byte : input) {
     const int shifted = Minus(byte, offset);
     if (shifted == 0x00) {

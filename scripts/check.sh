@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# The long tests: faults, kills, contention, fuzzing, coverage, Valgrind and other ways to compile. Each prints its figures.
+# Goes on after a failure, so that one run shows them all.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+# shellcheck source=scripts/lib/stage.sh
+. scripts/lib/stage.sh
+exec </dev/null
+
+usage() {
+  cat <<'END'
+usage: scripts/check.sh [PART...]
+
+Installs what is missing, then runs each PART of
+  faults    failing memory and disks, lost power, kills, contention, every short input of the encoding
+  fuzz      the fuzzers of the encoding, two million runs each
+  coverage  all lines and branches of src/ and include/ are run by the unit tests
+  chars     the unit tests with signed and unsigned char, and overflow that stops the program
+  valgrind  the unit tests under Valgrind
+Without PART: all.
+END
+}
+
+case ${1-} in
+  -h | --help)
+    usage
+    exit
+    ;;
+esac
+parts=("$@")
+((${#parts[@]} > 0)) || parts=(faults fuzz coverage chars valgrind)
+for part in "${parts[@]}"; do
+  case $part in
+    faults | fuzz | coverage | chars | valgrind) ;;
+    *)
+      usage >&2
+      exit 2
+      ;;
+  esac
+done
+
+install_test_packages
+install_clang
+install_missing valgrind
+jobs=$(nproc)
+
+failed=()
+check() { stage "$@" || failed+=("$1"); }
+
+build() {
+  check "$1: configure" cmake --preset "$1"
+  check "$1: build" cmake --build --preset "$1" --parallel "$jobs"
+}
+
+# One after the other, since some of them depend on how the processors are shared out; with what each prints.
+run_faults() {
+  build faults
+  check "faults: test" ctest --preset faults --verbose --no-tests=error
+}
+
+run_fuzz() {
+  build fuzz
+  local fuzzer
+  for fuzzer in decode round_trip; do
+    # From nothing and with a fixed seed: the same inputs in every run.
+    check "fuzz: $fuzzer" "build/fuzz/tests/fuzz/${fuzzer}_fuzzer" \
+      -runs=2000000 -seed=1 -max_len=128 -timeout=20 -print_final_stats=1 -artifact_prefix=build/fuzz/
+  done
+}
+
+run_coverage() { check "coverage" scripts/coverage.sh; }
+
+run_chars() {
+  local preset
+  for preset in signed-char unsigned-char; do
+    build "$preset"
+    check "$preset: test" "build/$preset/tests/sqldb_tests" --gtest_brief=1
+  done
+}
+
+# The test program brings its own operator new, which Valgrind leaves alone, and watches malloc below it.
+run_valgrind() {
+  build signed-char
+  check "valgrind: test" valgrind --quiet --error-exitcode=1 --leak-check=full --show-leak-kinds=definite,indirect,possible \
+    --errors-for-leak-kinds=definite,indirect,possible --soname-synonyms=somalloc=nouserintercepts \
+    build/signed-char/tests/sqldb_tests --gtest_brief=1
+}
+
+for part in "${parts[@]}"; do
+  "run_$part"
+done
+
+if ((${#failed[@]} > 0)); then
+  printf '\nFAILED: %s\n' "${failed[@]}" >&2
+  exit 1
+fi
+printf '\nAll checks passed: %s (%d s)\n' "${parts[*]}" "$SECONDS"
