@@ -2,6 +2,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -801,6 +802,8 @@ TEST_F(StepFailureTest, AFileThatStaysBusyIsGivenUpAfterSixHundredRetriesAndOneM
   EXPECT_EQ(fRecorder.Lines(), expected);
   EXPECT_EQ(fRecorder.SleptMicroseconds(), 60100000U);
   ExpectNothingDelivered();
+  std::printf("busy policy: %zu retries, %zu sleeps of %s us\n", fRecorder.Count("step") - 1, fRecorder.Count("usleep"),
+              fRecorder.CallsOf("usleep")[0].text.c_str());
 }
 
 TEST_F(StepFailureTest, TheMessageIsReadAfterTheLastSleep) {
