@@ -42,7 +42,7 @@ struct Figures {
   int reads;      // whole passes over the table
   int overlaps;   // passes that saw some but not all rows
   int decreases;  // passes that saw fewer rows than the one before
-  int written;    // writers that have finished
+  int finished;   // writers that have ended, well or not
 };
 
 // Lies in memory that all the processes share, and is counted up with atomic operations.
@@ -63,6 +63,18 @@ class SharedFigures {
 
 void CountUp(int& figure) { __atomic_add_fetch(&figure, 1, __ATOMIC_SEQ_CST); }
 int Current(const int& figure) { return __atomic_load_n(&figure, __ATOMIC_SEQ_CST); }
+
+// Counts up at the end of its scope, so that others do not wait for a process that failed.
+class Notice {
+ public:
+  explicit Notice(int& figure) : fFigure(figure) {}
+  ~Notice() { CountUp(fFigure); }
+  Notice(const Notice&) = delete;
+  Notice& operator=(const Notice&) = delete;
+
+ private:
+  int& fFigure;
+};
 
 Table DeclareItems(SQLDatabase& database) {
   const Table items = database.NewTable("items");
@@ -145,7 +157,6 @@ void InsertAll(SQLDatabase& database, int writer, bool synchronized, SharedFigur
     };
     RetryWhileBusy(database, write, [&](int busy) { pause(busy); });
   }
-  CountUp(figures->written);
 }
 
 // The number of rows that a step cursor delivers.
@@ -165,13 +176,13 @@ int CountByStepping(SQLDatabase& database, const Table& items, RandomPause& paus
   return static_cast<int>(cursor->fRowCount);
 }
 
-void CountUntilAllIsWritten(SQLDatabase& database, int reader, SharedFigures& figures) {
+void CountUntilWritersEnd(SQLDatabase& database, int reader, SharedFigures& figures) {
   const Table items = DeclareItems(database);
   RandomPause pause(static_cast<unsigned>(kWriters + reader), figures);
   int seen = 0;
   bool isLast = false;
   while (!isLast) {
-    isLast = Current(figures->written) == kWriters;
+    isLast = Current(figures->finished) == kWriters;
     const int count = CountByStepping(database, items, pause);
     CountUp(figures->reads);
     if (count < seen) CountUp(figures->decreases);
@@ -216,11 +227,14 @@ TEST(Contention, EveryRowIsWrittenOnceAndReadersNeverSeeFewer) {
     SharedFigures figures;
     std::vector<pid_t> processes;
     for (int i = 0; i < kWriters; ++i) {
-      const auto insert = [&, i](SQLDatabase& database) { InsertAll(database, i, synchronized, figures); };
+      const auto insert = [&, i](SQLDatabase& database) {
+        const Notice finished(figures->finished);
+        InsertAll(database, i, synchronized, figures);
+      };
       processes.push_back(Start(path, insert));
     }
     for (int i = 0; i < kReaders; ++i) {
-      const auto count = [&, i](SQLDatabase& database) { CountUntilAllIsWritten(database, i, figures); };
+      const auto count = [&, i](SQLDatabase& database) { CountUntilWritersEnd(database, i, figures); };
       processes.push_back(Start(path, count));
     }
     int succeeded = 0;
