@@ -25,8 +25,7 @@ stage "coverage: test" env LLVM_PROFILE_FILE="$raw" "$tests" --gtest_brief=1
 report() { "$(llvm_tool cov)" "$1" "$tests" -instr-profile="$profile" "${@:2}"; }
 sources=("$PWD/src" "$PWD/include")
 printf '\n'
-report report --show-region-summary=false --show-functions=false "${sources[@]}" 2>/dev/null ||
-  report report "${sources[@]}"
+report report --show-region-summary=false "${sources[@]}"
 
 # The last line of the report: for regions, functions, lines and branches the number, the missed ones and the percentage.
 total=$(report report "${sources[@]}" | awk '$1 == "TOTAL" { print $8, $9, $11, $12 }')
@@ -34,6 +33,11 @@ read -r lines missed_lines branches missed_branches <<<"${total:-0 0 0 0}"
 printf '\ncoverage: %d of %d lines, %d of %d branches\n' \
   "$((lines - missed_lines))" "$lines" "$((branches - missed_branches))" "$branches"
 ((lines > 0 && branches > 0)) || give_up "Nothing was measured."
+# A folder that matches nothing is no error to llvm-cov.
+measured=$(report export -summary-only "${sources[@]}")
+while IFS= read -r -d '' source; do
+  [[ $measured == *"\"$source\""* ]] || give_up "Not measured: $source"
+done < <(find "$PWD/src" -name '*.cpp' -print0)
 ((missed_lines + missed_branches > 0)) || exit 0
 
 printf '\nNot covered:\n'
