@@ -1,0 +1,319 @@
+"""Mutation of the library's sources; see scripts/mutate.sh."""
+
+import argparse
+import concurrent.futures
+import os
+import pathlib
+import queue
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LEAST_KILLED = 95  # percent
+SANITIZED = "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+# A mutant may loop and collect for ever.
+MEMORY_LIMIT = "hard_rss_limit_mb=1500:allocator_may_return_null=0"
+
+OPENING = "([{"
+CLOSING = ")]}"
+
+
+class Mutant:
+    def __init__(self, path, text, begin, end, replacement):
+        self.path = path
+        self.begin = begin
+        self.end = end
+        self.replacement = replacement
+        self.line = text.count("\n", 0, begin) + 1
+        self.original = re.sub(r"\n\s*", " ", text[begin:end])
+
+    def __str__(self):
+        return f"{self.path}:{self.line}: {self.original} -> {self.replacement}"
+
+
+def blanked(text):
+    """The text with comments, literals and preprocessor lines replaced by blanks, and the spans of string literals."""
+    token = re.compile(
+        r'(?P<comment>//[^\n]*|/\*.*?\*/)|(?P<directive>^#[^\n]*)|(?P<string>"(?:\\.|[^"\\\n])*")'
+        r"|(?P<char>'(?:\\.|[^'\\\n])*')",
+        re.DOTALL | re.MULTILINE,
+    )
+    if re.search(r'\bR"', text):
+        raise SystemExit("mutate: raw string literals are not understood")
+    strings = []
+
+    def replace(match):
+        if match.lastgroup == "string":
+            strings.append(match.span())
+        filler = "_" if match.lastgroup in ("string", "char") else " "
+        return "".join(c if c == "\n" else filler for c in match.group())
+
+    return token.sub(replace, text), strings
+
+
+def matching(code, position):
+    """The position of the bracket that closes the one at `position`."""
+    depth = 0
+    for i in range(position, len(code)):
+        if code[i] in OPENING:
+            depth += 1
+        elif code[i] in CLOSING:
+            depth -= 1
+            if depth == 0:
+                return i
+    raise SystemExit("mutate: brackets do not match")
+
+
+# What ends an operand of &&, || and ?: on the same level of brackets.
+BOUNDARY = re.compile(r"&&|\|\||[?;,:]|(?<![=!<>])=(?!=)|\breturn\b")
+
+
+def start_of_operand(code, position, boundary):
+    """Where the operand that ends before `position` begins."""
+    depth = 0
+    i = position - 1
+    while i >= 0:
+        if code[i] in CLOSING:
+            depth += 1
+        elif code[i] in OPENING:
+            if depth == 0:
+                return i + 1
+            depth -= 1
+        elif depth == 0:
+            for length in (1, 2, len("return")):
+                match = boundary.match(code, max(0, i + 1 - length))
+                if match and match.end() == i + 1 and not is_scope(code, match):
+                    return i + 1
+        i -= 1
+    raise SystemExit("mutate: an operand without a beginning")
+
+
+def end_of_operand(code, position):
+    """Where the operand that begins at `position` ends."""
+    depth = 0
+    i = position
+    while i < len(code):
+        if code[i] in OPENING:
+            depth += 1
+        elif code[i] in CLOSING:
+            if depth == 0:
+                return i
+            depth -= 1
+        elif depth == 0:
+            match = BOUNDARY.match(code, i)
+            if match and not is_scope(code, match):
+                return i
+        i += 1
+    raise SystemExit("mutate: an operand without an end")
+
+
+def is_scope(code, match):
+    """Whether the match is half of a `::`."""
+    return match.group() == ":" and ":" in (code[match.start() - 1], code[match.end() : match.end() + 1])
+
+
+def conditions(code):
+    """The spans of everything that decides: conditions, operands of && and ||, returned comparisons."""
+    spans = set()
+    for match in re.finditer(r"\b(if|while|for|ThrowIf)\b(\s+constexpr)?\s*\(", code):
+        begin, end = match.end(), matching(code, match.end() - 1)
+        if match.group(1) == "for":
+            parts = code[begin:end].split(";")
+            if len(parts) == 1:
+                continue  # over a range
+            begin += len(parts[0]) + 1
+            end = begin + len(parts[1])
+        elif ";" in code[begin:end]:
+            raise SystemExit("mutate: conditions with an initialiser are not understood")
+        if code[end + 1 :].lstrip()[0] != "{" or match.group(1) != "ThrowIf":  # not its definition
+            spans.add((begin, end))
+    for match in re.finditer(r"\?", code):
+        before = re.compile(BOUNDARY.pattern.replace(r"&&|\|\||", ""))
+        spans.add((start_of_operand(code, match.start(), before), match.start()))
+    for match in re.finditer(r"&&|\|\|", code):
+        before, after = code[match.start() - 1], code[match.end()]
+        if not (before.isspace() and after.isspace()):
+            continue  # a reference
+        spans.add((start_of_operand(code, match.start(), BOUNDARY), match.start()))
+        spans.add((match.end(), end_of_operand(code, match.end())))
+    for match in re.finditer(r"\breturn\b([^;?]*);", code):
+        expression = match.group(1)
+        if re.search(r"[=!<>]=|\s[<>]\s", expression) or expression.strip().startswith("!") or " && " in expression:
+            spans.add(match.span(1))
+    return spans
+
+
+def trimmed(text, begin, end):
+    while text[begin].isspace():
+        begin += 1
+    while text[end - 1].isspace():
+        end -= 1
+    return begin, end
+
+
+def shortened(literal):
+    """The literal without its first character, and without its last one."""
+    characters = re.findall(r"\\(?:x[0-9a-fA-F]+|[0-7]{1,3}|.)|[^\\]", literal[1:-1])
+    if not characters:
+        return ['"x"']
+    return sorted({'"' + "".join(rest) + '"' for rest in (characters[1:], characters[:-1])})
+
+
+def mutants_of(path):
+    text = (ROOT / path).read_text()
+    code, strings = blanked(text)
+    found = []
+    for begin, end in conditions(code):
+        begin, end = trimmed(text, begin, end)
+        for forced in ("true", "false"):
+            if text[begin:end] != forced:
+                found.append(Mutant(path, text, begin, end, forced))
+    for begin, end in strings:
+        found += [Mutant(path, text, begin, end, literal) for literal in shortened(text[begin:end])]
+    return sorted(found, key=lambda mutant: (mutant.begin, mutant.end, mutant.replacement))
+
+
+def run(command, **options):
+    return subprocess.run(
+        command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options
+    )
+
+
+def run_or_die(command):
+    result = run(command)
+    if result.returncode != 0:
+        raise SystemExit(f"mutate: failed: {' '.join(map(str, command))}\n{result.stdout}")
+
+
+def copy_tree(to):
+    shutil.copytree(ROOT, to, ignore=lambda folder, names: {".git", "build"} & set(names))
+
+
+def configure(tree, with_tests):
+    run_or_die(
+        ["cmake", "-S", tree, "-B", tree / "build", "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS={SANITIZED}",
+         "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DBUILD_SHARED_LIBS=ON", "-DSQLDB_BUILD_EXAMPLES=OFF",
+         f"-DSQLDB_BUILD_TESTS={'ON' if with_tests else 'OFF'}"]
+    )
+
+
+class Worker:
+    """A copy of the tree with a library of its own, against which the one test program is run."""
+
+    def __init__(self, tree, tests):
+        self.tree = tree
+        self.tests = tests
+        copy_tree(tree)
+        configure(tree, with_tests=False)
+        if not self.build():
+            raise SystemExit("mutate: the library does not build")
+
+    def build(self):
+        return run(["cmake", "--build", self.tree / "build", "--target", "sqldb"]).returncode == 0
+
+    def tests_pass(self, path, limit):
+        # Most of the tests' time goes into the encoding, which nothing else depends on.
+        only = "EncodingTest.*" if path.name == "encoding.cpp" else "-EncodingTest.*"
+        environment = dict(os.environ, LD_LIBRARY_PATH=str(self.tree / "build"), GTEST_FAIL_FAST="1",
+                           GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT, TMPDIR=str(self.tree / "tmp"))
+        # Whatever a killed test leaves behind goes with the folder.
+        (self.tree / "tmp").mkdir()
+        process = subprocess.Popen([self.tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        try:
+            return process.wait(limit) == 0
+        except subprocess.TimeoutExpired:
+            return False
+        finally:
+            try:
+                os.killpg(process.pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+            process.wait()
+            shutil.rmtree(self.tree / "tmp", ignore_errors=True)
+
+    def judge(self, mutant, limit):
+        file = self.tree / mutant.path
+        original = file.read_text()
+        file.write_text(original[: mutant.begin] + mutant.replacement + original[mutant.end :])
+        try:
+            if not self.build():
+                return "does not compile"
+            return "survived" if self.tests_pass(mutant.path, limit) else "killed"
+        finally:
+            file.write_text(original)
+
+
+def mutate(mutants, jobs, folder):
+    print(f"{len(mutants)} mutants. Building the tests.", flush=True)
+    base = folder / "base"
+    copy_tree(base)
+    configure(base, with_tests=True)
+    run_or_die(["cmake", "--build", base / "build", "--target", "sqldb_tests", "--parallel", str(jobs)])
+    tests = base / "build" / "tests" / "sqldb_tests"
+
+    workers = queue.Queue()
+    limit = 0
+    for i in range(jobs):
+        worker = Worker(folder / f"worker-{i}", tests)
+        if i == 0:
+            for path in {mutant.path for mutant in mutants}:
+                start = time.monotonic()
+                if not worker.tests_pass(path, 600):
+                    raise SystemExit("mutate: the tests fail on the unchanged library")
+                limit = max(limit, 10 + 5 * jobs * (time.monotonic() - start))
+        workers.put(worker)
+
+    def judge(mutant):
+        worker = workers.get()
+        try:
+            return worker.judge(mutant, limit)
+        finally:
+            workers.put(worker)
+
+    verdicts = {"killed": [], "survived": [], "does not compile": []}
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        for number, (mutant, verdict) in enumerate(zip(mutants, pool.map(judge, mutants)), 1):
+            verdicts[verdict].append(mutant)
+            print(f"[{number}/{len(mutants)}] {verdict}: {mutant}", flush=True)
+    return verdicts
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="scripts/mutate.sh")
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("filter", nargs="*")
+    arguments = parser.parse_args()
+
+    paths = sorted(p.relative_to(ROOT) for p in (ROOT / "src").rglob("*") if p.suffix in (".cpp", ".h"))
+    mutants = [m for path in paths for m in mutants_of(path)]
+    if arguments.filter:
+        mutants = [m for m in mutants if any(part in str(m) for part in arguments.filter)]
+    if not mutants:
+        raise SystemExit("mutate: no mutant matches")
+    if arguments.list:
+        print("\n".join(map(str, mutants)))
+        return
+
+    with tempfile.TemporaryDirectory(prefix="sqldb-mutate-") as folder:
+        verdicts = mutate(mutants, arguments.jobs, pathlib.Path(folder))
+
+    for verdict in ("does not compile", "survived"):
+        for mutant in verdicts[verdict]:
+            print(f"{verdict}: {mutant}")
+    killed, survived = len(verdicts["killed"]), len(verdicts["survived"])
+    compiled = killed + survived
+    share = 100 * killed / compiled if compiled else 0
+    print(f"mutation: {compiled} mutants, {killed} killed ({share:.1f} %), {survived} survived, "
+          f"{len(verdicts['does not compile'])} not compiled")
+    if share < LEAST_KILLED:
+        sys.exit(1)
+
+
+main()
