@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 usage() {
   cat <<'END_OF_USAGE'
-usage: scripts/mutate.sh [--list] [--jobs N] [FILTER...]
+usage: scripts/mutate.sh [--list] [--jobs N] [--tests PROGRAM] [FILTER...]
 
 Forces every condition in src/ to true and to false and shortens every string literal at either end, one such mutant at a
 time, in a copy of the tree; rebuilds the library with sanitizers and runs the unit tests against it. Prints each
@@ -15,6 +15,8 @@ mutant, and at the end those that survived. Fails if fewer than 95 % were killed
 
   --list     only list the mutants
   --jobs N   so many at a time; one per core by default
+  --tests PROGRAM
+             this program of tests, as the preset debug builds it, instead of building one
   FILTER     only mutants whose line of the list contains it, for example transaction.cpp:11
 END_OF_USAGE
 }

@@ -220,9 +220,10 @@ class Worker:
         # Most of the tests' time goes into the encoding, which nothing else depends on.
         only = "EncodingTest.*" if path.name == "encoding.cpp" else "-EncodingTest.*"
         environment = dict(os.environ, LD_LIBRARY_PATH=str(self.tree / "build"), GTEST_FAIL_FAST="1",
-                           GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT, TMPDIR=str(self.tree / "tmp"))
-        # Whatever a killed test leaves behind goes with the folder.
-        (self.tree / "tmp").mkdir()
+                           GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT)
+        # Whatever a killed test leaves behind goes with the folder; in memory, since SQLite syncs its files.
+        memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+        folder = environment["TMPDIR"] = tempfile.mkdtemp(prefix="sqldb-mutate-", dir=memory)
         process = subprocess.Popen([self.tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
         try:
@@ -235,7 +236,7 @@ class Worker:
             except ProcessLookupError:
                 pass
             process.wait()
-            shutil.rmtree(self.tree / "tmp", ignore_errors=True)
+            shutil.rmtree(folder, ignore_errors=True)
 
     def judge(self, mutant, limit):
         file = self.tree / mutant.path
@@ -249,14 +250,17 @@ class Worker:
             file.write_text(original)
 
 
-def mutate(mutants, jobs, folder):
-    print(f"{len(mutants)} mutants. Building the tests.", flush=True)
+def build_tests(folder, jobs):
     base = folder / "base"
     copy_tree(base)
     configure(base, with_tests=True)
     run_or_die(["cmake", "--build", base / "build", "--target", "sqldb_tests", "--parallel", str(jobs)])
-    tests = base / "build" / "tests" / "sqldb_tests"
+    return base / "build" / "tests" / "sqldb_tests"
 
+
+def mutate(mutants, jobs, folder, tests):
+    print(f"{len(mutants)} mutants. Building.", flush=True)
+    tests = pathlib.Path(tests).resolve() if tests else build_tests(folder, jobs)
     workers = queue.Queue()
     limit = 0
     for i in range(jobs):
@@ -288,6 +292,7 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/mutate.sh")
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--tests")
     parser.add_argument("filter", nargs="*")
     arguments = parser.parse_args()
 
@@ -302,7 +307,7 @@ def main():
         return
 
     with tempfile.TemporaryDirectory(prefix="sqldb-mutate-") as folder:
-        verdicts = mutate(mutants, arguments.jobs, pathlib.Path(folder))
+        verdicts = mutate(mutants, arguments.jobs, pathlib.Path(folder), arguments.tests)
 
     for verdict in ("does not compile", "survived"):
         for mutant in verdicts[verdict]:

@@ -33,6 +33,12 @@ class RetryTest : public support::DatabaseTest {
   std::string FailedWrite(const std::string& value) {
     return MessageOf([&] { Write(value); });
   }
+  // The other connection has its lock no more when this returns.
+  void LeaveABusyWriteBehind() {
+    fOther.Run("BEGIN IMMEDIATE");
+    EXPECT_EQ(FailedWrite("1"), "database is locked");
+    fOther.Run("ROLLBACK");
+  }
   // What the rest of the world sees.
   Rowids Seen() { return OtherConnection(DatabasePath()).Run("SELECT a FROM t ORDER BY a"); }
   int Unfinalized() const {
@@ -57,24 +63,38 @@ class RetryTest : public support::DatabaseTest {
 };
 
 TEST_F(RetryTest, AWriteThatFoundTheFileBusyKeepsLaterOnesFromBeingCommitted) {
-  fOther.Run("BEGIN IMMEDIATE");
-  EXPECT_EQ(FailedWrite("1"), "database is locked");
-  fOther.Run("ROLLBACK");
-
+  LeaveABusyWriteBehind();
   Write("2");
+  EXPECT_EQ(sqlite3_get_autocommit(fDatabase.fConnection), 1);
   EXPECT_THAT(Rows("SELECT a FROM t"), ElementsAre("2"));
   EXPECT_THAT(Seen(), IsEmpty());
-  EXPECT_EQ(sqlite3_get_autocommit(fDatabase.fConnection), 1);
+}
 
+TEST_F(RetryTest, FinalizingTooLateUndoesTheWritesSinceThen) {
+  LeaveABusyWriteBehind();
+  Write("2");
+  FinalizeLeftBehind(fDatabase);
+  EXPECT_THAT(Rows("SELECT a FROM t"), IsEmpty());
+  EXPECT_THAT(Seen(), IsEmpty());
+}
+
+TEST_F(RetryTest, FinalizingAtOnceLetsLaterWritesBeCommitted) {
+  LeaveABusyWriteBehind();
   FinalizeLeftBehind(fDatabase);
   EXPECT_EQ(Unfinalized(), 0);
+  Write("2");
   EXPECT_THAT(Seen(), ElementsAre("2"));
 }
 
+TEST_F(RetryTest, SteppingTheBusyWriteOnCommitsItAndTheWritesSinceThen) {
+  LeaveABusyWriteBehind();
+  Write("2");
+  EXPECT_EQ(sqlite3_step(sqlite3_next_stmt(fDatabase.fConnection, nullptr)), SQLITE_DONE);
+  EXPECT_THAT(Seen(), ElementsAre("1", "2"));
+}
+
 TEST_F(RetryTest, AWriteThatFoundTheFileBusyLocksOtherWritersOutOnceAnotherHasPassed) {
-  fOther.Run("BEGIN IMMEDIATE");
-  FailedWrite("1");
-  fOther.Run("ROLLBACK");
+  LeaveABusyWriteBehind();
   Write("2");
 
   SQLDatabase second(DatabasePath(), false);
@@ -88,19 +108,17 @@ TEST_F(RetryTest, AWriteThatFoundTheFileBusyLocksOtherWritersOutOnceAnotherHasPa
 
 TEST_F(RetryTest, ExplicitCommitAfterABusyWriteIsRefusedUntilItIsFinalized) {
   fDatabase.BeginTransaction();
-  fOther.Run("BEGIN IMMEDIATE");
-  EXPECT_EQ(FailedWrite("1"), "database is locked");
-  fOther.Run("ROLLBACK");
+  LeaveABusyWriteBehind();
   Write("2");
-  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, false); }), "?");
+  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, false); }), "SQL logic error");
+  EXPECT_EQ(fDatabase.fTransactionDepth, 0);
   FinalizeLeftBehind(fDatabase);
   fDatabase.EndTransaction(true, true);
   EXPECT_THAT(Seen(), ElementsAre("2"));
 }
 
 TEST_F(RetryTest, CloseIsRefusedWithWhatWasLeftBehindAndAcceptedAfterwards) {
-  fOther.Run("BEGIN IMMEDIATE");
-  FailedWrite("1");
+  LeaveABusyWriteBehind();
   fDatabase.Close();
   EXPECT_FALSE(fDatabase.fIsOpen);
   EXPECT_EQ(fRecorder.CallsOf("close").back().result, SQLITE_BUSY);
@@ -213,8 +231,8 @@ TEST_F(RetryTest, WithoutClearingItsTextARetriedInsertSendsItTwice) {
   EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "database is locked");
   fOther.Run("ROLLBACK");
   FinalizeLeftBehind(fDatabase);
-  EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "?");
-  EXPECT_EQ(fRecorder.Sql().back(), "?");
+  EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "near \"INSERT\": syntax error");
+  EXPECT_EQ(fRecorder.Sql().back(), "INSERT INTO t ( a ) VALUES (7 )INSERT INTO t ( a ) VALUES (7 )");
 }
 
 }  // namespace
