@@ -29,7 +29,9 @@ class RetryTest : public support::DatabaseTest {
     fOther.Run("SELECT * FROM t");
   }
 
-  void Write(const std::string& value) { fDatabase.SendQuery("INSERT INTO t VALUES (" + value + ")", nullptr, nullptr); }
+  void Write(const std::string& value) {
+    fDatabase.SendQuery("INSERT INTO t VALUES (" + value + ")", nullptr, nullptr);
+  }
   std::string FailedWrite(const std::string& value) {
     return MessageOf([&] { Write(value); });
   }
