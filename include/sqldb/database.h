@@ -97,7 +97,7 @@ class SQLDB_EXPORT SQLDatabase {
   /// failure stays done. A statement that failed to step stays allocated: Close is then refused, and if it was a
   /// write to a busy file, the connection commits nothing from then on and locks other writers out, without a further
   /// error, until the application finalizes it (sqlite3_next_stmt on `fConnection` finds it; spare those of living
-  /// cursors).
+  /// cursors). Do so at once: outside a transaction, finalizing it undoes what was written since.
   ///
   /// A blank, a comment or a zero byte after the last semicolon starts a statement that cannot be stepped, hence an
   /// error.
