@@ -6,12 +6,12 @@ import os
 import pathlib
 import queue
 import re
+import resource
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
-import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LEAST_KILLED = 95  # percent
@@ -224,10 +224,15 @@ class Worker:
         # Whatever a killed test leaves behind goes with the folder; in memory, since SQLite syncs its files.
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
         folder = environment["TMPDIR"] = tempfile.mkdtemp(prefix="sqldb-mutate-", dir=memory)
+        # Processor time, since a machine at other work makes no mutant loop.
+        def limit_processor_time():
+            resource.setrlimit(resource.RLIMIT_CPU, (limit, limit))
+
         process = subprocess.Popen([self.tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
+                                   preexec_fn=limit_processor_time)
         try:
-            return process.wait(limit) == 0
+            return process.wait(40 * limit) == 0
         except subprocess.TimeoutExpired:
             return False
         finally:
@@ -267,10 +272,12 @@ def mutate(mutants, jobs, folder, tests):
         worker = Worker(folder / f"worker-{i}", tests)
         if i == 0:
             for path in {mutant.path for mutant in mutants}:
-                start = time.monotonic()
+                start = resource.getrusage(resource.RUSAGE_CHILDREN)
                 if not worker.tests_pass(path, 600):
                     raise SystemExit("mutate: the tests fail on the unchanged library")
-                limit = max(limit, 10 + 5 * jobs * (time.monotonic() - start))
+                end = resource.getrusage(resource.RUSAGE_CHILDREN)
+                used = end.ru_utime + end.ru_stime - start.ru_utime - start.ru_stime
+                limit = max(limit, int(4 * used) + 3)
         workers.put(worker)
 
     def judge(mutant):
@@ -282,7 +289,9 @@ def mutate(mutants, jobs, folder, tests):
 
     verdicts = {"killed": [], "survived": [], "does not compile": []}
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        for number, (mutant, verdict) in enumerate(zip(mutants, pool.map(judge, mutants)), 1):
+        judged = {pool.submit(judge, mutant): mutant for mutant in mutants}
+        for number, future in enumerate(concurrent.futures.as_completed(judged), 1):
+            mutant, verdict = judged[future], future.result()
             verdicts[verdict].append(mutant)
             print(f"[{number}/{len(mutants)}] {verdict}: {mutant}", flush=True)
     return verdicts
@@ -310,7 +319,7 @@ def main():
         verdicts = mutate(mutants, arguments.jobs, pathlib.Path(folder), arguments.tests)
 
     for verdict in ("does not compile", "survived"):
-        for mutant in verdicts[verdict]:
+        for mutant in sorted(verdicts[verdict], key=str):
             print(f"{verdict}: {mutant}")
     killed, survived = len(verdicts["killed"]), len(verdicts["survived"])
     compiled = killed + survived
