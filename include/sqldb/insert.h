@@ -47,8 +47,9 @@ class SQLDB_EXPORT SQLInsertClass {
   /// `clearValues` is true. Never waits for a busy file.
   ///
   /// Throws SQLite's message, or what a value's Print or BindingOpportunity throws. The values are then kept, and
-  /// unless a Print threw, so is the text in `fQuery`: the next call sends it again, with its own text right behind
-  /// it, so that the row may be written twice. To give the failed statement up instead, call fQuery.str("").
+  /// unless a Print threw, so is the text in `fQuery`: the next call sends it again with its own text right behind
+  /// it, which SQLite refuses unless the application wrote a semicolon in between. To give the failed statement up
+  /// instead, call fQuery.str("").
   void PerformInsert(bool clearValues);
 
   /// The table that is written to; not owned.

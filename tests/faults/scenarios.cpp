@@ -157,7 +157,7 @@ void LongTransaction(SQLDatabase& database) {
   const auto insert = log->NewInsert();
   TakeColumns(*insert, log);
   database.BeginTransaction();
-  for (int i = 1; i <= 400; ++i) {
+  for (int i = 1; i <= 600; ++i) {
     FillRow(*insert, i, i * i);
     insert->PerformInsert(true);
   }
