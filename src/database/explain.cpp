@@ -33,7 +33,7 @@ void LogExplanation(const std::string& sql, const char* label, const std::string
 
 void SQLDatabase::ThrowExplainError(sqlite3* connection, const char* ending) const {
   const std::string message = sqlite3_errmsg(connection);
-  // The label names the wrong operation on purpose: log readers look for it.
+  // The label says SendQuery on purpose: it is part of the log's format.
   if (fLogErrors != 0) std::clog << "- (SQLDatabase::SendQuery) Explain error: '" << message << ending;
   throw std::runtime_error(message);
 }
