@@ -124,6 +124,17 @@ TEST_F(ExplainTest, ASortIsFoundInsideALongerName) {
   EXPECT_EQ(LogOf(sql), SortExplanation(sql, Operations(sql)));
 }
 
+TEST_F(ExplainTest, ASortIsTheWholeWordSort) {
+  fDatabase.fExplainLevel = 2;
+  CallRecorder recorder;
+  for (const char* const operation : {"Sor", "ort", "sort"}) {
+    recorder.fForcedText = operation;
+    EXPECT_EQ(LogOf(kPlain), "") << operation;
+  }
+  recorder.fForcedText = "Sort";
+  EXPECT_NE(LogOf(kPlain), "");
+}
+
 TEST_F(ExplainTest, ASortIsLookedForInTheOperationsOnly) {
   fDatabase.fExplainLevel = 2;
   EXPECT_EQ(LogOf("SELECT 'Sort' AS Sort FROM items"), "");

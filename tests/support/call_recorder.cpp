@@ -97,6 +97,7 @@ class Interposer {
   static bool Simulated() { return current != nullptr; }
 
   static sqlite3* ForcedConnection() { return current->fForcedConnection; }
+  static const unsigned char* ForcedText() { return reinterpret_cast<const unsigned char*>(current->fForcedText); }
 
   static void Record(const Call& call) {
     current->fCalls.push_back(call);
@@ -264,8 +265,8 @@ const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
   call.function = "column_text";
   call.text = std::to_string(column);
   call.handle = statement;
-  const unsigned char* text = nullptr;
-  {
+  const unsigned char* text = Interposer::ForcedText();
+  if (text == nullptr) {
     Silence silent;
     text = real(statement, column);
   }

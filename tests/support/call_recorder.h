@@ -68,6 +68,9 @@ class CallRecorder {
   // What a forced open delivers: null, unless a test plays SQLite handing out a certain address.
   sqlite3* fForcedConnection = nullptr;
 
+  // What column_text delivers, whatever SQLite does; null leaves that to SQLite.
+  const char* fForcedText = nullptr;
+
   // Called after each noted call, with it; calls made inside are not noted.
   std::function<void(const Call&)> fAfterCall;
 
