@@ -14,6 +14,11 @@ function(sqldb_be_a_test target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
 endfunction()
 
+# Calls within the library go straight to their target. SQLite's functions can still be replaced by a program's own.
+function(sqldb_bind_own_calls target)
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-plt)
+endfunction()
+
 function(sqldb_harden target)
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
   target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)

@@ -130,13 +130,27 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
  protected:
   SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
 
+  /// So that no row allocates.
+  void ReserveBuffers() { fBuffers.reserve(4); }
+
   /// The arguments up to the first null one, as a list that the cursor keeps.
-  const std::vector<char*>& CollectBuffers(void* first, void* second, void* third, void* fourth);
+  const std::vector<char*>& CollectBuffers(void* first, void* second, void* third, void* fourth) {
+    fBuffers.clear();
+    for (void* const buffer : {first, second, third, fourth}) {
+      if (buffer == nullptr) break;
+      fBuffers.push_back(static_cast<char*>(buffer));
+    }
+    return fBuffers;
+  }
+
+  /// Moves the statement to its next row, waiting as SQLStepCursor::Step does. Returns false if there is none left.
+  bool Advance();
 
   /// The work of SQLStepCursor::StepIt.
   int StepInto(const std::vector<char*>& buffers);
 
  private:
+  int StepUntilFree();
   bool MayThrowOnDestruction() const;
 
   std::vector<char*> fBuffers;
@@ -151,7 +165,9 @@ class SQLStepCursor : public SQLStepCursorBase {
  public:
   /// Copies `offsets`.
   /// REQUIRES: one offset per result column, by the time of the first row.
-  SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {}
+  SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {
+    ReserveBuffers();
+  }
 
   /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0 when
   /// a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the query

@@ -23,6 +23,7 @@ namespace sqldb {
 class SQLColumnBase;
 class SQLTableClass;
 class SQLValueBase;
+class TextStream;
 
 /// One INSERT statement. The lists are checked neither for their lengths nor for being empty; SQLite refuses what is
 /// wrong.
@@ -64,7 +65,7 @@ class SQLDB_EXPORT SQLInsertClass {
   std::vector<boost::shared_ptr<SQLValueBase>> fValues;
 
  private:
-  std::string BuildText() const;
+  void PrintStatement(TextStream& text);
 
   boost::weak_ptr<void> fTableLifetime;
 };

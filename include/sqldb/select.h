@@ -23,6 +23,7 @@ class SQLColumnBase;
 class SQLCursorBase;
 class SQLTableClass;
 class SQLTermBase;
+class TextStream;
 
 /// One entry of an ORDER BY list.
 struct OrderItem {
@@ -83,8 +84,11 @@ class SQLDB_EXPORT SQLSelectClass {
 
  private:
   friend class SQLDatabase;
+  friend class SQLTableClass;
 
   SQLSelectClass(SQLDatabase* database, boost::shared_ptr<SQLTableClass> table, std::uint32_t limit);
+
+  void PrintSource(TextStream& text) const;
 
   boost::weak_ptr<void> fDatabaseLifetime;
 };

@@ -28,6 +28,7 @@ class SQLInsertClass;
 class SQLReplaceClass;
 class SQLTermBase;
 class SQLUpdateClass;
+class TextStream;
 
 /// One table of one database. Names are written into SQL unquoted and unchecked: they are code, never input.
 ///
@@ -118,11 +119,16 @@ class SQLDB_EXPORT SQLTableClass {
  private:
   friend class SQLDeleteClass;
   friend class SQLInsertClass;
+  friend class SQLSelectClass;
   friend class SQLUpdateClass;
+
+  class RecordQuery;
 
   SQLDatabase& Database() const;
 
   boost::weak_ptr<void> fDatabaseLifetime;
+  // Where the texts of the table's statements are built.
+  boost::shared_ptr<TextStream> fText;
   // What hangs on the table watches this.
   boost::shared_ptr<void> fLifetime;
 };

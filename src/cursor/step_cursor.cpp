@@ -14,7 +14,6 @@ namespace {
 
 constexpr int kBusyRetries = 600;
 constexpr useconds_t kBusyWait = 100000;  // microseconds
-constexpr std::size_t kMaxBuffers = 4;
 
 }  // namespace
 
@@ -23,10 +22,7 @@ void OffsetSpec::PushOffset(std::uint32_t byteOffset, std::uint16_t buffer) {
 }
 
 SQLStepCursorBase::SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets)
-    : SQLCursorBase(database), fOffsets(offsets) {
-  // So that no row allocates.
-  fBuffers.reserve(kMaxBuffers);
-}
+    : SQLCursorBase(database), fOffsets(offsets) {}
 
 SQLStepCursorBase::~SQLStepCursorBase() noexcept(false) {
   if (fFinalized) return;
@@ -49,29 +45,34 @@ void SQLStepCursorBase::PrepareToQuery(const std::string& sql) {
   fFinalized = false;
 }
 
-const std::vector<char*>& SQLStepCursorBase::CollectBuffers(void* first, void* second, void* third, void* fourth) {
-  fBuffers.clear();
-  for (void* const buffer : {first, second, third, fourth}) {
-    if (buffer == nullptr) break;
-    fBuffers.push_back(static_cast<char*>(buffer));
-  }
-  return fBuffers;
-}
-
-int SQLStepCursorBase::StepInto(const std::vector<char*>& buffers) {
-  int result = sqlite3_step(fStatement);
+// Out of the way of the rows that come at once.
+int SQLStepCursorBase::StepUntilFree() {
+  int result = SQLITE_BUSY;
   for (int retry = 0; result == SQLITE_BUSY && retry < kBusyRetries; ++retry) {
     usleep(kBusyWait);
     result = sqlite3_step(fStatement);
   }
   if (result == SQLITE_BUSY) usleep(kBusyWait);
+  return result;
+}
 
-  if (result == SQLITE_DONE || result == SQLITE_OK) return 1;
-  if (result != SQLITE_ROW) ThrowMessage();
+bool SQLStepCursorBase::Advance() {
+  int result = sqlite3_step(fStatement);
+  if (result == SQLITE_BUSY) result = StepUntilFree();
+  if (result == SQLITE_ROW) return true;
+  if (result != SQLITE_DONE && result != SQLITE_OK) ThrowMessage();
+  return false;
+}
 
-  for (std::size_t i = 0; i < fColumns.size(); ++i) {
-    const ItemOffset& item = fOffsets.fItems[i];
-    fColumns[i]->AssignTo(buffers[item.fBuffer] + item.fByteOffset, fStatement, static_cast<int>(i));
+int SQLStepCursorBase::StepInto(const std::vector<char*>& buffers) {
+  if (!Advance()) return 1;
+  sqlite3_stmt* const statement = fStatement;
+  const std::vector<ItemOffset>& items = fOffsets.fItems;
+  int index = 0;
+  for (const boost::shared_ptr<SQLColumnBase>& column : fColumns) {
+    const ItemOffset& item = items[static_cast<std::size_t>(index)];
+    column->AssignTo(buffers[item.fBuffer] + item.fByteOffset, statement, index);
+    ++index;
   }
   ++fRowCount;
   return 0;

@@ -2,62 +2,82 @@
 
 #include <utility>
 
-#include "sqldb/column.h"
+#include <sqlite3.h>
+
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
 #include "sqldb/delete.h"
 #include "sqldb/select.h"
 #include "sqldb/term.h"
+#include "text_stream.h"
 
 namespace sqldb {
 
 namespace {
 
-using IntegerColumn = SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>>;
-using IntegerCursor = SQLStepCursor<std::uint32_t>;
-
-// A select of one integer expression over a table, of which only the first row is wanted.
-class RecordQuery {
+// Fetches one integer.
+class IntegerCursor : public SQLStepCursorBase {
  public:
-  RecordQuery(SQLDatabase& database, SQLTableClass& table, const char* expression, std::uint32_t limit)
-      : fSelect(database.NewSelect(database.GetTableFromTableClass(&table), limit)) {
-    OffsetSpec offsets;
-    offsets.PushOffset(0, 0);
-    fCursor.reset(new IntegerCursor(&database, offsets));
-    fSelect << boost::shared_ptr<SQLColumnBase>(new IntegerColumn(nullptr, expression, true, false, false, ""));
+  explicit IntegerCursor(SQLDatabase* database) : SQLStepCursorBase(database, OffsetSpec()) {}
+
+  // Quiet: whatever finalizing reports, the step has reported before.
+  ~IntegerCursor() override {
+    if (fFinalized) return;
+    sqlite3_finalize(fStatement);
+    fFinalized = true;
   }
 
-  void SetTerm(const boost::shared_ptr<SQLTermBase>& term) { fSelect->fTerm = term; }
-
-  // Fetches the first row's value. Returns false, `value` untouched, if there is no row.
+  // Returns false, `value` untouched, if there is no row.
   bool Fetch(std::uint32_t& value) {
-    fSelect->PrepareSelect(fCursor);
-    return fCursor->Step(value) == 0;
+    if (!Advance()) return false;
+    value = static_cast<std::uint32_t>(sqlite3_column_int(fStatement, 0));
+    return true;
   }
-
- private:
-  // Declared in this order, so that the select is destroyed first and the cursor after it.
-  boost::shared_ptr<IntegerCursor> fCursor;
-  boost::shared_ptr<SQLSelectClass> fSelect;
 };
 
 }  // namespace
 
+// A select of one integer expression over a table, of which only the first row is wanted. With nothing on the heap,
+// since an application may make as many of these as of all other queries together.
+class SQLTableClass::RecordQuery {
+ public:
+  RecordQuery(const boost::shared_ptr<SQLTableClass>& table, std::uint32_t limit)
+      : fCursor(&table->fDatabase), fSelect(&table->fDatabase, table, limit) {}
+
+  void SetTerm(const boost::shared_ptr<SQLTermBase>& term) { fSelect.fTerm = term; }
+
+  // Returns false, `value` untouched, if there is no row.
+  bool Fetch(const char* expression, std::uint32_t& value) {
+    TextLoan text(fSelect.fTable->fText);
+    text->Add("SELECT ").Add(expression);
+    fSelect.PrintSource(*text);
+    fCursor.PrepareToQuery(text->Text());
+    return fCursor.Fetch(value);
+  }
+
+ private:
+  // Declared in this order, so that the select is destroyed first and the cursor after it.
+  IntegerCursor fCursor;
+  SQLSelectClass fSelect;
+};
+
 std::uint32_t SQLTableClass::CountRecords(boost::shared_ptr<SQLTermBase> term) {
-  RecordQuery query(Database(), *this, "COUNT(ROWID)", 0);
+  RecordQuery query(Database().GetTableFromTableClass(this), 0);
   if (term && term->NotEmpty()) query.SetTerm(term);
   std::uint32_t count = 0;
-  query.Fetch(count);
+  query.Fetch("COUNT(ROWID)", count);
   return count;
 }
 
 bool SQLTableClass::HasTerm(boost::shared_ptr<SQLTermBase> term) {
-  RecordQuery query(Database(), *this, "ROWID", 1);
+  RecordQuery query(Database().GetTableFromTableClass(this), 1);
   query.SetTerm(term);
   std::uint32_t rowId = 0;
-  return query.Fetch(rowId);
+  return query.Fetch("ROWID", rowId);
 }
 
-void SQLTableClass::DeleteRecords(boost::shared_ptr<SQLTermBase> term) { NewDelete(std::move(term))->PerformDelete(); }
+void SQLTableClass::DeleteRecords(boost::shared_ptr<SQLTermBase> term) {
+  SQLDeleteClass(&fDatabase, *this, std::move(term)).PerformDelete();
+}
 
 }  // namespace sqldb

@@ -28,7 +28,11 @@ void Forget(std::vector<boost::shared_ptr<Statement>>& list, const Statement* st
 }  // namespace
 
 SQLTableClass::SQLTableClass(SQLDatabase& database, const std::string& name)
-    : fDatabase(database), fName(name), fDatabaseLifetime(database.fLifetime), fLifetime(boost::make_shared<bool>()) {}
+    : fDatabase(database),
+      fName(name),
+      fDatabaseLifetime(database.fLifetime),
+      fText(boost::make_shared<TextStream>()),
+      fLifetime(boost::make_shared<bool>()) {}
 
 SQLTableClass::~SQLTableClass() {
   // Statements that the lists let go of must leave the lists alone.
@@ -62,10 +66,11 @@ void SQLTableClass::Create() {
   std::for_each(fColumns.begin(), fColumns.end(), PushColumn(columns));
   std::sort(columns.begin(), columns.end(), LessSerial);
 
-  TextStream text;
-  text << "CREATE TABLE " << fName << " (";
+  TextLoan loan(fText);
+  TextStream& text = *loan;
+  text.Add("CREATE TABLE ").Add(fName).Add(" (");
   std::for_each(columns.begin(), columns.end(), AddColumnDefToQuery(text));
-  text << " );";
+  text.Add(" );");
   SendQuery(text.Text(), nullptr, nullptr);
   fCreated = true;
 }

@@ -16,10 +16,10 @@ SQLDeleteClass::~SQLDeleteClass() = default;
 
 void SQLDeleteClass::SetUpDelete() {
   ThrowIf(fTableLifetime.expired());
-  TextStream text;
-  text << "DELETE FROM " << fTable->fName;
-  PrintWhere(text, fTerm);
-  fQuery = text.Text();
+  TextLoan text(fTable->fText);
+  text->Add("DELETE FROM ").Add(fTable->fName);
+  PrintWhere(*text, fTerm);
+  fQuery = text->Text();
 }
 
 void SQLDeleteClass::PerformDelete() {

@@ -9,6 +9,49 @@
 
 namespace sqldb {
 
+namespace {
+
+// Makes `stream` write into another buffer while it lives, with its own formatting, and afterwards gives it back the
+// buffer and the formatting that it had. Failures are then forgotten.
+class Redirection {
+ public:
+  Redirection(std::ostream& stream, std::streambuf* buffer)
+      : fStream(stream),
+        fLocale(stream.getloc()),
+        fExceptions(stream.exceptions()),
+        fFlags(stream.flags()),
+        fWidth(stream.width()),
+        fPrecision(stream.precision()),
+        fFill(stream.fill()),
+        fTie(stream.tie()),
+        fBuffer(stream.rdbuf(buffer)) {}
+  ~Redirection() {
+    fStream.rdbuf(fBuffer);
+    fStream.exceptions(fExceptions);
+    fStream.flags(fFlags);
+    fStream.width(fWidth);
+    fStream.precision(fPrecision);
+    fStream.fill(fFill);
+    fStream.tie(fTie);
+    ImbueIfOther(fStream, fLocale);
+  }
+  Redirection(const Redirection&) = delete;
+  Redirection& operator=(const Redirection&) = delete;
+
+ private:
+  std::ostream& fStream;
+  const std::locale fLocale;
+  const std::ios::iostate fExceptions;
+  const std::ios::fmtflags fFlags;
+  const std::streamsize fWidth;
+  const std::streamsize fPrecision;
+  const char fFill;
+  std::ostream* const fTie;
+  std::streambuf* const fBuffer;
+};
+
+}  // namespace
+
 // Opened at its end, so that what is written to it after a str() call is appended.
 SQLInsertClass::SQLInsertClass(SQLTableClass& table)
     : fTable(table), fVerb("INSERT"), fQuery(std::ios::ate), fTableLifetime(table.fLifetime) {
@@ -19,23 +62,32 @@ SQLInsertClass::~SQLInsertClass() {
   if (!fTableLifetime.expired()) fTable.RemoveInsert(this);
 }
 
-std::string SQLInsertClass::BuildText() const {
-  ThrowIf(fTableLifetime.expired());
-  // Built aside: a text cut short by a failure must not stay in fQuery.
-  TextStream text;
-  text.copyfmt(fQuery);
-  text << fQuery.str() << fVerb << " INTO " << fTable.fName << " (";
+// Into a text aside: one that is cut short by a failure must not stay in fQuery.
+void SQLInsertClass::PrintStatement(TextStream& text) {
+  text.Add(fQuery.str()).Add(fVerb).Add(" INTO ").Add(fTable.fName).Add(" (");
   PrintNames(text, fColumns);
-  text << " ) VALUES (";
-  std::for_each(fValues.begin(), fValues.end(), AddValueToQuery(&text));
-  text << " )";
-  return text.Text();
+  text.Add(" ) VALUES (");
+  {
+    // The values are printed with the formatting that the application gave to fQuery.
+    const Redirection redirection(fQuery, text.rdbuf());
+    std::for_each(fValues.begin(), fValues.end(), AddValueToQuery(&fQuery));
+    ThrowOnLoss(fQuery);
+  }
+  text.Add(" )");
 }
 
-void SQLInsertClass::SetupInsert() { fQuery.str(BuildText()); }
+void SQLInsertClass::SetupInsert() {
+  ThrowIf(fTableLifetime.expired());
+  TextLoan text(fTable.fText);
+  PrintStatement(*text);
+  fQuery.str(text->Text());
+}
 
 void SQLInsertClass::PerformInsert(bool clearValues) {
-  const std::string query = BuildText();
+  ThrowIf(fTableLifetime.expired());
+  TextLoan text(fTable.fText);
+  PrintStatement(*text);
+  const std::string& query = text->Text();
   fQuery.str(query);
   SQLInsertBindingCallback binding(this);
   fTable.SendQuery(query, nullptr, &binding);

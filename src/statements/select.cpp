@@ -26,27 +26,30 @@ boost::shared_ptr<SQLSelectClass> SQLDatabase::NewSelect(boost::shared_ptr<SQLTa
   return boost::shared_ptr<SQLSelectClass>(new SQLSelectClass(this, std::move(table), limit));
 }
 
-void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
-  TextStream text;
-  text << "SELECT";
-  if (fDistinct) text << " DISTINCT";
-  PrintNames(text, fColumns);
-  text << " FROM " << fTable->fName;
+// All of the text behind the result columns.
+void SQLSelectClass::PrintSource(TextStream& text) const {
+  text.Add(" FROM ").Add(fTable->fName);
   PrintWhere(text, fTerm);
   const char* separator = " ORDER BY ";
   for (const OrderItem& item : fOrder) {
-    text << separator << item.fColumn->fName << (item.fAscending != 0 ? "" : " DESC");
+    text.Add(separator).Add(item.fColumn->fName).Add(item.fAscending != 0 ? "" : " DESC");
     separator = ", ";
   }
-  // By to_string: a term may have left the stream printing hexadecimal.
   if (fLimit != 0) {
-    text << " LIMIT " << std::to_string(fLimit);
+    text.Add(" LIMIT ").Add(std::to_string(fLimit));
   } else if (fOffset != 0) {
-    text << " LIMIT -1";  // SQLite needs a limit before an offset
+    text.Add(" LIMIT -1");  // SQLite needs a limit before an offset
   }
-  if (fOffset != 0) text << " OFFSET " << std::to_string(fOffset);
+  if (fOffset != 0) text.Add(" OFFSET ").Add(std::to_string(fOffset));
+}
 
-  std::string query = text.Text();
+void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
+  TextLoan text(fTable->fText);
+  text->Add("SELECT");
+  if (fDistinct) text->Add(" DISTINCT");
+  PrintNames(*text, fColumns);
+  PrintSource(*text);
+  std::string query = text->Text();
 
   cursor->fIsShared = true;
   fCallback = new SelectCallback(cursor);
@@ -68,6 +71,8 @@ void SQLSelectClass::PerformSelect(boost::shared_ptr<SQLCursorBase> cursor) {
 
 boost::shared_ptr<SQLSelectClass>& operator<<(boost::shared_ptr<SQLSelectClass>& select,
                                               boost::shared_ptr<SQLColumnBase> column) {
+  // So that most selects allocate once for their columns.
+  if (select->fColumns.empty()) select->fColumns.reserve(8);
   select->fColumns.push_back(std::move(column));
   return select;
 }

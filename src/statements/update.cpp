@@ -19,16 +19,17 @@ SQLUpdateClass::~SQLUpdateClass() {
 
 void SQLUpdateClass::PerformUpdate(bool clearValues) {
   ThrowIf(fTableLifetime.expired());
-  TextStream text;
-  text << "UPDATE " << fTable.fName << " SET";
+  TextLoan loan(fTable.fText);
+  TextStream& text = *loan;
+  text.Add("UPDATE ").Add(fTable.fName).Add(" SET");
   for (std::size_t i = 0; i < fColumns.size(); ++i) {
-    if (i != 0) text << ",";
-    text << " " << fColumns[i]->fName << " = ";
-    AddValueToUpdate(text, fValues[i]);
+    if (i != 0) text.Add(",");
+    text.Add(" ").Add(fColumns[i]->fName).Add(" =  ");  // the second blank as AddValueToUpdate writes it
+    fValues[i]->Print(text);
   }
   // Without asking NotEmpty, unlike a select or a delete: an update that lost its condition must fail instead of
   // changing every row.
-  text << " WHERE";
+  text.Add(" WHERE");
   fTerm->Print(text);
   fTable.SendQuery(text.Text(), nullptr, nullptr);
   if (clearValues) fValues.clear();

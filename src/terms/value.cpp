@@ -1,6 +1,6 @@
 #include "sqldb/value.h"
 
-#include <cstdio>
+#include <charconv>
 #include <ostream>
 
 #include "wrapping.h"
@@ -26,9 +26,9 @@ void SQLValueBase::RememberParameterName() {
 
 std::string SQLValueBase::GetParameterName() const {
   if (fParameterNumber == 0) return std::string();
-  char name[255];
-  std::snprintf(name, sizeof name, ":%ld", static_cast<long>(fParameterNumber));
-  return name;
+  char name[12] = ":";  // the longest is ":-2147483648"
+  const std::to_chars_result end = std::to_chars(name + 1, name + sizeof name, fParameterNumber);
+  return std::string(name, end.ptr);
 }
 
 }  // namespace sqldb

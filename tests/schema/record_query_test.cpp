@@ -285,6 +285,16 @@ TEST_F(RecordQueryTest, HasTermThatFailsHalfWayFinalizesAndThrowsTheStepsMessage
                           "step = 1", "errmsg", "finalize = 1"));
 }
 
+TEST_F(RecordQueryTest, WhatFinalizingReportsIsNoFailure) {
+  FillTable();
+  CallRecorder recorder;
+  recorder.Force("finalize", SQLITE_ERROR, 2);
+  EXPECT_EQ(fTable->CountRecords(nullptr), 3u);
+  EXPECT_TRUE(fTable->HasTerm(nullptr));
+  EXPECT_EQ(recorder.Count("finalize"), 2u);
+  EXPECT_EQ(recorder.Count("errmsg"), 0u);
+}
+
 // What an application's term throws while it is asked or printed.
 class ThrowingTerm : public SQLTermBase {
  public:

@@ -184,6 +184,115 @@ TEST_F(TextStreamTest, FormatOfOneTextDoesNotReachTheNext) {
   EXPECT_THAT(recorder.Sql(), ElementsAre("INSERT INTO t ( a ) VALUES (255 )", "INSERT INTO t ( a ) VALUES (255 )"));
 }
 
+// Leaves nothing of a new stream's state as it was.
+void Unsettle(std::ostream& out) {
+  static std::ostringstream other;
+  out << std::hex << std::showbase << std::uppercase << std::scientific << std::boolalpha;
+  out.width(9);
+  out.fill('*');
+  out.precision(2);
+  out.imbue(std::locale(std::locale::classic(), new GroupedDigits));
+  out.tie(&other);
+  out.exceptions(std::ios::goodbit);
+  out.rdbuf(other.rdbuf());
+  out.setstate(std::ios::failbit);
+}
+
+// What a stream prints that is like new.
+void PrintNumbers(std::ostream& out) {
+  EXPECT_EQ(out.tie(), nullptr);
+  EXPECT_EQ(out.exceptions(), std::ios::badbit | std::ios::failbit);
+  out << " a IN (" << 1234567 << ", " << 1234.5678 << ", " << true << ")";
+}
+constexpr char kNumbers[] = " a IN (1234567, 1234.57, 1)";
+
+TEST_F(TextStreamTest, NothingThatATermLeavesReachesTheNextText) {
+  const auto unsettling = fTable->NewDelete(PrintedTerm(Unsettle));
+  const auto next = fTable->NewDelete(PrintedTerm(PrintNumbers));
+  EXPECT_THROW(unsettling->SetUpDelete(), std::ios::failure);
+  next->SetUpDelete();
+  EXPECT_EQ(next->fQuery, std::string("DELETE FROM t WHERE") + kNumbers);
+}
+
+TEST_F(TextStreamTest, NothingThatAValueLeavesStaysOnTheInsertsStream) {
+  const auto insert = InsertOf(PrintedValue(Unsettle));
+  insert->fQuery.fill('0');
+  EXPECT_THROW(insert->SetupInsert(), std::ios::failure);
+  EXPECT_EQ(insert->fQuery.tie(), nullptr);
+  insert->fQuery << 1234567 << " " << 1234.5678 << " " << true << " ";
+  insert->fQuery.width(3);
+  insert->fQuery << 7;
+  EXPECT_EQ(insert->fQuery.str(), "1234567 1234.57 1 007");
+  EXPECT_THROW(insert->fQuery.setstate(std::ios::failbit), std::ios::failure);
+}
+
+TEST_F(TextStreamTest, TextsMayBeBuiltInTheMiddleOfAnother) {
+  const auto inner = UpdateOf(MakeValue("2"), MakeTerm(" a = 1"));
+  const auto print = [&](std::ostream& out) {
+    out << " a = ";
+    inner->PerformUpdate(false);
+    out << fTable->CountRecords(MakeTerm(" a = 2"));
+  };
+  CallRecorder recorder;
+  fTable->DeleteRecords(PrintedTerm(print));
+  EXPECT_THAT(recorder.Sql(), ElementsAre("UPDATE t SET a =  2 WHERE a = 1", "SELECT COUNT(ROWID) FROM t WHERE a = 2",
+                                          "DELETE FROM t WHERE a = 1"));
+}
+
+TEST_F(TextStreamTest, TableMayGoInTheMiddleOfItsText) {
+  const auto print = [this](std::ostream& out) {
+    fDatabase.fTables.clear();
+    fTable.reset();
+    out << " a = 1";
+  };
+  const auto statement = fTable->NewDelete(PrintedTerm(print));
+  statement->SetUpDelete();
+  EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE a = 1");
+}
+
+TEST_F(TextStreamTest, TermMayAskWhereItIsAndGoBack) {
+  const auto print = [](std::ostream& out) {
+    const auto start = out.tellp();
+    EXPECT_EQ(start, std::streampos(std::string("DELETE FROM t WHERE").size()));
+    out << " a IN (1, 2, 3";
+    out.put(',');
+    out.seekp(-1, std::ios::cur) << ')';
+    EXPECT_EQ(out.tellp() - start, 15);
+    out.seekp(start + std::streamoff(7)) << "4, 5";
+    out.seekp(0, std::ios::end) << " OR a = 9";
+  };
+  const auto statement = fTable->NewDelete(PrintedTerm(print));
+  statement->SetUpDelete();
+  EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE a IN (4, 5, 3) OR a = 9");
+}
+
+TEST_F(TextStreamTest, TermCannotLeaveTheText) {
+  const auto print = [](std::ostream& out) {
+    std::streambuf& buffer = *out.rdbuf();
+    const std::streampos nowhere(std::streamoff(-1));
+    EXPECT_EQ(buffer.pubseekoff(1, std::ios::end, std::ios::out), nowhere);
+    EXPECT_EQ(buffer.pubseekoff(-1, std::ios::beg, std::ios::out), nowhere);
+    EXPECT_EQ(buffer.pubseekoff(0, std::ios::beg, std::ios::in), nowhere);
+    out << " a = 1";
+  };
+  const auto statement = fTable->NewDelete(PrintedTerm(print));
+  statement->SetUpDelete();
+  EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE a = 1");
+}
+
+TEST_F(TextStreamTest, MemoryOfAVeryLongTextIsGivenBack) {
+  const auto allocationsOf = [this](const std::string& condition) {
+    const auto statement = fTable->NewDelete(MakeTerm(condition));
+    const AllocationCount count;
+    statement->SetUpDelete();
+    return count.Count();
+  };
+  const std::string shortCondition = " a = 1 AND a < 2 AND a < 3 AND a < 4";
+  allocationsOf(" a = 1" + std::string(100000, ' '));
+  const std::uint64_t afterLong = allocationsOf(shortCondition);
+  EXPECT_GT(afterLong, allocationsOf(shortCondition));
+}
+
 // Texts that a Print leaves incomplete. Each way in which it may do so is tried on each statement.
 
 struct Mishap {
@@ -352,6 +461,13 @@ class AllocationSweepTest : public TextStreamTest {
     return text;
   }
 
+  // Prints `text` bit by bit, so that the stream's buffer grows on the way.
+  static Printer BitByBit(const std::string& text) {
+    return [text](std::ostream& out) {
+      for (std::size_t i = 0; i < text.size(); i += 100) out << text.substr(i, 100);
+    };
+  }
+
   // Runs `action` with the n-th allocation failing, for n from 1 until it needs fewer. Whatever happens, the texts sent
   // are `whole` or none, and what is thrown is std::bad_alloc. After each run `cleanUp` is told whether the text was
   // sent; after a failure, `action` must then send `whole`.
@@ -380,7 +496,8 @@ class AllocationSweepTest : public TextStreamTest {
     CallRecorder recorder;
     bool hasFailed = false;
     fHasThrown = false;
-    {
+    // In the middle of another text, whose stream is in use: so this one gets a stream that has no memory yet.
+    const auto run = [&](std::ostream&) {
       const AllocationFailure failure(n);
       try {
         action();
@@ -388,7 +505,8 @@ class AllocationSweepTest : public TextStreamTest {
         fHasThrown = true;
       }
       hasFailed = failure.Happened();
-    }
+    };
+    fTable->NewDelete(PrintedTerm(run))->SetUpDelete();
     fSent = recorder.Sql();
     return hasFailed;
   }
@@ -398,14 +516,14 @@ class AllocationSweepTest : public TextStreamTest {
 };
 
 TEST_F(AllocationSweepTest, SupportSeesTheLibrarysAllocations) {
-  const auto statement = fTable->NewDelete(MakeTerm(HugeCondition()));
+  const auto statement = fTable->NewDelete(PrintedTerm(BitByBit(HugeCondition())));
   const AllocationCount count;
   statement->SetUpDelete();
   EXPECT_GE(count.Count(), 4u);
 }
 
 TEST_F(AllocationSweepTest, DeleteIsSentWholeOrNotAtAll) {
-  const auto statement = fTable->NewDelete(MakeTerm(HugeCondition()));
+  const auto statement = fTable->NewDelete(PrintedTerm(BitByBit(HugeCondition())));
   Sweep(
       "DELETE FROM t WHERE" + HugeCondition(), [&] { statement->PerformDelete(); },
       [&](bool wasSent) {
@@ -417,7 +535,7 @@ TEST_F(AllocationSweepTest, DeleteIsSentWholeOrNotAtAll) {
 }
 
 TEST_F(AllocationSweepTest, UpdateIsSentWholeOrNotAtAll) {
-  const auto update = UpdateOf(MakeValue(HugeExpression()), MakeTerm(HugeCondition()));
+  const auto update = UpdateOf(PrintedValue(BitByBit(HugeExpression())), PrintedTerm(BitByBit(HugeCondition())));
   Rows("INSERT INTO t VALUES (2)");
   Sweep(
       "UPDATE t SET a =  " + HugeExpression() + " WHERE" + HugeCondition(), [&] { update->PerformUpdate(false); },
@@ -425,7 +543,7 @@ TEST_F(AllocationSweepTest, UpdateIsSentWholeOrNotAtAll) {
 }
 
 TEST_F(AllocationSweepTest, InsertIsSentWholeOrNotAtAll) {
-  const auto insert = InsertOf(MakeValue(HugeExpression()));
+  const auto insert = InsertOf(PrintedValue(BitByBit(HugeExpression())));
   const std::string whole = "INSERT INTO t ( a ) VALUES (" + HugeExpression() + " )";
   Sweep(
       whole, [&] { insert->PerformInsert(false); },
@@ -438,7 +556,7 @@ TEST_F(AllocationSweepTest, InsertIsSentWholeOrNotAtAll) {
 }
 
 TEST_F(AllocationSweepTest, SetupThatFailsLeavesTheInsertsStreamAsItWas) {
-  const auto insert = InsertOf(MakeValue(HugeExpression()));
+  const auto insert = InsertOf(PrintedValue(BitByBit(HugeExpression())));
   const std::string whole = "INSERT INTO t ( a ) VALUES (" + HugeExpression() + " )";
   bool hasFailed = true;
   for (std::uint64_t n = 1; hasFailed; ++n) {
@@ -462,7 +580,7 @@ TEST_F(AllocationSweepTest, SetupThatFailsLeavesTheInsertsStreamAsItWas) {
 }
 
 TEST_F(AllocationSweepTest, PerformedSelectIsSentWholeOrNotAtAll) {
-  const auto select = SelectOf(MakeTerm(HugeCondition()));
+  const auto select = SelectOf(PrintedTerm(BitByBit(HugeCondition())));
   select->fLimit = 1;
   const auto cursor = NewCursor();
   Sweep(
@@ -471,7 +589,7 @@ TEST_F(AllocationSweepTest, PerformedSelectIsSentWholeOrNotAtAll) {
 }
 
 TEST_F(AllocationSweepTest, PreparedSelectIsCompiledWholeOrNotAtAll) {
-  const auto select = SelectOf(MakeTerm(HugeCondition()));
+  const auto select = SelectOf(PrintedTerm(BitByBit(HugeCondition())));
   select->fOffset = 1;
   sqldb::OffsetSpec offsets;
   offsets.PushOffset(0, 0);
