@@ -1,4 +1,4 @@
-// Run under Callgrind with --collect-atstart=no: counts the instructions of each piece of work by each layer. Writes
+// Run under Callgrind with --collect-atstart=no: counts the instructions of each statement by each layer. Writes
 // one profile each, with "WORK/LAYER UNITS" as its trigger.
 
 #include <string>
@@ -8,7 +8,7 @@
 #include "task.h"
 
 int main() {
-  for (const bench::Entry& entry : bench::AllEntries()) {
+  for (const bench::Entry& entry : bench::StatementEntries()) {
     const std::unique_ptr<bench::Task> task = entry.make();
     task->Run();
     task->Reset();

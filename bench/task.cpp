@@ -2,7 +2,7 @@
 
 namespace bench {
 
-std::vector<Entry> AllEntries() {
+std::vector<Entry> StatementEntries() {
   std::vector<Entry> entries;
   AddInsert(entries);
   AddReplace(entries);
@@ -12,6 +12,11 @@ std::vector<Entry> AllEntries() {
   AddCallbackScan(entries);
   AddRecordQueries(entries);
   AddSelect(entries);
+  return entries;
+}
+
+std::vector<Entry> EncodingEntries() {
+  std::vector<Entry> entries;
   AddEncoding(entries);
   return entries;
 }
