@@ -1,8 +1,13 @@
 // All rows of a table, four integer columns each, given to a function that reads them from the statement.
 
+#include <Poco/Data/RecordSet.h>
 #include <boost/make_shared.hpp>
 
 #include "items.h"
+#include "poco_items.h"
+#include "qt_items.h"
+#include "soci_items.h"
+#include "sqlitecpp_items.h"
 #include "task.h"
 
 namespace bench {
@@ -63,11 +68,87 @@ class SqldbCallbackScan : public Task {
   SqldbItems fItems;
 };
 
+class SqliteCppCallbackScan : public Task {
+ public:
+  std::int64_t Run() override {
+    std::int64_t sum = 0;
+    for (std::uint32_t i = 0; i < kScans; ++i) {
+      SQLite::Statement query(fItems.database, kScan);
+      while (query.executeStep()) {
+        for (int column = 0; column < 4; ++column) sum += query.getColumn(column).getInt();
+      }
+    }
+    return sum;
+  }
+
+ private:
+  SqliteCppItems fItems;
+};
+
+class SociCallbackScan : public Task {
+ public:
+  std::int64_t Run() override {
+    std::int64_t sum = 0;
+    for (std::uint32_t i = 0; i < kScans; ++i) {
+      const soci::rowset<soci::row> rows = fItems.session.prepare << kScan;
+      for (const soci::row& row : rows) {
+        for (std::size_t column = 0; column < 4; ++column) sum += row.get<int>(column);
+      }
+    }
+    return sum;
+  }
+
+ private:
+  SociItems fItems;
+};
+
+class QtCallbackScan : public Task {
+ public:
+  std::int64_t Run() override {
+    std::int64_t sum = 0;
+    for (std::uint32_t i = 0; i < kScans; ++i) {
+      QSqlQuery query = fItems.Prepare(QLatin1String(kScan));
+      Execute(query);
+      while (query.next()) {
+        for (int column = 0; column < 4; ++column) sum += query.value(column).toInt();
+      }
+    }
+    return sum;
+  }
+
+ private:
+  QtItems fItems;
+};
+
+class PocoCallbackScan : public Task {
+ public:
+  std::int64_t Run() override {
+    std::int64_t sum = 0;
+    for (std::uint32_t i = 0; i < kScans; ++i) {
+      Poco::Data::Statement select = (fItems.session << kScan);
+      select.setStorage("vector");
+      select.execute();
+      const Poco::Data::RecordSet rows(select);
+      for (std::size_t row = 0; row < rows.rowCount(); ++row) {
+        for (std::size_t column = 0; column < 4; ++column) sum += rows.value<Poco::Int64>(column, row);
+      }
+    }
+    return sum;
+  }
+
+ private:
+  PocoItems fItems;
+};
+
 }  // namespace
 
 void AddCallbackScan(std::vector<Entry>& entries) {
   entries.push_back(MakeEntry<RawCallbackScan>("callback scan", "SQLite", kScans * kItems));
   entries.push_back(MakeEntry<SqldbCallbackScan>("callback scan", "sqldb", kScans * kItems));
+  entries.push_back(MakeEntry<SqliteCppCallbackScan>("callback scan", "SQLiteCpp", kScans * kItems));
+  entries.push_back(MakeEntry<SociCallbackScan>("callback scan", "SOCI", kScans * kItems));
+  entries.push_back(MakeEntry<QtCallbackScan>("callback scan", "Qt", kScans * kItems));
+  entries.push_back(MakeEntry<PocoCallbackScan>("callback scan", "POCO", kScans * kItems));
 }
 
 }  // namespace bench

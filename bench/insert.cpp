@@ -1,15 +1,23 @@
 // One row by one INSERT statement with bound values, compiled for each row.
 
 #include <cstdio>
+#include <vector>
 
 #include <boost/make_shared.hpp>
 
 #include "items.h"
+#include "poco_items.h"
+#include "qt_items.h"
+#include "soci_items.h"
+#include "sqlitecpp_items.h"
 #include "task.h"
 
 namespace bench {
 
 namespace {
+
+using Poco::Data::Keywords::now;
+using Poco::Data::Keywords::use;
 
 class RawInsert : public Task {
  public:
@@ -141,14 +149,199 @@ class RawInsertPrepared : public Task {
   sqlite3_stmt* fStatement = fItems.Prepare("INSERT INTO items ( quantity, price, stock ) VALUES (?,?,? )");
 };
 
+class SqliteCppInsert : public Task {
+ public:
+  SqliteCppInsert() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      SQLite::Statement query(fItems.database, "INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)");
+      query.bind(1, i);
+      query.bind(2, i + 1);
+      query.bind(3, i + 2);
+      query.exec();
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  SqliteCppItems fItems;
+};
+
+class SociInsert : public Task {
+ public:
+  SociInsert() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      const std::uint32_t price = i + 1;
+      const std::uint32_t stock = i + 2;
+      fItems.session << "INSERT INTO items (quantity, price, stock) VALUES (:quantity, :price, :stock)", soci::use(i),
+          soci::use(price), soci::use(stock);
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  SociItems fItems;
+};
+
+class QtInsert : public Task {
+ public:
+  QtInsert() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      QSqlQuery query = fItems.Prepare(QStringLiteral("INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)"));
+      query.addBindValue(i);
+      query.addBindValue(i + 1);
+      query.addBindValue(i + 2);
+      Execute(query);
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  QtItems fItems;
+};
+
+class PocoInsert : public Task {
+ public:
+  PocoInsert() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      std::uint32_t price = i + 1;
+      std::uint32_t stock = i + 2;
+      fItems.session << "INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)", use(i), use(price), use(stock),
+          now;
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  PocoItems fItems;
+};
+
+class SqliteCppInsertPrepared : public Task {
+ public:
+  SqliteCppInsertPrepared() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      fQuery.bind(1, i);
+      fQuery.bind(2, i + 1);
+      fQuery.bind(3, i + 2);
+      fQuery.exec();
+      fQuery.reset();
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  SqliteCppItems fItems;
+  SQLite::Statement fQuery{fItems.database, "INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)"};
+};
+
+class SociInsertPrepared : public Task {
+ public:
+  SociInsertPrepared() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      fQuantity = i;
+      fPrice = i + 1;
+      fStock = i + 2;
+      fStatement.execute(true);
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  SociItems fItems;
+  std::uint32_t fQuantity = 0;
+  std::uint32_t fPrice = 0;
+  std::uint32_t fStock = 0;
+  soci::statement fStatement =
+      (fItems.session.prepare << "INSERT INTO items (quantity, price, stock) VALUES (:quantity, :price, :stock)",
+       soci::use(fQuantity), soci::use(fPrice), soci::use(fStock));
+};
+
+class QtInsertPrepared : public Task {
+ public:
+  QtInsertPrepared() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      fQuery.bindValue(0, i);
+      fQuery.bindValue(1, i + 1);
+      fQuery.bindValue(2, i + 2);
+      Execute(fQuery);
+    }
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  QtItems fItems;
+  QSqlQuery fQuery = fItems.Prepare(QStringLiteral("INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)"));
+};
+
+// POCO compiles a statement anew each time it is executed. What it executes for many rows after compiling it once takes
+// the values of all of them together.
+class PocoInsertPrepared : public Task {
+ public:
+  PocoInsertPrepared() { Reset(); }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    std::vector<std::uint32_t> quantities(kStatements);
+    std::vector<std::uint32_t> prices(kStatements);
+    std::vector<std::uint32_t> stocks(kStatements);
+    for (std::uint32_t i = 1; i <= kStatements; ++i) {
+      quantities[i - 1] = i;
+      prices[i - 1] = i + 1;
+      stocks[i - 1] = i + 2;
+    }
+    fItems.session << "INSERT INTO items (quantity, price, stock) VALUES (?, ?, ?)", use(quantities), use(prices),
+        use(stocks), now;
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  PocoItems fItems;
+};
+
 }  // namespace
 
 void AddInsert(std::vector<Entry>& entries) {
   entries.push_back(MakeEntry<RawInsert>("insert", "SQLite", kStatements));
   entries.push_back(MakeEntry<SqldbInsert>("insert", "sqldb", kStatements));
+  entries.push_back(MakeEntry<SqliteCppInsert>("insert", "SQLiteCpp", kStatements));
+  entries.push_back(MakeEntry<SociInsert>("insert", "SOCI", kStatements));
+  entries.push_back(MakeEntry<QtInsert>("insert", "Qt", kStatements));
+  entries.push_back(MakeEntry<PocoInsert>("insert", "POCO", kStatements));
   entries.push_back(MakeEntry<RawInsertReused>("insert, reused values", "SQLite", kStatements));
   entries.push_back(MakeEntry<SqldbInsertReused>("insert, reused values", "sqldb", kStatements));
   entries.push_back(MakeEntry<RawInsertPrepared>("insert, compiled once", "SQLite", kStatements));
+  entries.push_back(MakeEntry<SqliteCppInsertPrepared>("insert, compiled once", "SQLiteCpp", kStatements));
+  entries.push_back(MakeEntry<SociInsertPrepared>("insert, compiled once", "SOCI", kStatements));
+  entries.push_back(MakeEntry<QtInsertPrepared>("insert, compiled once", "Qt", kStatements));
+  entries.push_back(MakeEntry<PocoInsertPrepared>("insert, compiled once", "POCO", kStatements));
 }
 
 }  // namespace bench

@@ -5,11 +5,18 @@
 #include <boost/make_shared.hpp>
 
 #include "items.h"
+#include "poco_items.h"
+#include "qt_items.h"
+#include "soci_items.h"
+#include "sqlitecpp_items.h"
 #include "task.h"
 
 namespace bench {
 
 namespace {
+
+using Poco::Data::Keywords::now;
+using Poco::Data::Keywords::use;
 
 class RawUpdate : public Task {
  public:
@@ -46,11 +53,79 @@ class SqldbUpdate : public Task {
   boost::shared_ptr<sqldb::SQLUpdateClass> fUpdate;
 };
 
+class SqliteCppUpdate : public Task {
+ public:
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t id = 1; id <= kStatements; ++id) {
+      SQLite::Statement query(fItems.database, "UPDATE items SET quantity = ? WHERE id = ?");
+      query.bind(1, id % 100);
+      query.bind(2, id);
+      query.exec();
+    }
+    return fItems.Changes() - before;
+  }
+
+ private:
+  SqliteCppItems fItems;
+};
+
+class SociUpdate : public Task {
+ public:
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t id = 1; id <= kStatements; ++id) {
+      const std::uint32_t quantity = id % 100;
+      fItems.session << "UPDATE items SET quantity = :quantity WHERE id = :id", soci::use(quantity), soci::use(id);
+    }
+    return fItems.Changes() - before;
+  }
+
+ private:
+  SociItems fItems;
+};
+
+class QtUpdate : public Task {
+ public:
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t id = 1; id <= kStatements; ++id) {
+      QSqlQuery query = fItems.Prepare(QStringLiteral("UPDATE items SET quantity = ? WHERE id = ?"));
+      query.addBindValue(id % 100);
+      query.addBindValue(id);
+      Execute(query);
+    }
+    return fItems.Changes() - before;
+  }
+
+ private:
+  QtItems fItems;
+};
+
+class PocoUpdate : public Task {
+ public:
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t id = 1; id <= kStatements; ++id) {
+      std::uint32_t quantity = id % 100;
+      fItems.session << "UPDATE items SET quantity = ? WHERE id = ?", use(quantity), use(id), now;
+    }
+    return fItems.Changes() - before;
+  }
+
+ private:
+  PocoItems fItems;
+};
+
 }  // namespace
 
 void AddUpdate(std::vector<Entry>& entries) {
   entries.push_back(MakeEntry<RawUpdate>("update", "SQLite", kStatements));
   entries.push_back(MakeEntry<SqldbUpdate>("update", "sqldb", kStatements));
+  entries.push_back(MakeEntry<SqliteCppUpdate>("update", "SQLiteCpp", kStatements));
+  entries.push_back(MakeEntry<SociUpdate>("update", "SOCI", kStatements));
+  entries.push_back(MakeEntry<QtUpdate>("update", "Qt", kStatements));
+  entries.push_back(MakeEntry<PocoUpdate>("update", "POCO", kStatements));
 }
 
 }  // namespace bench
