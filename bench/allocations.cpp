@@ -40,6 +40,7 @@ void* realloc(void* block, std::size_t size) {
 }  // extern "C"
 
 int main() {
+  std::map<std::string, std::int64_t> outcomes;
   for (const bench::Entry& entry : bench::AllEntries()) {
     const std::unique_ptr<bench::Task> task = entry.make();
     const std::int64_t first = task->Run();
@@ -50,6 +51,11 @@ int main() {
     std::printf("%s/%s %.4f %lld\n", entry.work.c_str(), entry.layer.c_str(), each, static_cast<long long>(second));
     if (first != second) {
       std::fprintf(stderr, "bench: the second run did something else than the first\n");
+      return 1;
+    }
+    if (entry.sameOutcome && outcomes.emplace(entry.work, second).first->second != second) {
+      std::fprintf(stderr, "bench: %s/%s did something else than the first layer\n", entry.work.c_str(),
+                   entry.layer.c_str());
       return 1;
     }
   }

@@ -20,7 +20,7 @@ class Task {
   Task& operator=(const Task&) = delete;
 
   // Does the work, as many units of it as the Entry says. This is what is measured. Returns a sum of all that was read,
-  // or the number of rows written: the same for every layer.
+  // the number of rows written, or the length of the result.
   virtual std::int64_t Run() = 0;
 
   // Makes the next Run find what this one found. Not measured.
@@ -34,6 +34,8 @@ struct Entry {
   // How many statements, rows or bytes a Run handles.
   std::int64_t units;
   std::unique_ptr<Task> (*make)();
+  // Whether Run returns the same for every layer. Only the encoded texts differ in their length.
+  bool sameOutcome = true;
 };
 
 // Every piece of work by every layer, grouped by work, each group led by what it is compared with.
