@@ -15,8 +15,8 @@ std::vector<Entry> StatementEntries() {
   return entries;
 }
 
-std::vector<Entry> EncodingEntries() {
-  std::vector<Entry> entries;
+std::vector<Entry> AllEntries() {
+  std::vector<Entry> entries = StatementEntries();
   AddEncoding(entries);
   return entries;
 }

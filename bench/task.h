@@ -39,8 +39,9 @@ struct Entry {
 };
 
 // Every piece of work by every layer, grouped by work, each group led by what it is compared with.
+std::vector<Entry> AllEntries();
+// Without the encoding.
 std::vector<Entry> StatementEntries();
-std::vector<Entry> EncodingEntries();
 
 // How each work adds its entries.
 template <typename T>
