@@ -95,7 +95,6 @@ class Literal : public sqldb::SQLValueBase {
   explicit Literal(std::uint32_t number) : fNumber(number) {}
   std::ostream& Print(std::ostream& stream) const override { return stream << fNumber; }
 
- private:
   std::uint32_t fNumber;
 };
 
@@ -106,7 +105,6 @@ class IdIs : public sqldb::SQLTermBase {
   std::ostream& Print(std::ostream& out) const override { return out << " id = " << fId; }
   bool NotEmpty() const override { return true; }
 
- private:
   std::uint32_t fId;
 };
 

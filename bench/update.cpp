@@ -53,6 +53,32 @@ class SqldbUpdate : public Task {
   boost::shared_ptr<sqldb::SQLUpdateClass> fUpdate;
 };
 
+// The same with a value and a term that are kept and set anew for each row.
+class SqldbUpdateReused : public Task {
+ public:
+  SqldbUpdateReused() : fUpdate(fItems.table->NewUpdate()) {
+    fUpdate->fColumns = {fItems.quantity};
+    fUpdate->fValues = {fQuantity};
+    fUpdate->fTerm = fTerm;
+  }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    for (std::uint32_t id = 1; id <= kStatements; ++id) {
+      fQuantity->fNumber = id % 100;
+      fTerm->fId = id;
+      fUpdate->PerformUpdate(false);
+    }
+    return fItems.Changes() - before;
+  }
+
+ private:
+  SqldbItems fItems;
+  boost::shared_ptr<sqldb::SQLUpdateClass> fUpdate;
+  boost::shared_ptr<Literal> fQuantity = boost::make_shared<Literal>(0);
+  boost::shared_ptr<IdIs> fTerm = boost::make_shared<IdIs>(0);
+};
+
 class SqliteCppUpdate : public Task {
  public:
   std::int64_t Run() override {
@@ -126,6 +152,8 @@ void AddUpdate(std::vector<Entry>& entries) {
   entries.push_back(MakeEntry<SociUpdate>("update", "SOCI", kStatements));
   entries.push_back(MakeEntry<QtUpdate>("update", "Qt", kStatements));
   entries.push_back(MakeEntry<PocoUpdate>("update", "POCO", kStatements));
+  entries.push_back(MakeEntry<RawUpdate>("update, reused values", "SQLite", kStatements));
+  entries.push_back(MakeEntry<SqldbUpdateReused>("update, reused values", "sqldb", kStatements));
 }
 
 }  // namespace bench

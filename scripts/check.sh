@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The long tests: faults, kills, contention, fuzzing, coverage, Valgrind and other ways to compile. Each prints its figures.
+# The long tests: faults, kills, contention, fuzzing, coverage, Valgrind, other ways to compile, and the measurements, once.
+# Each prints its figures.
 # Goes on after a failure, so that one run shows them all.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -19,6 +20,7 @@ Installs what is missing, then runs each PART of
   coverage  all lines and branches of src/ and include/ are run by the unit tests
   chars     the unit tests with signed and unsigned char, and overflow that stops the program
   valgrind  the unit tests under Valgrind
+  bench     every measurement once, without regard to the time, and the allocations of each operation
 Without PART: all.
 END
 }
@@ -30,10 +32,10 @@ case ${1-} in
     ;;
 esac
 parts=("$@")
-((${#parts[@]} > 0)) || parts=(faults fuzz coverage chars valgrind)
+((${#parts[@]} > 0)) || parts=(faults fuzz coverage chars valgrind bench)
 for part in "${parts[@]}"; do
   case $part in
-    faults | fuzz | coverage | chars | valgrind) ;;
+    faults | fuzz | coverage | chars | valgrind | bench) ;;
     *)
       usage >&2
       exit 2
@@ -44,6 +46,7 @@ done
 install_test_packages
 install_clang
 install_missing valgrind
+if [[ " ${parts[*]} " == *" bench "* ]]; then install_benchmark_packages; fi
 jobs=$(nproc)
 
 failed=()
@@ -87,6 +90,11 @@ run_valgrind() {
   check "valgrind: test" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
     --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
     --soname-synonyms=somalloc=nouserintercepts build/signed-char/tests/sqldb_tests --gtest_brief=1
+}
+
+run_bench() {
+  build bench
+  check "bench: test" ctest --preset bench --no-tests=error
 }
 
 for part in "${parts[@]}"; do

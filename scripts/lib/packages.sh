@@ -34,11 +34,26 @@ has() {
     libboost-dev) has_header boost/shared_ptr.hpp ;;
     libgtest-dev) has_header gtest/gtest.h ;;
     libgmock-dev) has_header gmock/gmock.h ;;
+    libbenchmark-dev) has_header benchmark/benchmark.h ;;
+    libsqlitecpp-dev) has_header SQLiteCpp/SQLiteCpp.h ;;
+    libsoci-dev) has_header soci/soci.h ;;
+    libpoco-dev) has_header Poco/Data/Data.h ;;
+    qt6-base-dev) pkg-config --exists Qt6Sql ;;
+    libqt6sql6-sqlite) has_qt_driver ;;
+    libglib2.0-dev) pkg-config --exists glib-2.0 ;;
+    libsodium-dev) pkg-config --exists libsodium ;;
+    libssl-dev) pkg-config --exists libcrypto ;;
+    gnuplot-nox) command -v gnuplot >/dev/null ;;
     clang) command -v clang++ >/dev/null ;;
     libclang-rt-*) has_clang_runtime ;;
     llvm-*) has_llvm ;;
     *) command -v "$1" >/dev/null ;;
   esac
+}
+
+# Qt's driver for SQLite is loaded while the program runs.
+has_qt_driver() {
+  [[ -e "$(pkg-config --variable=libdir Qt6Core 2>/dev/null)/qt6/plugins/sqldrivers/libqsqlite.so" ]]
 }
 
 give_up() {
@@ -96,6 +111,12 @@ install_test_packages() {
 install_clang() {
   install_missing clang
   has_clang_runtime || install_missing "libclang-rt-$(clang_version)-dev"
+}
+
+# The layers and encoders that sqldb is measured beside, and what measures them. After install_build_packages.
+install_benchmark_packages() {
+  install_missing pkg-config libbenchmark-dev libsqlitecpp-dev libsoci-dev libpoco-dev qt6-base-dev libqt6sql6-sqlite \
+    libglib2.0-dev libsodium-dev libssl-dev valgrind
 }
 
 # The tools that read Clang's coverage. After install_clang.
