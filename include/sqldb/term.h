@@ -28,6 +28,9 @@ class SQLDB_EXPORT SQLTermBase {
 
   /// Writes the condition, a leading blank included, and returns `out`. The text is code: it is neither quoted nor
   /// put in parentheses. The base writes nothing. What it throws passes through, and nothing is sent.
+  ///
+  /// The stream is like new each time, in the classic locale, and throws on failure. Only what is stored in it by
+  /// iword, pword or register_callback is still there in later texts of the table.
   virtual std::ostream& Print(std::ostream& out) const;
 
   /// True when there is something to print. A select or a delete does not print a term that says false. The base
