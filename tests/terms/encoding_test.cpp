@@ -131,6 +131,33 @@ TEST(EncodingTest, AMillionBytes) {
   EXPECT_ENCODES(Generate(1000000, [&] { return random(256); }));
 }
 
+// How many bytes the coder handles at a time. What it does must not depend on it.
+constexpr std::size_t kStretch = 4096;
+
+TEST(EncodingTest, LongInputsOfFewValues) {
+  RandomBytes random(6);
+  for (const std::size_t length : {kStretch - 1, kStretch, kStretch + 1, 2 * kStretch, 3 * kStretch + 5}) {
+    EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>('a' + random(26)); }));
+    EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>(0xF0 + random(16)); }));
+    EXPECT_ENCODES(Generate(length, [&] { return random(250); }));
+  }
+}
+
+// The letters alone take offset 1. One byte more spoils it for another one, and many different ones spoil all.
+TEST(EncodingTest, WhatTheBeginningSuggestsIsTakenBackWhereverTheRestForbidsIt) {
+  for (const std::size_t position : {kStretch - 1, kStretch, kStretch + 1, 2 * kStretch - 1, 2 * kStretch, 9999ul}) {
+    for (const Byte spoiler : {Byte{0x01}, Byte{0x02}, Byte{0x28}}) {
+      Bytes input(10000, 'a');
+      input[position] = spoiler;
+      EXPECT_ENCODES(input);
+    }
+  }
+  Bytes input(10000, 'a');
+  const Bytes all = EveryValueOnce();
+  std::copy(all.begin(), all.end(), input.end() - 256);
+  EXPECT_ENCODES(input);
+}
+
 TEST(EncodingTest, AnEmptyInputBecomesTheLetterX) {
   const ExactBlock out(2);
   EXPECT_EQ(sqlite_encode_binary(ExactBlock(0).Get(), 0, out.Get()), 1);
@@ -289,6 +316,29 @@ TEST(DecodingTest, NothingPastTheTerminatorIsReadAfterAnEscape) {
   const ExactBlock out(5);
   EXPECT_EQ(sqlite_decode_binary(in.Get(), out.Get()), 1);
   EXPECT_THAT(out.All(), ElementsAre(0x04, kUntouched, kUntouched, kUntouched, kUntouched));
+}
+
+TEST(DecodingTest, EscapesAreUndoneWhereverTheyLie) {
+  for (std::size_t before = kStretch - 3; before <= kStretch + 3; ++before) {
+    for (const std::size_t after : {std::size_t{0}, std::size_t{1}, kStretch, 2 * kStretch}) {
+      Bytes text{0x30};
+      text.insert(text.end(), before, 'x');
+      text.insert(text.end(), {0x01, 0x05, 0x01, 0x01});
+      text.insert(text.end(), after, 'y');
+      text.push_back(0);
+      Bytes expected(before, 'x' + 0x30);
+      expected.insert(expected.end(), {0x34, 0x30});
+      expected.insert(expected.end(), after, 'y' + 0x30);
+      ASSERT_EQ(Decode(text), expected) << before << " " << after;
+      ASSERT_EQ(DecodeInPlace(text), expected) << before << " " << after;
+    }
+    Bytes text{0x30};
+    text.insert(text.end(), before, 'x');
+    text.insert(text.end(), {0x01, 0x00});
+    Bytes expected(before, 'x' + 0x30);
+    expected.push_back(0x2F);
+    ASSERT_EQ(Decode(text), expected) << before;
+  }
 }
 
 TEST(DecodingTest, MalformedStringsDecodeInPlaceToTheSame) {
