@@ -259,6 +259,7 @@ TEST_F(TextStreamTest, TermMayAskWhereItIsAndGoBack) {
     out.seekp(-1, std::ios::cur) << ')';
     EXPECT_EQ(out.tellp() - start, 15);
     out.seekp(start + std::streamoff(7)) << "4, 5";
+    EXPECT_EQ(out.tellp() - start, 11);
     out.seekp(0, std::ios::end) << " OR a = 9";
   };
   const auto statement = fTable->NewDelete(PrintedTerm(print));
