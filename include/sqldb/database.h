@@ -94,10 +94,15 @@ class SQLDB_EXPORT SQLDatabase {
   /// null.
   ///
   /// Never waits: a busy or locked file is an error like any other. Throws SQLite's message. What was done before the
-  /// failure stays done. A statement that failed to step stays allocated: Close is then refused, and if it was a
-  /// write to a busy file, the connection commits nothing from then on and locks other writers out, without a further
-  /// error, until the application finalizes it (sqlite3_next_stmt on `fConnection` finds it; spare those of living
-  /// cursors). Do so at once: outside a transaction, finalizing it undoes what was written since.
+  /// failure stays done. A statement that failed to step, or whose `callback` or `binding` threw, stays allocated:
+  /// Close is then refused. If it found the file busy or `callback` threw, the connection also keeps the lock of what
+  /// it runs next, so that no other connection can commit, and if it was a write, commits nothing outside a transaction
+  /// from then on, without a further error, until the application finalizes it (sqlite3_next_stmt on `fConnection`
+  /// finds it; spare those of living cursors). Do so at once: outside a transaction, finalizing a write that found the
+  /// file busy undoes what was written since.
+  ///
+  /// After another connection has changed the schema, the next statement fails with "SQL logic error" and does nothing;
+  /// finalizing it gives SQLITE_SCHEMA, and sent once more it works.
   ///
   /// A blank, a comment or a zero byte after the last semicolon starts a statement that cannot be stepped, hence an
   /// error.
