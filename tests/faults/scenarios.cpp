@@ -122,6 +122,26 @@ void StepThroughSelect(SQLDatabase& database) {
   }
 }
 
+// Every column twice, each into a buffer of its own.
+void StepIntoBuffers(SQLDatabase& database) {
+  const Table items = Declare(database, "items");
+  auto select = database.NewSelect(items, 20);
+  OffsetSpec offsets;
+  for (std::uint16_t buffer = 0; buffer < 4; ++buffer) {
+    select << items->GetColumn(buffer % 2 == 0 ? "id" : "qty");
+    offsets.PushOffset(0, buffer);
+  }
+  const auto cursor = make_shared<SQLStepCursor<std::uint32_t>>(&database, offsets);
+  select->PrepareSelect(cursor);
+  std::uint32_t id = 0;
+  std::uint32_t qty = 0;
+  std::uint32_t sameId = 0;
+  std::uint32_t sameQty = 0;
+  while (cursor->Step(id, &qty, &sameId, &sameQty) == 0) {
+    if (id != sameId || qty != sameQty) throw std::logic_error("a value went to the wrong buffer");
+  }
+}
+
 void PerformSelect(SQLDatabase& database) {
   const Table items = Declare(database, "items");
   auto select = database.NewSelect(items, 0);
@@ -171,6 +191,29 @@ void RolledBackTransaction(SQLDatabase& database) {
   database.EndTransaction(false, true);
 }
 
+// An inner level asks for the rollback, and the outermost one for a commit.
+void VetoedTransaction(SQLDatabase& database) {
+  const Table items = Declare(database, "items");
+  const std::uint32_t count = items->CountRecords(nullptr);
+  database.BeginTransaction();
+  database.BeginTransaction();
+  items->DeleteRecords(MakeTerm(" id > 20"));
+  database.EndTransaction(false, false);
+  InsertRow(database);
+  database.EndTransaction(true, false);
+  if (items->CountRecords(nullptr) != count) throw std::logic_error("the veto was not heard");
+}
+
+void EndEveryLevel(SQLDatabase& database) {
+  const Table items = Declare(database, "items");
+  database.BeginTransaction();
+  items->DeleteRecords(MakeTerm(" id > 20"));
+  database.BeginTransaction();
+  InsertRow(database);
+  database.EndTransaction(true, true);
+  if (sqlite3_get_autocommit(database.fConnection) == 0) throw std::logic_error("a level is left");
+}
+
 void ChangeSynchronization(SQLDatabase& database) {
   database.SetSynchronizationLevel(false);
   InsertRow(database);
@@ -203,11 +246,14 @@ const std::vector<Scenario>& Scenarios() {
       {"delete", DeleteRows},
       {"delete every record", DeleteEveryRecord},
       {"stepped select", StepThroughSelect},
+      {"step into several buffers", StepIntoBuffers},
       {"performed select", PerformSelect},
       {"count and test", CountAndTest},
       {"nested transactions", NestedTransactions},
       {"long transaction", LongTransaction},
       {"rolled back transaction", RolledBackTransaction},
+      {"vetoed transaction", VetoedTransaction},
+      {"every level ended at once", EndEveryLevel},
       {"synchronization", ChangeSynchronization},
       {"explanation", ExplainSort},
       {"collation", RegisterCollation},
