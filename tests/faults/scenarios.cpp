@@ -1,5 +1,6 @@
 #include "faults/scenarios.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <new>
@@ -313,8 +314,9 @@ Outcome OutcomeOf(const std::function<void()>& action) {
 std::vector<int> Points(int count, int most) {
   const int part = most / 3;
   const int stride = count > most ? (count - 2 * part) / part : 1;
+  const int lastPart = count - part;
   std::vector<int> points;
-  for (int n = 1; n <= count; n += n > part && n + stride <= count - part ? stride : 1) points.push_back(n);
+  for (int n = 1; n <= count; n += n > part && n < lastPart ? std::min(stride, lastPart - n) : 1) points.push_back(n);
   return points;
 }
 
