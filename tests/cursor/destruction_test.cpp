@@ -2,6 +2,7 @@
 // reach a caller, and ends quietly where it would end the process.
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -15,6 +16,7 @@
 #include <sys/resource.h>
 #include <boost/core/null_deleter.hpp>
 #include <boost/make_shared.hpp>
+#include <boost/scoped_ptr.hpp>
 
 #include "sqldb/sqldb.h"
 #include "support/call_recorder.h"
@@ -768,20 +770,73 @@ TEST(DestructionMatrixTest, TheProcessLivesAndTheFirstErrorIsSeenInEveryCase) {
 
 // Owners that cannot be told from a delete by hand --------------------------------------------------------------------
 
-using DestructionDeathTest = DestructionTest;
+struct Holder {
+  Holder(sqldb::SQLDatabase* database, const sqldb::OffsetSpec& offsets) : fCursor(database, offsets) {}
+  Cursor fCursor;
+};
 
-// Runs in a child of its own, which should not leave a memory image behind.
-template <typename Owner>
-void ReleaseWithoutMemoryImage(Owner& owner) {
-  const rlimit none{0, 0};
-  setrlimit(RLIMIT_CORE, &none);
-  owner.reset();
-}
+class DestructionDeathTest : public DestructionTest {
+ protected:
+  // `release` lets `cursor`, which has failed, be destroyed. It does so in a child of its own, and then in this process
+  // once the cursor has nothing to finalize any more.
+  template <typename Release>
+  void ExpectDeath(Cursor& cursor, const Release& release) {
+    EXPECT_DEATH(WithoutMemoryImage(release), kFinalizeMessage);
+    sqlite3_finalize(cursor.fStatement);
+    cursor.fFinalized = true;
+    release();
+  }
+
+  template <typename Release>
+  static void WithoutMemoryImage(const Release& release) {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    release();
+  }
+
+  Holder* NewFailedHolder() {
+    auto* const holder = new Holder(&fDatabase, OneOffset());
+    Fail(holder->fCursor);
+    return holder;
+  }
+};
 
 TEST_F(DestructionDeathTest, AUniquePointerToAFailedCursorEndsTheProcess) {
   std::unique_ptr<Cursor> owner(NewFailed());
-  EXPECT_DEATH(ReleaseWithoutMemoryImage(owner), kFinalizeMessage);
-  EXPECT_THROW(delete owner.release(), std::runtime_error);
+  ExpectDeath(*owner, [&] { owner.reset(); });
+}
+
+TEST_F(DestructionDeathTest, AStandardSharedPointerToAFailedCursorEndsTheProcess) {
+  std::shared_ptr<Cursor> owner(NewFailed());
+  ExpectDeath(*owner, [&] { owner.reset(); });
+}
+
+TEST_F(DestructionDeathTest, AScopedPointerToAFailedCursorEndsTheProcess) {
+  boost::scoped_ptr<Cursor> owner(NewFailed());
+  ExpectDeath(*owner, [&] { owner.reset(); });
+}
+
+TEST_F(DestructionDeathTest, AContainerWithAFailedCursorEndsTheProcess) {
+  std::list<Cursor> owner;
+  owner.emplace_back(&fDatabase, OneOffset());
+  Fail(owner.front());
+  ExpectDeath(owner.front(), [&] { owner.clear(); });
+}
+
+TEST_F(DestructionDeathTest, AUniquePointerToAnObjectWithAFailedCursorEndsTheProcess) {
+  std::unique_ptr<Holder> owner(NewFailedHolder());
+  ExpectDeath(owner->fCursor, [&] { owner.reset(); });
+}
+
+TEST_F(DestructionDeathTest, ABoostSharedPointerToAnObjectWithAFailedCursorEndsTheProcess) {
+  boost::shared_ptr<Holder> owner(NewFailedHolder());
+  ExpectDeath(owner->fCursor, [&] { owner.reset(); });
+}
+
+TEST_F(DestructionDeathTest, ABoostSharedPointerMadeFromTheBaseEndsTheProcessUnlessASelectHasSeenIt) {
+  Cursor* const cursor = NewFailed();
+  CursorPointer owner(static_cast<SQLCursorBase*>(cursor));
+  ExpectDeath(*cursor, [&] { owner.reset(); });
 }
 
 }  // namespace
