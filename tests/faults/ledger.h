@@ -10,6 +10,8 @@
 
 namespace faults {
 
+constexpr int kRowsEach = 20;
+
 // Makes the table, with small pages and a cache so small that transactions reach the file before they are committed.
 void MakeLedger(sqldb::SQLDatabase& database);
 
@@ -18,6 +20,9 @@ void ShrinkCache(sqldb::SQLDatabase& database);
 
 // Runs transaction number `stamp`, with one nested level for each half of it.
 void Transact(sqldb::SQLDatabase& database, int stamp);
+
+// Tells whether the next to open the file will roll a transaction back.
+bool HasHotJournal(const std::string& path);
 
 struct Verdict {
   bool isCorrupt = false;
@@ -37,6 +42,8 @@ struct Tally {
   int corrupt = 0;
   int partial = 0;
   int lost = 0;
+  // Of the lost ones, those that lost more than the transaction acknowledged last.
+  int lostSeveral = 0;
 };
 
 }  // namespace faults

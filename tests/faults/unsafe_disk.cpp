@@ -17,7 +17,7 @@ sqlite3_vfs vfs;
 struct Handle {
   sqlite3_file base;
   std::shared_ptr<UnsafeDisk::File>* file;
-  bool deleteOnClose;
+  bool syncsFolder;
 };
 
 UnsafeDisk::File& FileOf(sqlite3_file* handle) { return **reinterpret_cast<Handle*>(handle)->file; }
@@ -57,17 +57,14 @@ int Read(sqlite3_file* handle, void* data, int size, sqlite3_int64 offset) {
 
 int Write(sqlite3_file* handle, const void* data, int size, sqlite3_int64 offset) {
   const char* const bytes = static_cast<const char*>(data);
-  UnsafeDisk::Change change{offset, std::vector<char>(bytes, bytes + size), false};
   // The write during which the power fails may reach the disk in part.
-  const bool done = disk->Operate();
-  Add(FileOf(handle), std::move(change));
-  return done ? SQLITE_OK : SQLITE_IOERR_WRITE;
+  if (disk->HasPower()) Add(FileOf(handle), {offset, std::vector<char>(bytes, bytes + size), false});
+  return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_WRITE;
 }
 
 int Truncate(sqlite3_file* handle, sqlite3_int64 size) {
-  if (!disk->Operate()) return SQLITE_IOERR_TRUNCATE;
-  Add(FileOf(handle), UnsafeDisk::Change{size, {}, true});
-  return SQLITE_OK;
+  if (disk->HasPower()) Add(FileOf(handle), {size, {}, true});
+  return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_TRUNCATE;
 }
 
 int Sync(sqlite3_file* handle, int) {
@@ -75,6 +72,10 @@ int Sync(sqlite3_file* handle, int) {
   UnsafeDisk::File& file = FileOf(handle);
   file.synced = file.current;
   file.pending.clear();
+  // As SQLite's own file system does it: the first sync of a new journal is one of its folder too.
+  bool& syncsFolder = reinterpret_cast<Handle*>(handle)->syncsFolder;
+  if (syncsFolder) disk->SyncFolder();
+  syncsFolder = false;
   return SQLITE_OK;
 }
 
@@ -118,44 +119,46 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* handle, int flags, int* o
   handle->pMethods = nullptr;
   if (!disk->HasPower()) return SQLITE_CANTOPEN;
   const std::string path = name != nullptr ? name : "";
-  std::shared_ptr<UnsafeDisk::File> file;
-  const auto found = disk->fFiles.find(path);
-  if (found != disk->fFiles.end() && !found->second->isDeleted) {
-    file = found->second;
-  } else {
+  std::shared_ptr<UnsafeDisk::File> file = disk->Find(path);
+  if (file == nullptr) {
     if ((flags & SQLITE_OPEN_CREATE) == 0) return SQLITE_CANTOPEN;
     file = std::make_shared<UnsafeDisk::File>();
-    if (!path.empty()) disk->fFiles[path] = file;
+    // Temporary files have no name, and nobody looks for them after a loss of power.
+    if (!path.empty()) {
+      disk->Link(path, file);
+      if (!disk->Operate()) return SQLITE_CANTOPEN;
+    }
   }
   Handle* const own = reinterpret_cast<Handle*>(handle);
   own->file = new std::shared_ptr<UnsafeDisk::File>(file);
+  own->syncsFolder = (flags & SQLITE_OPEN_CREATE) != 0 && (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
   handle->pMethods = &kMethods;
   if (outFlags != nullptr) *outFlags = flags;
   return SQLITE_OK;
 }
 
 int Delete(sqlite3_vfs*, const char* name, int syncFolder) {
-  const auto found = disk->fFiles.find(name);
-  if (found == disk->fFiles.end() || found->second->isDeleted) return SQLITE_IOERR_DELETE_NOENT;
-  const bool done = disk->Operate();
-  // A deletion during which the power fails, or whose folder is not synced, may be undone.
-  if (done && syncFolder != 0) {
-    disk->fFiles.erase(found);
-  } else {
-    found->second->isDeleted = true;
-  }
-  return done ? SQLITE_OK : SQLITE_IOERR_DELETE;
+  if (!disk->HasPower()) return SQLITE_IOERR_DELETE;
+  if (disk->Find(name) == nullptr) return SQLITE_IOERR_DELETE_NOENT;
+  disk->Link(name, nullptr);
+  if (!disk->Operate()) return SQLITE_IOERR_DELETE;
+  if (syncFolder != 0) disk->SyncFolder();
+  return SQLITE_OK;
 }
 
 int Access(sqlite3_vfs*, const char* name, int, int* result) {
-  const auto found = disk->fFiles.find(name);
-  *result = found != disk->fFiles.end() && !found->second->isDeleted;
+  *result = disk->Find(name) != nullptr;
   return SQLITE_OK;
 }
 
 int FullPathname(sqlite3_vfs*, const char* name, int size, char* out) {
   sqlite3_snprintf(size, out, "%s", name);
   return SQLITE_OK;
+}
+
+int Randomness(sqlite3_vfs*, int size, char* out) {
+  for (int i = 0; i < size; ++i) out[i] = static_cast<char>(disk->Random());
+  return size;
 }
 
 }  // namespace
@@ -171,7 +174,10 @@ UnsafeDisk::UnsafeDisk(unsigned seed) : fRandom(seed) {
   vfs.xDelete = Delete;
   vfs.xAccess = Access;
   vfs.xFullPathname = FullPathname;
+  vfs.xRandomness = Randomness;
   sqlite3_vfs_register(&vfs, 1);
+  // SQLite asks for a new seed.
+  sqlite3_randomness(0, nullptr);
 }
 
 UnsafeDisk::~UnsafeDisk() {
@@ -191,32 +197,45 @@ bool UnsafeDisk::Operate() {
   return fHasPower;
 }
 
+std::shared_ptr<UnsafeDisk::File> UnsafeDisk::Find(const std::string& name) const {
+  const auto found = fFolder.find(name);
+  return found != fFolder.end() ? found->second.back() : nullptr;
+}
+
+void UnsafeDisk::Link(const std::string& name, std::shared_ptr<File> file) {
+  auto& past = fFolder[name];
+  if (past.empty()) past.push_back(nullptr);
+  past.push_back(std::move(file));
+}
+
+void UnsafeDisk::SyncFolder() {
+  for (auto& [name, past] : fFolder) past.erase(past.begin(), past.end() - 1);
+}
+
 void UnsafeDisk::Recover() {
-  for (auto entry = fFiles.begin(); entry != fFiles.end();) {
-    File& file = *entry->second;
-    if (file.isDeleted && fRandom() % 2 == 0) {
-      entry = fFiles.erase(entry);
-      continue;
-    }
-    for (Change& change : file.pending) {
-      switch (fRandom() % 3) {
-        case 0:
-          continue;
-        case 1:
-          if (!change.data.empty()) change.data.resize(fRandom() % change.data.size());
-          break;
-        default:
-          break;
-      }
-      Apply(file.synced, change);
-    }
-    file.pending.clear();
-    file.current = file.synced;
-    file.isDeleted = false;
-    ++entry;
+  for (auto& [name, past] : fFolder) {
+    past = {past[fRandom() % past.size()]};
+    if (past.back() != nullptr) RecoverFile(*past.back());
   }
   fCountdown = 0;
   fHasPower = true;
+}
+
+void UnsafeDisk::RecoverFile(File& file) {
+  for (Change& change : file.pending) {
+    switch (fRandom() % 3) {
+      case 0:
+        continue;
+      case 1:
+        if (!change.data.empty()) change.data.resize(fRandom() % change.data.size());
+        break;
+      default:
+        break;
+    }
+    Apply(file.synced, change);
+  }
+  file.pending.clear();
+  file.current = file.synced;
 }
 
 }  // namespace faults
