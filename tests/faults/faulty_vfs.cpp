@@ -1,9 +1,10 @@
 #include "faults/faulty_vfs.h"
 
-#include <cstdlib>
-#include <new>
+#include <filesystem>
 
 #include <sqlite3.h>
+
+#include "faults/scenarios.h"
 
 namespace faults {
 
@@ -154,5 +155,12 @@ void FaultyVfs::Disarm() {
 }
 
 bool FaultyVfs::HasFailed() const { return plan.failed; }
+
+void CopyWithJournal(const std::string& from, const std::string& to) {
+  RemoveDatabase(to);
+  for (const char* suffix : {"", "-journal"}) {
+    if (std::filesystem::exists(from + suffix)) std::filesystem::copy_file(from + suffix, to + suffix);
+  }
+}
 
 }  // namespace faults

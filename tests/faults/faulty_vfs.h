@@ -8,7 +8,6 @@
 //   ... work ...
 //   if (!vfs.HasFailed()) ...            // there were fewer than n operations
 
-#include <memory>
 #include <string>
 
 namespace faults {
@@ -28,6 +27,10 @@ class FaultyVfs {
   // True when an operation has failed since FailAt.
   bool HasFailed() const;
 };
+
+// Copies a database file with its journal, if there is one: what the process would leave behind if it died now. Does
+// not go through the virtual file system.
+void CopyWithJournal(const std::string& from, const std::string& to);
 
 }  // namespace faults
 
