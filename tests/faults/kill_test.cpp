@@ -1,5 +1,7 @@
 // A process is killed at a random moment of its nested transactions.
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +26,13 @@ using Setting = std::function<void(SQLDatabase&)>;
 
 constexpr int kKills = 200;
 constexpr int kHotJournals = 150;
+// How often to go on for the sake of the hot journals.
+constexpr int kMostKills = 600;
+// Where the disk is slow, so that the test does not take for ever.
+constexpr useconds_t kLongestDelay = 50000;
 constexpr int kMaxTransactions = 1000000;
+// What a new file starts with, so that most of a transaction's time comes after the first change to the file.
+constexpr int kFirstTransactions = 4;
 
 // A number that outlives the process that writes it, unlike a file's contents still on their way.
 class SharedNumber {
@@ -42,12 +50,30 @@ class SharedNumber {
   volatile int* fNumber;
 };
 
-[[noreturn]] void TransactForEver(const std::string& path, const Setting& setting, volatile int& acknowledged) {
+// Makes the ledger with its first transactions. Returns how long the last of them took, in microseconds.
+useconds_t MakeFile(const std::string& path, const Setting& setting) {
+  using Clock = std::chrono::steady_clock;
+  std::filesystem::remove(path);
+  SQLDatabase database(path, false);
+  database.Open();
+  faults::MakeLedger(database);
+  setting(database);
+  Clock::time_point start;
+  for (int stamp = 1; stamp <= kFirstTransactions; ++stamp) {
+    start = Clock::now();
+    faults::Transact(database, stamp);
+  }
+  return static_cast<useconds_t>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
+}
+
+[[noreturn]] void TransactForEver(const std::string& path, const Setting& setting, volatile int& isReady,
+                                  volatile int& acknowledged) {
   try {
     SQLDatabase database(path, false);
     database.Open();
     faults::ShrinkCache(database);
     setting(database);
+    isReady = 1;
     for (int stamp = acknowledged + 1; stamp < kMaxTransactions; ++stamp) {
       faults::Transact(database, stamp);
       acknowledged = stamp;
@@ -62,30 +88,29 @@ void KillAgainAndAgain(const char* name, const Setting& setting) {
   support::TemporaryFolder folder;
   const std::string path = folder.Path("work.db");
   std::mt19937 random(1);
-  std::uniform_int_distribution<useconds_t> delay(500, 15000);  // microseconds
+  SharedNumber isReady;
   SharedNumber acknowledged;
   Tally tally;
   int hotJournals = 0;
-  for (int i = 0; i < kKills; ++i) {
+  useconds_t duration = 0;
+  for (int i = 0; i < kKills || (hotJournals < kHotJournals && i < kMostKills); ++i) {
     // A new file now and then: the ledger's transactions grow with it.
     if (i % 5 == 0) {
-      std::filesystem::remove(path);
-      SQLDatabase database(path, false);
-      database.Open();
-      faults::MakeLedger(database);
-      *acknowledged = 0;
+      duration = MakeFile(path, setting);
+      *acknowledged = kFirstTransactions;
     }
+    *isReady = 0;
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) TransactForEver(path, setting, *acknowledged);
-    usleep(delay(random));
+    if (child == 0) TransactForEver(path, setting, *isReady, *acknowledged);
+    while (*isReady == 0 && waitpid(child, nullptr, WNOHANG) == 0) usleep(100);
+    usleep(std::uniform_int_distribution<useconds_t>(0, std::min(2 * duration, kLongestDelay))(random));
     ASSERT_EQ(kill(child, SIGKILL), 0);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFSIGNALED(status)) << "the process ended before it was killed";
 
-    std::error_code none;
-    if (std::filesystem::file_size(path + "-journal", none) > 0 && !none) ++hotJournals;
+    if (faults::HasHotJournal(path)) ++hotJournals;
     const faults::Verdict verdict = faults::Inspect(path);
     tally.Add(verdict, *acknowledged);
     // A transaction may have been committed without having been acknowledged any more.
