@@ -4,6 +4,7 @@
 // The encoded form of binary data, told the slow way, and what the library makes of it compared with that.
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstddef>
 #include <memory>
@@ -20,42 +21,27 @@ using Bytes = std::vector<Byte>;
 
 inline int Minus(int byte, int offset) { return (byte - offset + 256) % 256; }
 
-inline bool NeedsEscape(int shifted) { return shifted == 0x00 || shifted == 0x01 || shifted == 0x27; }
+constexpr std::array<int, 3> kForbidden = {0x00, 0x01, 0x27};
 
-struct Histogram {
-  explicit Histogram(Bytes input) {
-    std::sort(input.begin(), input.end());
-    fEntries.reserve(std::min<std::size_t>(input.size(), 256));
-    for (const Byte byte : input) {
-      if (fEntries.empty() || fEntries.back().first != byte) fEntries.emplace_back(byte, 0);
-      ++fEntries.back().second;
-    }
+inline bool NeedsEscape(int shifted) {
+  return std::find(kForbidden.begin(), kForbidden.end(), shifted) != kForbidden.end();
+}
+
+// How many escapes `input` needs with each offset.
+inline std::array<int, 256> EscapesByOffset(const Bytes& input) {
+  std::array<int, 256> escapes{};
+  for (const Byte byte : input) {
+    for (const int forbidden : kForbidden) ++escapes[static_cast<std::size_t>(Minus(byte, forbidden))];
   }
-
-  int EscapesWith(int offset) const {
-    int escapes = 0;
-    for (const auto& [byte, count] : fEntries) {
-      if (NeedsEscape(Minus(byte, offset))) escapes += count;
-    }
-    return escapes;
-  }
-
-  std::vector<std::pair<int, int>> fEntries;
-};
+  return escapes;
+}
 
 inline int BestOffset(const Bytes& input) {
-  const Histogram histogram(input);
-  int best = 0;
-  int fewest = INT_MAX;
-  for (int offset = 1; offset <= 255 && fewest > 0; ++offset) {
-    if (offset == 0x27) continue;
-    const int escapes = histogram.EscapesWith(offset);
-    if (escapes < fewest) {
-      best = offset;
-      fewest = escapes;
-    }
-  }
-  return best;
+  std::array<int, 256> escapes = EscapesByOffset(input);
+  // These are no offsets.
+  escapes[0x00] = INT_MAX;
+  escapes[0x27] = INT_MAX;
+  return static_cast<int>(std::min_element(escapes.begin(), escapes.end()) - escapes.begin());
 }
 
 // With the terminating zero.

@@ -21,8 +21,8 @@ using support::Bytes;
 using support::ComplaintAbout;
 using support::Decode;
 using support::DecodeInPlace;
+using support::EscapesByOffset;
 using support::ExactBlock;
-using support::Histogram;
 using support::kUntouched;
 using support::Minus;
 using support::ModelEncoding;
@@ -195,7 +195,7 @@ TEST(EncodingTest, TheQuoteIsNeverAnOffset) {
   // Offsets 1 to 0x26 all meet themselves, and 0x27 would need no escape at all, if it were allowed.
   Bytes bytes(0x26);
   std::iota(bytes.begin(), bytes.end(), Byte{1});
-  ASSERT_EQ(Histogram(bytes).EscapesWith(0x27), 0);
+  ASSERT_EQ(EscapesByOffset(bytes)[0x27], 0);
   const Bytes encoded = Encode(bytes);
   EXPECT_EQ(encoded[0], 0x28);
   EXPECT_EQ(encoded.size(), bytes.size() + 2);
