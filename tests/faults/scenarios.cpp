@@ -281,6 +281,7 @@ std::string ContentsOf(const std::string& path) {
     for (const std::string& row : file.Run(sql)) contents += row + "\n";
   };
   const std::vector<std::string> integrity = file.Run("PRAGMA integrity_check");
+  if (integrity.empty()) return "damaged beyond a check";
   if (integrity != std::vector<std::string>{"ok"}) return "damaged " + integrity.front();
   add("SELECT name, sql FROM sqlite_master ORDER BY name");
   for (const std::string& table : file.Run("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name")) {
