@@ -1,0 +1,208 @@
+#ifndef SQLDB_KIT_TERMS_H
+#define SQLDB_KIT_TERMS_H
+
+// Conditions, built at run time from typed columns and values:
+//
+//   const ColumnName<double> price("price");
+//   const ColumnName<std::string> name("name");
+//   Term term = price < 1.0 && (Like(name, "bolt%") || IsNull(name));
+//   table->DeleteRecords(term);
+//
+// Values become literals, so that no input reaches SQL unquoted. Every operand is in parentheses. An empty term
+// vanishes from a combination: a filter that the user left out needs no case of its own.
+
+#include <initializer_list>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include "sqldb/kit/types.h"
+#include "sqldb/kit/values.h"
+#include "sqldb/term.h"
+
+namespace sqldb::kit {
+
+namespace detail {
+
+class TextTerm : public SQLTermBase {
+ public:
+  explicit TextTerm(std::string text) : fText(std::move(text)) {}
+
+  std::ostream& Print(std::ostream& out) const override { return out << ' ' << fText; }
+  bool NotEmpty() const override { return true; }
+
+ private:
+  std::string fText;
+};
+
+}  // namespace detail
+
+/// A condition, or none. Converts to what selects, deletes, updates and the record queries take; one without a
+/// condition to SQLEmptyTerm::EmptyTerm, which means every row, and which an update refuses.
+class Term {
+ public:
+  /// None.
+  Term() = default;
+  explicit Term(TrustedSql sql) : fText(std::move(sql.text)) {}
+
+  bool IsEmpty() const { return fText.empty(); }
+
+  /// The condition without a leading blank.
+  const std::string& Text() const { return fText; }
+
+  operator boost::shared_ptr<SQLTermBase>() const {
+    if (IsEmpty()) return SQLEmptyTerm::EmptyTerm;
+    return boost::make_shared<detail::TextTerm>(fText);
+  }
+
+  friend Term operator&&(const Term& a, const Term& b) { return Combine(a, " AND ", b); }
+  friend Term operator||(const Term& a, const Term& b) { return Combine(a, " OR ", b); }
+  friend Term operator!(const Term& a) { return a.IsEmpty() ? a : Term(TrustedSql{"NOT (" + a.fText + ")"}); }
+
+ private:
+  static Term Combine(const Term& a, const char* operation, const Term& b) {
+    if (a.IsEmpty()) return b;
+    if (b.IsEmpty()) return a;
+    return Term(TrustedSql{"(" + a.fText + ")" + operation + "(" + b.fText + ")"});
+  }
+
+  std::string fText;
+};
+
+/// Says in the code what a term is for.
+inline Term Where(Term term) { return term; }
+
+/// The name of a column, or any SQL expression, whose values are of type T.
+template <typename T>
+class ColumnName {
+ public:
+  /// What it is compared with: not NULL, and text as a std::string.
+  using Operand = std::conditional_t<std::is_array_v<T>, std::string, typename WithoutOptional<T>::type>;
+
+  explicit ColumnName(std::string name) : fName(std::move(name)) {}
+
+  const std::string& Name() const { return fName; }
+
+ private:
+  std::string fName;
+};
+
+namespace detail {
+
+template <typename T>
+using Operand = typename ColumnName<T>::Operand;
+
+inline Term Compare(const std::string& left, const char* operation, const std::string& right) {
+  return Term(TrustedSql{left + operation + right});
+}
+
+template <typename T>
+Term CompareWith(const ColumnName<T>& column, const char* operation, const Operand<T>& value) {
+  return Compare(column.Name(), operation, Type<Operand<T>>::Literal(value));
+}
+
+}  // namespace detail
+
+// NULL compares to nothing: neither `price < 1.0` nor `price >= 1.0` holds for a row without a price.
+template <typename T>
+Term operator==(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " = ", value);
+}
+template <typename T>
+Term operator!=(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " <> ", value);
+}
+template <typename T>
+Term operator<(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " < ", value);
+}
+template <typename T>
+Term operator<=(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " <= ", value);
+}
+template <typename T>
+Term operator>(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " > ", value);
+}
+template <typename T>
+Term operator>=(const ColumnName<T>& column, const detail::Operand<T>& value) {
+  return detail::CompareWith(column, " >= ", value);
+}
+
+template <typename T, typename U>
+Term operator==(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " = ", b.Name());
+}
+template <typename T, typename U>
+Term operator!=(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " <> ", b.Name());
+}
+template <typename T, typename U>
+Term operator<(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " < ", b.Name());
+}
+template <typename T, typename U>
+Term operator<=(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " <= ", b.Name());
+}
+template <typename T, typename U>
+Term operator>(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " > ", b.Name());
+}
+template <typename T, typename U>
+Term operator>=(const ColumnName<T>& a, const ColumnName<U>& b) {
+  return detail::Compare(a.Name(), " >= ", b.Name());
+}
+
+template <typename T>
+Term IsNull(const ColumnName<T>& column) {
+  return Term(TrustedSql{column.Name() + " IS NULL"});
+}
+
+/// SQL's LIKE: % stands for any text, _ for one character, without regard to the case of ASCII letters. With `escape`,
+/// that character before a % or _ makes it stand for itself; see EscapedForLike.
+template <typename T>
+Term Like(const ColumnName<T>& column, const std::string& pattern, std::optional<char> escape = std::nullopt) {
+  std::string text = column.Name() + " LIKE " + Type<std::string>::Literal(pattern);
+  if (escape) text += " ESCAPE " + Type<std::string>::Literal(std::string(1, *escape));
+  return Term(TrustedSql{std::move(text)});
+}
+
+/// `text` with `escape` before every character that LIKE would take for more than itself.
+inline std::string EscapedForLike(std::string_view text, char escape) {
+  std::string escaped;
+  for (const char character : text) {
+    if (character == '%' || character == '_' || character == escape) escaped += escape;
+    escaped += character;
+  }
+  return escaped;
+}
+
+/// Holds for the rows whose value is one of `values`: for none, if there are none.
+template <typename T>
+Term In(const ColumnName<T>& column, const std::vector<detail::Operand<T>>& values) {
+  std::string list;
+  for (const auto& value : values) {
+    if (!list.empty()) list += ", ";
+    list += Type<detail::Operand<T>>::Literal(value);
+  }
+  return Term(TrustedSql{column.Name() + " IN (" + list + ")"});
+}
+
+/// Both bounds included.
+template <typename T>
+Term Between(const ColumnName<T>& column, const detail::Operand<T>& low, const detail::Operand<T>& high) {
+  using Literals = Type<detail::Operand<T>>;
+  return Term(TrustedSql{column.Name() + " BETWEEN " + Literals::Literal(low) + " AND " + Literals::Literal(high)});
+}
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_TERMS_H
