@@ -15,12 +15,12 @@
 // For a type of your own, specialise Type in the same form. A NULL that is read into a type other than std::optional is
 // what SQLite converts it to: 0, or empty.
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -145,8 +145,7 @@ inline std::string_view Unfilled(const char* characters, std::size_t size) {
 
 inline void Fill(char* characters, std::size_t size, std::string_view text) {
   if (text.size() > size) throw std::length_error("A text is longer than the characters that it is read into.");
-  std::memset(characters, 0, size);
-  if (!text.empty()) std::memcpy(characters, text.data(), text.size());
+  std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');
 }
 
 }  // namespace detail
