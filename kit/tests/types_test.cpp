@@ -259,11 +259,33 @@ TEST_F(TypesTest, BoolIsOneOrZeroAndReadsEverythingButZeroAsTrue) {
 
 TEST_F(TypesTest, RealsRoundTripToTheLastBit) {
   using Limits = std::numeric_limits<double>;
-  for (const double value :
-       {1.0, -1.0, 0.1, -0.1, 0.5, 1.0 / 3, 2.5e-5, 1e15, 9007199254740991.0, 9007199254740992.0, 9007199254740993.0,
-        1e22, 1e23, 123456789012.34567, 8.41e21, 9.5367431640625e-7, 2.2250738585072011e-308, Limits::max(),
-        Limits::lowest(), Limits::min(), -Limits::min(), Limits::denorm_min(), -Limits::denorm_min(),
-        Limits::min() - Limits::denorm_min(), 3 * Limits::denorm_min(), kInfinity, -kInfinity}) {
+  for (const double value : {1.0,
+                             -1.0,
+                             0.1,
+                             -0.1,
+                             0.5,
+                             1.0 / 3,
+                             2.5e-5,
+                             1e15,
+                             9007199254740991.0,
+                             9007199254740992.0,
+                             9007199254740993.0,
+                             1e22,
+                             1e23,
+                             123456789012.34567,
+                             8.41e21,
+                             9.5367431640625e-7,
+                             2.2250738585072011e-308,
+                             Limits::max(),
+                             Limits::lowest(),
+                             Limits::min(),
+                             -Limits::min(),
+                             Limits::denorm_min(),
+                             -Limits::denorm_min(),
+                             Limits::min() - Limits::denorm_min(),
+                             3 * Limits::denorm_min(),
+                             kInfinity,
+                             -kInfinity}) {
     SCOPED_TRACE(Type<double>::Literal(value));
     ExpectRoundTrip(value, "real");
   }
@@ -475,7 +497,9 @@ TEST_F(TypesTest, EncodedBytesRoundTrip) {
 TEST_F(TypesTest, EncodedBytesAreStoredInTheirEncoding) {
   EXPECT_EQ(Type<EncodedBytes>::Literal({}), "'x'");
   // The offset 1, and bytes less that.
-  EXPECT_EQ(Type<EncodedBytes>::Literal({{'b', 'c'}}), "'\x01" "ab'");
+  EXPECT_EQ(Type<EncodedBytes>::Literal({{'b', 'c'}}),
+            "'\x01"
+            "ab'");
 }
 
 TEST_F(TypesTest, EmptyTextIsReadAsNoEncodedBytes) {
