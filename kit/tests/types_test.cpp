@@ -335,11 +335,16 @@ TEST_F(TypesTest, RealLiteralIsADecimalWhereThatIsExact) {
   EXPECT_EQ(Type<double>::Literal(-19.99), "-19.99");
   EXPECT_EQ(Type<double>::Literal(0.0001), "0.0001");
   EXPECT_EQ(Type<double>::Literal(9007199254740991.0), "9007199254740991.0");
+  EXPECT_EQ(Type<double>::Literal(12345678901.2345), "12345678901.2345");
+  EXPECT_EQ(Type<double>::Literal(-99999999999999.9), "-99999999999999.9");
   EXPECT_EQ(Type<float>::Literal(0.25F), "0.25");
 }
 
 TEST_F(TypesTest, RealLiteralIsAProductOrQuotientElsewhere) {
   EXPECT_EQ(Type<double>::Literal(0.00001), "(5902958103587057*1.0/4611686018427387904.0/128.0)");
+  EXPECT_EQ(Type<double>::Literal(3764275380523.3853), "(7709235979311893*1.0/2048.0)");
+  EXPECT_EQ(Type<double>::Literal(123456789012.3456), "(8090864124713081*1.0/65536.0)");
+  EXPECT_EQ(Type<double>::Literal(-123456789012.3456), "(-8090864124713081*1.0/65536.0)");
   EXPECT_EQ(Type<double>::Literal(9007199254740992.0), "(4503599627370496*1.0*2.0)");
   EXPECT_EQ(Type<double>::Literal(-9007199254740992.0), "(-4503599627370496*1.0*2.0)");
   EXPECT_EQ(Type<double>::Literal(std::ldexp(1.0, 53 + 62)), "(4503599627370496*1.0*4611686018427387904.0*2.0)");

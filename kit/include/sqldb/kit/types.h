@@ -99,19 +99,21 @@ inline std::string TextLiteral(std::string_view text) {
 // A power of two from 2^0 to 2^62, which SQLite reads exactly.
 inline std::string PowerOfTwo(int exponent) { return std::to_string(std::int64_t{1} << exponent) + ".0"; }
 
-// SQLite does not round every decimal to the nearest double. It does so for integers, and for up to four decimals,
-// since no double lies between those and what its wider arithmetic makes of them. The others are products or quotients
-// of an integer and powers of two, all of which are exact.
+// SQLite does not round every decimal to the nearest double. It does so for integers, and for up to 15 digits with up
+// to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
+// arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
+// an integer and powers of two, all of which are exact.
 inline std::string RealLiteral(double value) {
   if (std::isnan(value)) throw std::domain_error("NaN cannot be stored.");
   if (std::isinf(value)) return value > 0 ? "9e999" : "-9e999";
-  char digits[64];
-  const std::to_chars_result shortest = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed);
+  char buffer[64];
+  const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
   if (shortest.ec == std::errc() && std::fabs(value) < 9007199254740992.0) {
-    const std::string text(digits, shortest.ptr);
+    const std::string text(buffer, shortest.ptr);
     const std::size_t point = text.find('.');
     if (point == std::string::npos) return text + ".0";
-    if (text.size() - point - 1 <= 4) return text;
+    const std::size_t digits = text.size() - (value < 0 ? 2 : 1);
+    if (digits <= 15 && text.size() - point - 1 <= 4) return text;
   }
 
   int exponent = 0;
