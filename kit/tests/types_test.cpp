@@ -36,6 +36,20 @@ static_assert(std::is_same_v<WithoutOptional<optional<int>>::type, int>);
 static_assert(!kIsOptional<int> && !kIsOptional<std::string> && !kIsOptional<char[4]>);
 static_assert(kIsOptional<optional<int>> && kIsOptional<optional<std::string>>);
 
+// Whether Type<T> is defined.
+template <typename T, typename = void>
+constexpr bool kIsStored = false;
+template <typename T>
+constexpr bool kIsStored<T, std::void_t<decltype(Type<T>::kSql)>> = true;
+
+static_assert(kIsStored<short> && kIsStored<int> && kIsStored<long long> && kIsStored<unsigned long long>);
+static_assert(kIsStored<signed char> && kIsStored<unsigned char> && kIsStored<char[1]>);
+static_assert(!kIsStored<char> && !kIsStored<wchar_t> && !kIsStored<char16_t> && !kIsStored<char32_t>);
+#ifdef __cpp_char8_t
+static_assert(!kIsStored<char8_t>);
+#endif
+static_assert(!kIsStored<long double> && !kIsStored<const char*> && !kIsStored<std::wstring>);
+
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 

@@ -12,6 +12,8 @@
 //   EncodedBytes             TEXT      the encoding of sqldb/encoding.h
 //   std::optional<T>         as T      no value is NULL
 //
+// Characters are no numbers: there is none for char, wchar_t and their like, but for std::int8_t.
+//
 // For a type of your own, specialise Type in the same form. A NULL that is read into a type other than std::optional is
 // what SQLite converts it to: 0, or empty.
 
@@ -56,6 +58,13 @@ template <typename T, typename = void>
 struct Type;
 
 namespace detail {
+
+template <typename T, typename... Others>
+constexpr bool kIsOneOf = (std::is_same_v<T, Others> || ...);
+
+template <typename T>
+constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
+                                     unsigned long, long long, unsigned long long>;
 
 template <typename Integer>
 bool FitsInt64(Integer value) {
@@ -153,7 +162,7 @@ inline void Fill(char* characters, std::size_t size, std::string_view text) {
 }  // namespace detail
 
 template <typename T>
-struct Type<T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>>> {
+struct Type<T, std::enable_if_t<detail::kIsInteger<T>>> {
   static constexpr const char* kSql = "INTEGER";
   static void Read(sqlite3_stmt* statement, int column, T& value) {
     const std::int64_t stored = sqlite3_column_int64(statement, column);
