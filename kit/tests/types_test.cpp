@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -596,6 +597,29 @@ TEST_F(TypesTest, NullIsReadAsZeroOrEmptyIntoOtherTypes) {
   char code[4] = {'o', 'l', 'd', '!'};
   row.ReadInto(code);
   EXPECT_TRUE(SameCharacters(code, "\0\0\0\0"));
+}
+
+// --- Want of memory --------------------------------------------------------------------------------------------------
+
+// SQLite gets no memory beyond what it has while one lives.
+class NoMoreMemory {
+ public:
+  NoMoreMemory() : fBefore(sqlite3_hard_heap_limit64(sqlite3_memory_used())) {}
+  ~NoMoreMemory() { sqlite3_hard_heap_limit64(fBefore); }
+  NoMoreMemory(const NoMoreMemory&) = delete;
+  NoMoreMemory& operator=(const NoMoreMemory&) = delete;
+
+ private:
+  sqlite3_int64 fBefore;
+};
+
+TEST_F(TypesTest, TextThatSQLiteHasNoMemoryForIsBadAllocRatherThanEmpty) {
+  Rows("PRAGMA encoding = 'UTF-16'; CREATE TABLE t (value TEXT); INSERT INTO t VALUES (printf('%.*c', 1000000, 'x'))");
+  OneRow row(fDatabase.fConnection, "SELECT value FROM t");
+  row.Step();
+  std::string value;
+  const NoMoreMemory limit;
+  EXPECT_THROW(row.ReadInto(value), std::bad_alloc);
 }
 
 // --- A type of the application ---------------------------------------------------------------------------------------

@@ -14,6 +14,8 @@
 //
 // Characters are no numbers: there is none for char, wchar_t and their like, but for std::int8_t.
 //
+// std::bad_alloc is thrown when SQLite has no memory for a text.
+//
 // For a type of your own, specialise Type in the same form. A NULL that is read into a type other than std::optional is
 // what SQLite converts it to: 0, or empty.
 
@@ -24,6 +26,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -135,11 +138,11 @@ inline std::string RealLiteral(double value) {
 }
 
 inline std::string_view TextOf(sqlite3_stmt* statement, int column) {
+  if (sqlite3_column_type(statement, column) == SQLITE_NULL) return std::string_view();
   const unsigned char* const text = sqlite3_column_text(statement, column);
+  if (text == nullptr) throw std::bad_alloc();
   const int size = sqlite3_column_bytes(statement, column);
-  // Null for NULL, and when memory runs out, which the next step reports.
-  return text == nullptr ? std::string_view()
-                         : std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
+  return std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
 }
 
 inline int BindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
