@@ -1,0 +1,159 @@
+#ifndef SQLDB_KIT_FAILURE_H
+#define SQLDB_KIT_FAILURE_H
+
+// What SQLite has to say about a failure, and what a failed query leaves behind.
+//
+//   try {
+//     sqldb::kit::Run(database, [&] { insert->PerformInsert(true); });
+//   } catch (const sqldb::kit::Error& error) {
+//     if (error.ExtendedCode() != SQLITE_CONSTRAINT_UNIQUE) throw;  // what() is "UNIQUE constraint failed: t.a"
+//   }
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include <sqlite3.h>
+
+#include "sqldb/cursor.h"
+#include "sqldb/database.h"
+#include "sqldb/export.h"
+
+namespace sqldb::kit {
+
+/// A failure in SQLite's most telling words, which exist only once the failed statement is finalized, and with its
+/// result codes.
+class SQLDB_EXPORT Error : public std::runtime_error {
+ public:
+  /// `code` is a primary or an extended result code.
+  Error(const std::string& message, int code) : std::runtime_error(message), fExtendedCode(code) {}
+
+  /// The primary result code, such as SQLITE_CONSTRAINT. SQLITE_ERROR, too, for a failure that is not SQLite's.
+  int Code() const noexcept { return fExtendedCode & 0xFF; }
+
+  /// The extended result code, such as SQLITE_CONSTRAINT_UNIQUE; the primary one if SQLite has no other.
+  int ExtendedCode() const noexcept { return fExtendedCode; }
+
+ private:
+  int fExtendedCode;
+};
+
+namespace detail {
+
+/// Sorted.
+using Statements = std::vector<const sqlite3_stmt*>;
+
+inline void Sort(Statements& statements) { std::sort(statements.begin(), statements.end(), std::less<>()); }
+
+inline bool Contains(const Statements& statements, const sqlite3_stmt* statement) {
+  return std::binary_search(statements.begin(), statements.end(), statement, std::less<>());
+}
+
+inline Statements HeldByCursors(const SQLDatabase& database) {
+  Statements held;
+  for (const SQLCursorBase* const cursor : database.fCursors) {
+    const auto* const stepping = dynamic_cast<const SQLStepCursorBase*>(cursor);
+    if (stepping != nullptr && !stepping->fFinalized) held.push_back(stepping->fStatement);
+  }
+  Sort(held);
+  return held;
+}
+
+/// Null unless the database is open: its own pointer is stale after a Close.
+inline sqlite3* ConnectionOf(const SQLDatabase& database) { return database.fIsOpen ? database.fConnection : nullptr; }
+
+/// Shows `visit` each statement of the connection that no live cursor holds, the latest first. `visit` may finalize it.
+template <typename Visit>
+void VisitUnheld(const SQLDatabase& database, Visit visit) {
+  sqlite3* const connection = ConnectionOf(database);
+  if (connection == nullptr) return;
+  sqlite3_stmt* statement = sqlite3_next_stmt(connection, nullptr);
+  // So that it costs one call where there is nothing.
+  if (statement == nullptr) return;
+  const Statements held = HeldByCursors(database);
+  while (statement != nullptr) {
+    sqlite3_stmt* const next = sqlite3_next_stmt(connection, statement);
+    if (!Contains(held, statement)) visit(statement);
+    statement = next;
+  }
+}
+
+/// Not those of cursors, which may be finalized meanwhile, and their addresses used again.
+inline Statements Unheld(const SQLDatabase& database) {
+  Statements unheld;
+  VisitUnheld(database, [&](const sqlite3_stmt* statement) { unheld.push_back(statement); });
+  Sort(unheld);
+  return unheld;
+}
+
+/// What the connection reported last.
+inline Error LastReport(const SQLDatabase& database) {
+  sqlite3* const connection = ConnectionOf(database);
+  return Error(sqlite3_errmsg(connection), sqlite3_extended_errcode(connection));
+}
+
+inline std::optional<Error> Release(SQLDatabase& database, const Statements& spared) {
+  std::optional<Error> latest;
+  VisitUnheld(database, [&](sqlite3_stmt* statement) {
+    if (Contains(spared, statement)) return;
+    if (sqlite3_finalize(statement) != SQLITE_OK && !latest) latest = LastReport(database);
+  });
+  return latest;
+}
+
+/// `failure` as an Error, after the release of what it left behind.
+inline Error Telling(SQLDatabase& database, const Statements& spared, const std::runtime_error& failure) {
+  const std::string message = failure.what();
+  // SQLite's text for most failed steps, as long as the statement is not finalized.
+  const bool isVague = message == sqlite3_errstr(SQLITE_ERROR);
+  // Before the release, which changes it. The statement of a cursor that the failure destroyed has been finalized, and
+  // what that reported stands here.
+  const Error last = LastReport(database);
+  const bool hasFailed = last.Code() != SQLITE_OK && last.Code() < SQLITE_ROW;
+  const std::optional<Error> leftover = Release(database, spared);
+  if (leftover && (isVague || message == leftover->what())) return *leftover;
+  if (hasFailed && (isVague || message == last.what())) return last;
+  // A rollback, for instance, has cleared the connection's code since.
+  return Error(message, message == sqlite3_errstr(SQLITE_BUSY) ? SQLITE_BUSY : SQLITE_ERROR);
+}
+
+}  // namespace detail
+
+/// Finalizes the statements that failed queries left behind, and spares those that live step cursors hold. Left alone,
+/// a write that found the file busy keeps the connection from ever committing or closing; finalizing it undoes what
+/// was written outside a transaction since. Returns what SQLite reports about the latest statement that had failed;
+/// nothing if none had. Does nothing on a database that is not open.
+/// REQUIRES: the connection has no statements that the application compiled itself, and no query is running: neither
+/// ProcessRow nor BindingOpportunity nor the callbacks of InsertMany call this.
+inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return detail::Release(database, {}); }
+
+/// Calls `action` and returns what it returns. If it throws, the statements that it left behind are finalized at once,
+/// and what the library reports as std::runtime_error is thrown as Error instead. Anything else passes unchanged,
+/// classes derived from std::runtime_error included.
+///
+/// Statements that were there before stay. Calls may be nested.
+/// REQUIRES: the database outlives the call. `action` finalizes no statement that the application compiled itself
+/// before the call, and when it throws keeps none that it compiled itself. A failure that it catches without
+/// throwing leaves behind what SQLDatabase::SendQuery says, unless it was caught outside another Run.
+template <typename Action>
+auto Run(SQLDatabase& database, Action action) -> decltype(action()) {
+  const detail::Statements before = detail::Unheld(database);
+  try {
+    return action();
+  } catch (const std::runtime_error& failure) {
+    if (typeid(failure) == typeid(std::runtime_error)) throw detail::Telling(database, before, failure);
+    detail::Release(database, before);
+    throw;
+  } catch (...) {
+    detail::Release(database, before);
+    throw;
+  }
+}
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_FAILURE_H

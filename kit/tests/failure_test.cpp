@@ -1,0 +1,355 @@
+#include "sqldb/kit/failure.h"
+
+#include <memory>
+#include <system_error>
+#include <type_traits>
+
+#include "kit_test.h"
+#include "sqldb/kit/transaction.h"
+
+namespace {
+
+namespace kit = sqldb::kit;
+
+using kit_test::ErrorOf;
+using sqldb::SQLDatabase;
+using sqldb::kit::Error;
+using sqldb::kit::ReleaseLeftovers;
+using sqldb::kit::Transaction;
+using support::MessageOf;
+using support::OtherConnection;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FailureTest : public kit_test::KitTest {
+ protected:
+  // A unique key that is there already.
+  void WriteTwice() {
+    Send("INSERT OR IGNORE INTO t VALUES (1)");
+    Write(1);
+  }
+  void ExpectUniqueFailure(const Error& error) {
+    EXPECT_STREQ(error.what(), "UNIQUE constraint failed: t.a");
+    EXPECT_EQ(error.Code(), SQLITE_CONSTRAINT);
+    EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_UNIQUE);
+  }
+  void LeaveABusyWriteBehind() {
+    fOther.Run("BEGIN IMMEDIATE");
+    EXPECT_EQ(MessageOf([&] { Write(1); }), "database is locked");
+    fOther.Run("ROLLBACK");
+  }
+};
+
+TEST(Error, ThePrimaryCodeIsPartOfTheExtendedOne) {
+  const Error error("text", SQLITE_IOERR_FSYNC);
+  EXPECT_STREQ(error.what(), "text");
+  EXPECT_EQ(error.Code(), SQLITE_IOERR);
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_IOERR_FSYNC);
+}
+
+TEST_F(FailureTest, RunReturnsWhatTheActionReturns) {
+  int number = 7;
+  EXPECT_EQ(kit::Run(fDatabase, [] { return 5; }), 5);
+  EXPECT_EQ(&kit::Run(fDatabase, [&]() -> int& { return number; }), &number);
+  EXPECT_EQ(*kit::Run(fDatabase, [] { return std::make_unique<int>(9); }), 9);
+  const auto write = [&] { Write(1); };
+  static_assert(std::is_void_v<decltype(kit::Run(fDatabase, write))>);
+  kit::Run(fDatabase, write);
+  EXPECT_THAT(Seen(), ElementsAre("1"));
+}
+
+TEST_F(FailureTest, AFailedStepIsToldInItsTellingWords) {
+  ExpectUniqueFailure(ErrorOf([&] { kit::Run(fDatabase, [&] { WriteTwice(); }); }));
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, ATextThatDoesNotCompileKeepsItsWords) {
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { Send("DELETE FROM missing"); }); });
+  EXPECT_STREQ(error.what(), "no such table: missing");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_ERROR);
+}
+
+TEST_F(FailureTest, ACodeThatCompilingReportsIsKept) {
+  sqlite3_set_authorizer(
+      fDatabase.fConnection,
+      [](void*, int action, const char*, const char*, const char*, const char*) {
+        return action == SQLITE_DELETE ? SQLITE_DENY : SQLITE_OK;
+      },
+      nullptr);
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { Send("DELETE FROM t"); }); });
+  EXPECT_STREQ(error.what(), "not authorized");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_AUTH);
+}
+
+TEST_F(FailureTest, ABusyFileIsToldByItsCode) {
+  fOther.Run("BEGIN IMMEDIATE");
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { Write(1); }); });
+  EXPECT_STREQ(error.what(), "database is locked");
+  EXPECT_EQ(error.Code(), SQLITE_BUSY);
+  fOther.Run("ROLLBACK");
+}
+
+TEST_F(FailureTest, AFileThatCompilingFindsBusyIsToldByItsCode) {
+  SQLDatabase fresh(DatabasePath(), false);
+  fresh.Open();
+  fOther.Run("BEGIN EXCLUSIVE");
+  const auto write = [&] { fresh.SendQuery("INSERT INTO t VALUES (1)", nullptr, nullptr); };
+  EXPECT_EQ(ErrorOf([&] { kit::Run(fresh, write); }).Code(), SQLITE_BUSY);
+  // A rollback in between makes SQLite forget it.
+  const Error error = ErrorOf([&] {
+    kit::Run(fresh, [&] {
+      Transaction transaction(fresh);
+      write();
+    });
+  });
+  EXPECT_STREQ(error.what(), "database is locked");
+  EXPECT_EQ(error.Code(), SQLITE_BUSY);
+  fOther.Run("ROLLBACK");
+}
+
+TEST_F(FailureTest, TheFailureOfACursorThatItDestroyedIsToldInItsTellingWords) {
+  fOther.Run("CREATE TABLE u (b)");
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { fTable->CountRecords(nullptr); }); });
+  EXPECT_STREQ(error.what(), "database schema has changed");
+  EXPECT_EQ(error.Code(), SQLITE_SCHEMA);
+}
+
+TEST_F(FailureTest, AFailureThatIsNotOfSQLiteKeepsItsWords) {
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { fDatabase.GetTable("nothing"); }); });
+  EXPECT_STREQ(error.what(), "Condition is not met.");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_ERROR);
+}
+
+TEST_F(FailureTest, AVagueFailureWithoutAnyReportStaysVague) {
+  const Error error = ErrorOf([&] { kit::Run(fDatabase, [] { throw std::runtime_error("SQL logic error"); }); });
+  EXPECT_STREQ(error.what(), "SQL logic error");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_ERROR);
+  // A row is no failure.
+  const auto cursor = MakeCursor();
+  std::uint32_t value = 0;
+  Write(1);
+  const Error other = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      cursor->Step(value);
+      throw std::runtime_error("SQL logic error");
+    });
+  });
+  EXPECT_STREQ(other.what(), "SQL logic error");
+}
+
+TEST_F(FailureTest, AnEarlierFailureIsNotTakenForALaterOne) {
+  fOther.Run("BEGIN IMMEDIATE");
+  const Error error = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { Write(1); });
+      throw std::runtime_error("another");
+    });
+  });
+  EXPECT_STREQ(error.what(), "another");
+  EXPECT_EQ(error.Code(), SQLITE_ERROR);
+  EXPECT_EQ(Unfinalized(), 0);
+  fOther.Run("ROLLBACK");
+}
+
+TEST_F(FailureTest, OfSeveralFailuresTheLatestIsTold) {
+  const Error error = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { Send("INSERT INTO t VALUES (abs(-9223372036854775808))"); });
+      WriteTwice();
+    });
+  });
+  ExpectUniqueFailure(error);
+  const Error compiled = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { WriteTwice(); });
+      Send("DELETE FROM missing");
+    });
+  });
+  EXPECT_STREQ(compiled.what(), "no such table: missing");
+  EXPECT_EQ(compiled.ExtendedCode(), SQLITE_ERROR);
+}
+
+TEST_F(FailureTest, OtherExceptionsPassUnchangedAndNothingIsLeft) {
+  EXPECT_THROW(kit::Run(fDatabase,
+                        [&] {
+                          MessageOf([&] { WriteTwice(); });
+                          throw 5;
+                        }),
+               int);
+  EXPECT_EQ(Unfinalized(), 0);
+  try {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { WriteTwice(); });
+      throw std::system_error(std::make_error_code(std::errc::broken_pipe));
+    });
+    ADD_FAILURE();
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::broken_pipe);
+  }
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, AnErrorPassesUnchangedAndNothingIsLeft) {
+  const Error error = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { WriteTwice(); });
+      kit::Run(fDatabase, [] { throw Error("inner", SQLITE_IOERR_FSYNC); });
+    });
+  });
+  EXPECT_STREQ(error.what(), "inner");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_IOERR_FSYNC);
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, StatementsThatTheApplicationCompiledBeforeAreSpared) {
+  Write(1);
+  Write(2);
+  std::vector<sqlite3_stmt*> own(3);
+  for (sqlite3_stmt*& statement : own) {
+    sqlite3_prepare_v2(fDatabase.fConnection, "SELECT a FROM t ORDER BY a", -1, &statement, nullptr);
+    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+  }
+  ExpectUniqueFailure(ErrorOf([&] { kit::Run(fDatabase, [&] { WriteTwice(); }); }));
+  EXPECT_THROW(kit::Run(fDatabase,
+                        [&] {
+                          MessageOf([&] { WriteTwice(); });
+                          throw 5;
+                        }),
+               int);
+  ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { WriteTwice(); });
+      throw Error("", 1);
+    });
+  });
+  EXPECT_EQ(Unfinalized(), 3);
+  for (sqlite3_stmt* const statement : own) {
+    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    EXPECT_EQ(sqlite3_column_int(statement, 0), 2);
+    EXPECT_EQ(sqlite3_finalize(statement), SQLITE_OK);
+  }
+}
+
+TEST_F(FailureTest, TheQueryAroundARunIsSpared) {
+  class Callback : public sqldb::QueryCallback {
+   public:
+    explicit Callback(SQLDatabase& database) : fDatabase(database) {}
+    bool ProcessRow(sqlite3_stmt*) override {
+      ++fRows;
+      EXPECT_EQ(MessageOf([&] {
+                  kit::Run(fDatabase, [&] { fDatabase.SendQuery("INSERT INTO t VALUES (1)", nullptr, nullptr); });
+                }),
+                "UNIQUE constraint failed: t.a");
+      return true;
+    }
+
+    SQLDatabase& fDatabase;
+    int fRows = 0;
+  };
+  Write(1);
+  Write(2);
+  Callback callback(fDatabase);
+  fDatabase.SendQuery("SELECT a FROM t", &callback, nullptr);
+  EXPECT_EQ(callback.fRows, 2);
+}
+
+TEST_F(FailureTest, StatementsOfLivingCursorsAreSpared) {
+  Write(1);
+  Write(2);
+  std::vector<boost::shared_ptr<Cursor>> cursors;
+  std::uint32_t value = 0;
+  for (int i = 0; i < 3; ++i) {
+    cursors.push_back(MakeCursor());
+    ASSERT_EQ(cursors.back()->Step(value), 0);
+  }
+  ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      cursors.push_back(MakeCursor());
+      ASSERT_EQ(cursors.back()->Step(value), 0);
+      WriteTwice();
+    });
+  });
+  MessageOf([&] { WriteTwice(); });
+  ReleaseLeftovers(fDatabase);
+  EXPECT_EQ(Unfinalized(), 4);
+  for (const auto& cursor : cursors) {
+    EXPECT_EQ(cursor->Step(value), 0);
+    EXPECT_EQ(value, 2u);
+  }
+}
+
+// AddressSanitizer does not hand out an address again so soon; every other build does.
+TEST_F(FailureTest, WhatTakesTheAddressOfAnEarlierCursorsStatementIsReleased) {
+  Write(1);
+  auto cursor = MakeCursor();
+  ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      cursor.reset();
+      Write(1);
+    });
+  });
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, CursorsWithoutAStatementSpareNothing) {
+  sqldb::SQLCursorBase other(&fDatabase);
+  Cursor finalized(&fDatabase, {});
+  MessageOf([&] { WriteTwice(); });
+  finalized.fStatement = sqlite3_next_stmt(fDatabase.fConnection, nullptr);
+  ReleaseLeftovers(fDatabase);
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, ReleasedLeftoversTellOfTheLatestFailure) {
+  MessageOf([&] { Send("INSERT INTO t VALUES (abs(-9223372036854775808))"); });
+  MessageOf([&] { WriteTwice(); });
+  const std::optional<Error> error = ReleaseLeftovers(fDatabase);
+  ASSERT_TRUE(error);
+  ExpectUniqueFailure(*error);
+  EXPECT_EQ(Unfinalized(), 0);
+  EXPECT_FALSE(ReleaseLeftovers(fDatabase));
+}
+
+TEST_F(FailureTest, ALeftoverThatHasNotFailedTellsNothing) {
+  class Callback : public sqldb::QueryCallback {
+   public:
+    bool ProcessRow(sqlite3_stmt*) override { throw 5; }
+  };
+  Write(1);
+  MessageOf([&] { WriteTwice(); });
+  Callback callback;
+  EXPECT_THROW(fDatabase.SendQuery("SELECT a FROM t", &callback, nullptr), int);
+  const std::optional<Error> error = ReleaseLeftovers(fDatabase);
+  ASSERT_TRUE(error);
+  ExpectUniqueFailure(*error);
+  EXPECT_THROW(fDatabase.SendQuery("SELECT a FROM t", &callback, nullptr), int);
+  EXPECT_FALSE(ReleaseLeftovers(fDatabase));
+  EXPECT_EQ(Unfinalized(), 0);
+}
+
+TEST_F(FailureTest, ABusyWriteDoesNotKeepLaterOnesFromBeingCommitted) {
+  fOther.Run("BEGIN IMMEDIATE");
+  ErrorOf([&] { kit::Run(fDatabase, [&] { Write(1); }); });
+  fOther.Run("ROLLBACK");
+  Write(2);
+  EXPECT_THAT(Seen(), ElementsAre("2"));
+  LeaveABusyWriteBehind();
+  ReleaseLeftovers(fDatabase);
+  Write(3);
+  EXPECT_THAT(Seen(), ElementsAre("2", "3"));
+}
+
+TEST_F(FailureTest, ADatabaseThatIsNotOpenFailsAsTheLibraryDoes) {
+  SQLDatabase database(DatabasePath(), false);
+  const auto run = [&] { kit::Run(database, [&] { database.SendQuery("SELECT 1", nullptr, nullptr); }); };
+  EXPECT_STREQ(ErrorOf(run).what(), "out of memory");
+  EXPECT_EQ(ErrorOf(run).Code(), SQLITE_NOMEM);
+  EXPECT_FALSE(ReleaseLeftovers(database));
+  database.Open();
+  run();
+  database.Close();
+  EXPECT_EQ(ErrorOf(run).Code(), SQLITE_NOMEM);
+  EXPECT_FALSE(ReleaseLeftovers(database));
+}
+
+}  // namespace
