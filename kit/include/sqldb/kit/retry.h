@@ -134,8 +134,8 @@ auto RetryWhileBusy(SQLDatabase& database, Action action, const Patience& patien
 
 /// Calls `action` in a transaction that holds the write lock from its beginning, commits, and returns what `action`
 /// returned. What `action` throws rolls all back. To begin and to COMMIT are repeated while the file is busy, within
-/// one `patience` for both; should `action` find it busy nevertheless (another database that is attached, for
-/// instance), all is rolled back and repeated. So `action` may be called several times, but is done once. Throws the
+/// one `patience` for both; should `action` find a file busy nevertheless (another one, for instance), all is rolled
+/// back and repeated. So `action` may be called several times, but is done once. Throws the
 /// Error of the last try when `patience` ends; nothing is then written.
 ///
 /// Inside a transaction calls `action` once, as another level of it; see RetryWhileBusy. Work that only reads does not
