@@ -6,6 +6,7 @@
 // An insert or replace takes any of them. An update binds nothing, so a bound value would be NULL there: it takes
 // literals, NULL and expressions.
 
+#include <cstddef>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -62,14 +63,18 @@ template <typename T>
 boost::shared_ptr<BoundValue<T>> Bound(T value) {
   return boost::make_shared<BoundValue<T>>(std::move(value));
 }
-inline boost::shared_ptr<BoundValue<std::string>> Bound(const char* text) { return Bound(std::string(text)); }
+/// Characters up to the zero bytes at their end: Bound("text"), or an array that is full.
+template <std::size_t N>
+boost::shared_ptr<BoundValue<std::string>> Bound(const char (&text)[N]) {
+  return Bound(std::string(detail::Unfilled(text, N)));
+}
 
-/// The literal that evaluates to exactly `value`; throws what Type<T>::Literal throws.
+/// The literal that evaluates to exactly `value`; throws what Type<T>::Literal throws. Characters count up to the zero
+/// bytes at their end, as in Bound.
 template <typename T>
 Value Literal(const T& value) {
   return boost::make_shared<PrintedValue>(Type<T>::Literal(value));
 }
-inline Value Literal(const char* text) { return Literal(std::string(text)); }
 
 inline Value Null() { return boost::make_shared<PrintedValue>("NULL"); }
 
