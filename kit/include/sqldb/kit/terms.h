@@ -11,7 +11,9 @@
 // Values become literals, so that no input reaches SQL unquoted. Every operand is in parentheses. An empty term
 // vanishes from a combination: a filter that the user left out needs no case of its own.
 
-#include <initializer_list>
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -79,13 +81,57 @@ class Term {
 /// Says in the code what a term is for.
 inline Term Where(Term term) { return term; }
 
+/// What a column of characters is compared with: a text of any length.
+class Characters {
+ public:
+  Characters(std::string text) : fText(std::move(text)) {}
+  /// Up to the zero bytes at their end, as they are stored.
+  template <std::size_t N>
+  Characters(const char (&characters)[N]) : fText(detail::Unfilled(characters, N)) {}
+  template <std::size_t N>
+  Characters(const std::array<char, N>& characters) : fText(detail::Unfilled(characters.data(), N)) {}
+
+  operator const std::string&() const { return fText; }
+
+ private:
+  std::string fText;
+};
+
+template <>
+struct Type<Characters> : Type<std::string> {};
+
+namespace detail {
+
+template <typename T, typename = void>
+struct OperandOf {
+  using type = T;
+};
+template <typename T>
+struct OperandOf<std::optional<T>> : OperandOf<T> {};
+// As wide as can be, so that no number is taken for another.
+template <typename T>
+struct OperandOf<T, std::enable_if_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))>> {
+  using type = std::int64_t;
+};
+template <std::size_t N>
+struct OperandOf<char[N]> {
+  using type = Characters;
+};
+template <std::size_t N>
+struct OperandOf<std::array<char, N>> {
+  using type = Characters;
+};
+
+/// What a column of type T is compared with: never NULL.
+template <typename T>
+using Operand = typename OperandOf<T>::type;
+
+}  // namespace detail
+
 /// The name of a column, or any SQL expression, whose values are of type T.
 template <typename T>
 class ColumnName {
  public:
-  /// What it is compared with: not NULL, and text as a std::string.
-  using Operand = std::conditional_t<std::is_array_v<T>, std::string, typename WithoutOptional<T>::type>;
-
   explicit ColumnName(std::string name) : fName(std::move(name)) {}
 
   const std::string& Name() const { return fName; }
@@ -95,9 +141,6 @@ class ColumnName {
 };
 
 namespace detail {
-
-template <typename T>
-using Operand = typename ColumnName<T>::Operand;
 
 inline Term Compare(const std::string& left, const char* operation, const std::string& right) {
   return Term(TrustedSql{left + operation + right});
@@ -185,13 +228,14 @@ inline std::string EscapedForLike(std::string_view text, char escape) {
   return escaped;
 }
 
-/// Holds for the rows whose value is one of `values`: for none, if there are none.
-template <typename T>
-Term In(const ColumnName<T>& column, const std::vector<detail::Operand<T>>& values) {
+/// Holds for the rows whose value is one of `values`, In(name, {"bolt", "nut"}): for none, if there are none.
+template <typename T, typename Values = std::vector<detail::Operand<T>>>
+Term In(const ColumnName<T>& column, const Values& values) {
   std::string list;
   for (const auto& value : values) {
+    const detail::Operand<T>& operand = value;
     if (!list.empty()) list += ", ";
-    list += Type<detail::Operand<T>>::Literal(value);
+    list += Type<detail::Operand<T>>::Literal(operand);
   }
   return Term(TrustedSql{column.Name() + " IN (" + list + ")"});
 }
