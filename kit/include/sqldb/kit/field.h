@@ -14,6 +14,10 @@
 //
 // A field is also the column's name in terms: `price < 1.0`.
 
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -70,16 +74,34 @@ struct Assignment {
   std::string sql;
 };
 
-/// Sets a field to a value.
-template <typename Record, typename T>
-Assignment Set(const Field<Record, T>& field, const detail::Operand<T>& value) {
-  return Assignment{field.Name(), Type<detail::Operand<T>>::Literal(value)};
+namespace detail {
+
+template <typename T>
+struct Itself {
+  using type = T;
+};
+
+inline std::string FittingLiteral(const std::string& text, std::size_t size) {
+  if (text.size() > size) throw std::length_error("A text is longer than the characters that it is assigned to.");
+  return TextLiteral(text);
 }
 
-/// Sets a field to NULL.
+}  // namespace detail
+
+/// Sets a field to a value, as an assignment to the member would: std::nullopt is NULL.
 template <typename Record, typename T>
-Assignment Set(const Field<Record, std::optional<T>>& field, std::nullopt_t) {
-  return Assignment{field.Name(), "NULL"};
+Assignment Set(const Field<Record, T>& field, const typename detail::Itself<T>::type& value) {
+  return Assignment{field.Name(), Type<T>::Literal(value)};
+}
+
+/// The same for characters. Throws std::length_error for a text that is longer.
+template <typename Record, std::size_t N>
+Assignment Set(const Field<Record, char[N]>& field, const Characters& value) {
+  return Assignment{field.Name(), detail::FittingLiteral(value, N)};
+}
+template <typename Record, std::size_t N>
+Assignment Set(const Field<Record, std::array<char, N>>& field, const Characters& value) {
+  return Assignment{field.Name(), detail::FittingLiteral(value, N)};
 }
 
 /// Sets a field to what an expression yields, `Set(price, TrustedSql{"price * 1.1"})`.
