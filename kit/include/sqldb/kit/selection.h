@@ -117,8 +117,17 @@ class Selection {
     explicit Iterator(boost::shared_ptr<Rows> rows) : fRows(std::move(rows)) { Advance(); }
 
     void Advance() {
-      const bool isAtEnd = Run(fRows->fDatabase, [this] { return fRows->fCursor->Step(fRows->fRecord) != 0; });
-      if (isAtEnd) fRows.reset();
+      const auto rows = std::move(fRows);
+      const bool isAtEnd = Run(rows->fDatabase, [&rows] {
+        try {
+          return rows->fCursor->Step(rows->fRecord) != 0;
+        } catch (...) {
+          // Finalizes the statement, and only then SQLite tells what was wrong.
+          rows->fCursor.reset();
+          throw;
+        }
+      });
+      if (!isAtEnd) fRows = rows;
     }
 
     boost::shared_ptr<Rows> fRows;
