@@ -108,9 +108,6 @@ inline std::string TextLiteral(std::string_view text) {
   return literal + "'";
 }
 
-// A power of two from 2^0 to 2^62, which SQLite reads exactly.
-inline std::string PowerOfTwo(int exponent) { return std::to_string(std::int64_t{1} << exponent) + ".0"; }
-
 // SQLite does not round every decimal to the nearest double. It does so for integers, and for up to 15 digits with up
 // to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
 // arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
@@ -132,8 +129,10 @@ inline std::string RealLiteral(double value) {
   const auto mantissa = static_cast<std::int64_t>(std::ldexp(std::frexp(value, &exponent), 53));
   exponent -= 53;
   std::string literal = "(" + std::to_string(mantissa) + "*1.0";
-  const char* const operation = exponent < 0 ? "/" : "*";
-  for (int left = std::abs(exponent); left > 0; left -= 62) literal += operation + PowerOfTwo(left < 62 ? left : 62);
+  const char operation = exponent < 0 ? '/' : '*';
+  int left = std::abs(exponent);
+  for (; left >= 62; left -= 62) (literal += operation) += "4611686018427387904.0";
+  if (left > 0) (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
   return literal + ")";
 }
 
