@@ -137,8 +137,8 @@ inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return det
 ///
 /// Statements that were there before stay. Calls may be nested.
 /// REQUIRES: the database outlives the call. `action` finalizes no statement that the application compiled itself
-/// before the call, and when it throws keeps none that it compiled itself. A failure that it catches without
-/// throwing leaves behind what SQLDatabase::SendQuery says, unless it was caught outside another Run.
+/// before the call, and when it throws keeps none that it compiled itself. A failure of the library that it catches
+/// itself leaves behind what SQLDatabase::SendQuery says, unless it came out of a Run of its own.
 template <typename Action>
 auto Run(SQLDatabase& database, Action action) -> decltype(action()) {
   const detail::Statements before = detail::Unheld(database);
