@@ -111,7 +111,7 @@ inline std::string TextLiteral(std::string_view text) {
 // SQLite does not round every decimal to the nearest double. It does so for integers, and for up to 15 digits with up
 // to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
 // arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
-// an integer and powers of two, all of which are exact.
+// an integer and powers of two up to 2^62, all of which are exact.
 inline std::string RealLiteral(double value) {
   if (std::isnan(value)) throw std::domain_error("NaN cannot be stored.");
   if (std::isinf(value)) return value > 0 ? "9e999" : "-9e999";
