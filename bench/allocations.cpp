@@ -1,5 +1,5 @@
-// Counts the allocations of each piece of work by each layer, SQLite's included, and checks that the layers did the same
-// work and that sqldb makes no more than it may. Prints WORK/LAYER, the figure of one unit, and what Run returned.
+// Counts the allocations of each piece of work by each layer, SQLite's included, and checks that the layers did the
+// same work and that sqldb makes no more than it may. Prints WORK/LAYER, the figure of one unit, and what Run returned.
 
 #include <cstdio>
 #include <cstdlib>
