@@ -1,11 +1,9 @@
 #include "sqldb/encoding.h"
 
-#include <string.h>  // strnlen
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <cstring>  // strnlen too, by POSIX
 
 namespace {
 
