@@ -282,7 +282,8 @@ libraries that the loader brings for it, without SQLite and the C++ runtime. SQL
 REMARKS = """What misses its goal: a scan into a struct, by what a column costs, which is a virtual call that reads the value and
 stores it at its offset. A select with its own cursor, by the objects that the application can reach and keep: itself,
 its list of columns, its cursor and its callback. Random bytes have to be counted before they can be encoded, which
-alone takes about four times as long as to copy them; where memory is slower, the multiple is smaller."""
+alone takes about four times as long as to copy them; where memory is slower, the multiple is smaller. Decoding them in
+place is at the edge of its goal: it copies, between two escapes, some 85 bytes at a time."""
 
 
 def main():
