@@ -79,6 +79,13 @@ TEST_F(FailureTest, ACodeThatCompilingReportsIsKept) {
   const Error error = ErrorOf([&] { kit::Run(fDatabase, [&] { Send("DELETE FROM t"); }); });
   EXPECT_STREQ(error.what(), "not authorized");
   EXPECT_EQ(error.ExtendedCode(), SQLITE_AUTH);
+  const Error later = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      MessageOf([&] { WriteTwice(); });
+      Send("DELETE FROM t");
+    });
+  });
+  EXPECT_EQ(later.ExtendedCode(), SQLITE_AUTH);
 }
 
 TEST_F(FailureTest, ABusyFileIsToldByItsCode) {
@@ -105,6 +112,20 @@ TEST_F(FailureTest, AFileThatCompilingFindsBusyIsToldByItsCode) {
   EXPECT_STREQ(error.what(), "database is locked");
   EXPECT_EQ(error.Code(), SQLITE_BUSY);
   fOther.Run("ROLLBACK");
+}
+
+TEST_F(FailureTest, ACodeThatARollbackMakesSQLiteForgetIsFoundInTheLeftover) {
+  Rows("PRAGMA journal_mode = WAL");
+  const Error error = ErrorOf([&] {
+    kit::Run(fDatabase, [&] {
+      Transaction transaction(fDatabase);
+      Rows("SELECT * FROM t");
+      fOther.Run("INSERT INTO t VALUES (1)");
+      Write(2);
+    });
+  });
+  EXPECT_STREQ(error.what(), "database is locked");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_BUSY_SNAPSHOT);
 }
 
 TEST_F(FailureTest, TheFailureOfACursorThatItDestroyedIsToldInItsTellingWords) {
