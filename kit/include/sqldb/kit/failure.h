@@ -112,7 +112,7 @@ inline Error Telling(SQLDatabase& database, const Statements& spared, const std:
   const bool isVague = message == sqlite3_errstr(SQLITE_ERROR);
   // Before the release, which changes it. The statement of a cursor that the failure destroyed has been finalized, and
   // what that reported stands here.
-  const Error last = LastReport(database);
+  Error last = LastReport(database);
   const bool hasFailed = last.Code() != SQLITE_OK && last.Code() < SQLITE_ROW;
   const std::optional<Error> leftover = Release(database, spared);
   if (leftover && (isVague || message == leftover->what())) return *leftover;
