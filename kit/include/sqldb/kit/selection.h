@@ -134,7 +134,8 @@ class Selection {
   };
 
   /// Runs the query and reads its first row. Waits for a busy file as SQLStepCursor::Step does, but not while SQLite
-  /// reads the schema. Throws Error, here and while rows are read.
+  /// reads the schema. Throws Error, here and while rows are read, or what a value's Type throws; an iterator that has
+  /// thrown is the end.
   Iterator begin() const {
     SQLDatabase& database = fSource->table->fDatabase;
     const auto rows = boost::make_shared<typename Iterator::Rows>(database, fSource->offsets);

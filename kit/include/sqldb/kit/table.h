@@ -8,8 +8,9 @@
 //   parts.Insert({1, "bolt", 0.25});
 //   for (const Part& part : parts.Select(price < 1.0)) Use(part);
 //
-// What an operation cannot do it throws as Error, with SQLite's telling message, and nothing of it is left behind: no
-// statement in the connection, no text in a stream. Writes do not wait for a busy file; see retry.h.
+// What an operation cannot do it throws as Error, with SQLite's telling message, or as what a value's Type throws, and
+// nothing of it is left behind: no statement in the connection, no text in a stream. Writes do not wait for a busy
+// file; see retry.h.
 
 #include <cstdint>
 #include <memory>
@@ -64,6 +65,7 @@ class Table {
   }
 
   /// Creates the table in the file unless it has a table of this name, whatever that looks like.
+  /// REQUIRES: the table's name is without quotes and without a schema.
   void CreateIfMissing() {
     const std::string sql =
         "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = " + Type<std::string>::Literal(fTable->fName) +
@@ -89,7 +91,8 @@ class Table {
   /// The same, but a row with the same key, or the same value of a unique field, is replaced.
   std::int64_t Replace(const Record& record) { return Write(*fReplace, record); }
 
-  /// Gives the row that has the record's key the record's values. Returns false if there is no such row.
+  /// Gives the row that has the record's key the record's values. Returns false if there is no such row, or if the
+  /// key is empty.
   /// REQUIRES: a key, and one field more.
   bool Update(const Record& record) {
     std::vector<Assignment> assignments;

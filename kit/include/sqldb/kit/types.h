@@ -12,7 +12,7 @@
 //   EncodedBytes             TEXT      the encoding of sqldb/encoding.h
 //   std::optional<T>         as T      no value is NULL
 //
-// Characters are no numbers: there is none for char, wchar_t and their like, but for std::int8_t.
+// Characters are no numbers: std::int8_t is stored, but neither char nor wchar_t.
 //
 // std::bad_alloc is thrown when SQLite has no memory for a text.
 //
