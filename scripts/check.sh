@@ -17,7 +17,7 @@ usage: scripts/check.sh [PART...]
 Installs what is missing, then runs each PART of
   faults    failing memory and disks, lost power, kills, contention, every short input of the encoding
   fuzz      the fuzzers of the encoding, two million runs each
-  coverage  all lines and branches of src/ and include/ are run by the unit tests
+  coverage  all lines and branches of the library and of the kit are run by their unit tests
   chars     the unit tests with signed and unsigned char, and overflow that stops the program
   valgrind  the unit tests under Valgrind
   bench     every measurement once, without regard to the time, and the allocations of each operation
@@ -80,16 +80,23 @@ run_chars() {
   for preset in signed-char unsigned-char; do
     build "$preset"
     check "$preset: test" "build/$preset/tests/sqldb_tests" --gtest_brief=1
+    check "$preset: test of the kit" "build/$preset/kit/tests/sqldb_kit_tests" --gtest_brief=1
   done
 }
 
 # The test program brings its own operator new, which Valgrind leaves alone, and watches malloc below it. The children that
 # the death tests fork end in mid-work, and are not looked at.
+under_valgrind() {
+  check "$1" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
+    --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
+    --soname-synonyms=somalloc=nouserintercepts "${@:2}" --gtest_brief=1
+}
+
 run_valgrind() {
   build signed-char
-  check "valgrind: test" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
-    --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
-    --soname-synonyms=somalloc=nouserintercepts build/signed-char/tests/sqldb_tests --gtest_brief=1
+  under_valgrind "valgrind: test" build/signed-char/tests/sqldb_tests
+  # Without the hundreds of thousands of values, which the sanitizers see.
+  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_filter=-LiteralFuzzTest.*
 }
 
 run_bench() {

@@ -507,6 +507,11 @@ TEST_F(TypesTest, BlobLiteralIsHexadecimal) {
   EXPECT_EQ(Type<Blob>::Literal({0x00, 0x0F, 0xA0, 0xFF, 0x27}), "x'000FA0FF27'");
 }
 
+TEST(EncodedBytesTest, AreAsManyAsTheEncodingCanCount) {
+  EXPECT_EQ(sqldb::kit::detail::EncodableSize(2000000000), 2000000000);
+  EXPECT_THROW(sqldb::kit::detail::EncodableSize(2000000001), std::length_error);
+}
+
 TEST_F(TypesTest, EncodedBytesRoundTrip) {
   ExpectRoundTrip(EncodedBytes{}, "text");
   ExpectRoundTrip(EncodedBytes{{0}}, "text");

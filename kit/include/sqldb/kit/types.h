@@ -9,7 +9,7 @@
 //                                      that are not UTF-8 text
 //   char[N], array<char, N>  TEXT      up to N bytes, filled up with zero bytes; longer when read: std::length_error
 //   Blob                     BLOB
-//   EncodedBytes             TEXT      the encoding of sqldb/encoding.h
+//   EncodedBytes             TEXT      the encoding of sqldb/encoding.h; more than 2,000,000,000: std::length_error
 //   std::optional<T>         as T      no value is NULL
 //
 // Characters are no numbers: std::int8_t is stored, but neither char nor wchar_t.
@@ -161,6 +161,13 @@ inline void Fill(char* characters, std::size_t size, std::string_view text) {
   std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');
 }
 
+/// So many that their encoding, too, is counted by an int.
+inline int EncodableSize(std::size_t size) {
+  constexpr std::size_t kMost = 2000000000;
+  if (size > kMost) throw std::length_error("More bytes than a text can hold.");
+  return static_cast<int>(size);
+}
+
 }  // namespace detail
 
 template <typename T>
@@ -276,8 +283,7 @@ struct Type<EncodedBytes> {
 
  private:
   static std::string Encode(const std::vector<unsigned char>& bytes) {
-    if (bytes.size() > 2000000000) throw std::length_error("More bytes than a text can hold.");
-    const int size = static_cast<int>(bytes.size());
+    const int size = detail::EncodableSize(bytes.size());
     std::string text(static_cast<std::size_t>(sqlite_encode_binary(bytes.data(), size, nullptr)) + 1, '\0');
     sqlite_encode_binary(bytes.data(), size, reinterpret_cast<unsigned char*>(text.data()));
     text.pop_back();
