@@ -1,4 +1,4 @@
-// One row by one INSERT statement with bound values, compiled for each row.
+// One row by one INSERT statement with bound values, compiled for each row or once for all.
 
 #include <cstdio>
 #include <vector>
@@ -9,6 +9,7 @@
 #include "poco_items.h"
 #include "qt_items.h"
 #include "soci_items.h"
+#include "sqldb/kit/bulk.h"
 #include "sqlitecpp_items.h"
 #include "task.h"
 
@@ -125,7 +126,7 @@ class SqldbInsertReused : public Task {
   boost::shared_ptr<Number> fStock = boost::make_shared<Number>(0);
 };
 
-// One statement compiled once for all rows, which sqldb does not do: the other way to write this program.
+// One statement compiled once for all rows.
 class RawInsertPrepared : public Task {
  public:
   RawInsertPrepared() { Reset(); }
@@ -147,6 +148,31 @@ class RawInsertPrepared : public Task {
  private:
   RawItems fItems;
   sqlite3_stmt* fStatement = fItems.Prepare("INSERT INTO items ( quantity, price, stock ) VALUES (?,?,? )");
+};
+
+// The same with the kit, which compiles it once in a Run. The rows are there before.
+class KitInsertPrepared : public Task {
+ public:
+  KitInsertPrepared() {
+    for (std::uint32_t i = 1; i <= kStatements; ++i) fRows.push_back(Item{0, i, i + 1, i + 2});
+    Reset();
+  }
+
+  std::int64_t Run() override {
+    const std::int64_t before = fItems.Changes();
+    sqldb::kit::InsertMany(fItems.database, "INSERT INTO items ( quantity, price, stock ) VALUES (?,?,? )", fRows,
+                           [](sqlite3_stmt* statement, const Item& row) {
+                             sqlite3_bind_int64(statement, 1, row.quantity);
+                             sqlite3_bind_int64(statement, 2, row.price);
+                             sqlite3_bind_int64(statement, 3, row.stock);
+                           });
+    return fItems.Changes() - before;
+  }
+  void Reset() override { fItems.Send(kEmptyItems); }
+
+ private:
+  SqldbItems fItems;
+  std::vector<Item> fRows;
 };
 
 class SqliteCppInsert : public Task {
@@ -338,6 +364,7 @@ void AddInsert(std::vector<Entry>& entries) {
   entries.push_back(MakeEntry<RawInsertReused>("insert, reused values", "SQLite", kStatements));
   entries.push_back(MakeEntry<SqldbInsertReused>("insert, reused values", "sqldb", kStatements));
   entries.push_back(MakeEntry<RawInsertPrepared>("insert, compiled once", "SQLite", kStatements));
+  entries.push_back(MakeEntry<KitInsertPrepared>("insert, compiled once", "sqldb kit", kStatements));
   entries.push_back(MakeEntry<SqliteCppInsertPrepared>("insert, compiled once", "SQLiteCpp", kStatements));
   entries.push_back(MakeEntry<SociInsertPrepared>("insert, compiled once", "SOCI", kStatements));
   entries.push_back(MakeEntry<QtInsertPrepared>("insert, compiled once", "Qt", kStatements));

@@ -29,7 +29,8 @@ class Task {
 
 struct Entry {
   std::string work;
-  // "SQLite" for the calls made by hand, which all others are compared with, "sqldb", or the name of a peer.
+  // "SQLite" for the calls made by hand, which all others are compared with, "sqldb", "sqldb kit", or the name of a
+  // peer.
   std::string layer;
   // How many statements, rows or bytes a Run handles.
   std::int64_t units;

@@ -1,4 +1,4 @@
-// The README's program on POCO Data.
+// The same small program on POCO Data.
 
 #include <cstdint>
 #include <iostream>

@@ -1,4 +1,4 @@
-// The README's program on Qt SQL.
+// The same small program on Qt SQL.
 
 #include <cstdint>
 #include <iostream>

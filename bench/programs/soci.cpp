@@ -1,4 +1,4 @@
-// The README's program on SOCI.
+// The same small program on SOCI.
 
 #include <iostream>
 

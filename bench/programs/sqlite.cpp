@@ -1,4 +1,4 @@
-// The README's program on SQLite alone: its calls, with statements that finalize themselves and failures that throw.
+// The same small program on SQLite alone: its calls, with statements that finalize themselves and failures that throw.
 
 #include <cstdint>
 #include <iostream>

@@ -1,4 +1,4 @@
-// The README's program on SQLiteCpp.
+// The same small program on SQLiteCpp.
 
 #include <cstdint>
 #include <iostream>

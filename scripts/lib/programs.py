@@ -1,4 +1,4 @@
-"""What the README's program costs on each layer: the time that it takes to compile and the room that it takes.
+"""What the same small program costs on each layer: the time that it takes to compile and the room that it takes.
 
 Reads the folder of a finished build of the preset bench and prints a list of figures as JSON. The libraries are those
 that the loader brings for the executable, without SQLite, which all layers share; what a layer loads later, such as
@@ -19,6 +19,7 @@ import tempfile
 LAYERS = {
     "sqlite": "SQLite",
     "sqldb": "sqldb",
+    "sqldb_kit": "sqldb kit",
     "sqlitecpp": "SQLiteCpp",
     "soci": "SOCI",
     "qt": "Qt",
