@@ -1,9 +1,13 @@
-#include "shown/retry.h"
+// What docs/threads-and-locks.md and docs/reliability.md say about statements that were left behind, and about a schema
+// that has changed. What the kit does about them is tested in kit/tests/.
 
+#include <chrono>
 #include <functional>
+#include <optional>
 
 #include <boost/make_shared.hpp>
 
+#include "sqldb/kit/retry.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -11,8 +15,8 @@ namespace {
 using sqldb::OffsetSpec;
 using sqldb::SQLDatabase;
 using sqldb::SQLStepCursor;
-using support::BoundInteger;
-using support::Call;
+using sqldb::kit::ReleaseLeftovers;
+using sqldb::kit::RetryWhileBusy;
 using support::CallRecorder;
 using support::MakeValue;
 using support::MessageOf;
@@ -62,11 +66,8 @@ class RetryTest : public support::DatabaseTest {
     fOther.Run("ROLLBACK");
   }
   void Read() { fDatabase.SendQuery("SELECT a FROM t", nullptr, nullptr); }
-  // After a first read that may find it changed, a second one reads it anew.
   void KnowTheSchema() {
-    MessageOf([this] { Read(); });
-    FinalizeLeftBehind(fDatabase);
-    Read();
+    RetryWhileBusy(fDatabase, [this] { Read(); });
   }
   // The other connection has its lock no more when this returns.
   void LeaveBehindBusy(const Action& statement) {
@@ -111,13 +112,6 @@ class RetryTest : public support::DatabaseTest {
     return count;
   }
 
-  // Lets the other connection end its transaction while the library's side sleeps for the n-th time.
-  void EndOtherAtSleep(int n) {
-    fRecorder.fAfterCall = [this, n](const Call& call) {
-      if (call.function == "usleep" && fRecorder.Count("usleep") == static_cast<std::size_t>(n)) fOther.Run("COMMIT");
-    };
-  }
-
   boost::shared_ptr<sqldb::SQLTableClass> fTable;
   OtherConnection fOther;
   CallRecorder fRecorder;
@@ -134,17 +128,9 @@ TEST_F(RetryTest, AWriteThatFoundTheFileBusyKeepsLaterOnesFromBeingCommitted) {
 TEST_F(RetryTest, FinalizingTooLateUndoesTheWritesSinceThen) {
   LeaveABusyWriteBehind();
   Write("2");
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   EXPECT_THAT(Rows("SELECT a FROM t"), IsEmpty());
   EXPECT_THAT(Seen(), IsEmpty());
-}
-
-TEST_F(RetryTest, FinalizingAtOnceLetsLaterWritesBeCommitted) {
-  LeaveABusyWriteBehind();
-  FinalizeLeftBehind(fDatabase);
-  EXPECT_EQ(Unfinalized(), 0);
-  Write("2");
-  EXPECT_THAT(Seen(), ElementsAre("2"));
 }
 
 TEST_F(RetryTest, SteppingTheBusyWriteOnCommitsItAndTheWritesSinceThen) {
@@ -162,7 +148,7 @@ TEST_F(RetryTest, AWriteThatFoundTheFileBusyLocksOtherWritersOutOnceAnotherHasPa
   second.Open();
   EXPECT_EQ(MessageOf([&] { second.SendQuery("DELETE FROM t", nullptr, nullptr); }), "database is locked");
   support::FinalizeLeftovers(second.fConnection);
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   second.SendQuery("DELETE FROM t", nullptr, nullptr);
   EXPECT_THAT(Seen(), IsEmpty());
 }
@@ -191,7 +177,7 @@ TEST_F(RetryTest, WhateverFoundTheFileBusyKeepsOthersFromCommittingOnceAnythingE
       EXPECT_EQ(WriteOfAnother(), "(nothing thrown)");
       next[j]();
       EXPECT_EQ(WriteOfAnother(), "database is locked");
-      FinalizeLeftBehind(fDatabase);
+      ReleaseLeftovers(fDatabase);
       EXPECT_EQ(WriteOfAnother(), "(nothing thrown)");
     }
   }
@@ -212,7 +198,7 @@ TEST_F(RetryTest, AStatementWhoseCallbackThrewKeepsOthersFromCommittingAtOnce) {
     action();
     EXPECT_EQ(Unfinalized(), 1);
     EXPECT_EQ(WriteOfAnother(), "database is locked");
-    FinalizeLeftBehind(fDatabase);
+    ReleaseLeftovers(fDatabase);
     EXPECT_EQ(WriteOfAnother(), "(nothing thrown)");
   }
 }
@@ -227,7 +213,7 @@ TEST_F(RetryTest, AReadLeftBehindLetsWritesAndACommitPass) {
   fDatabase.EndTransaction(true, false);
   EXPECT_THAT(Seen(), ElementsAre("2", "3"));
   EXPECT_EQ(Unfinalized(), 2);
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   EXPECT_THAT(Seen(), ElementsAre("2", "3"));
 }
 
@@ -237,7 +223,7 @@ TEST_F(RetryTest, AWriteWhoseCallbackThrewIsCommittedWithTheLaterOnesOnceItIsFin
   EXPECT_THAT(Seen(), IsEmpty());
   fDatabase.BeginTransaction();
   EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, false); }), "SQL logic error");
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   fDatabase.EndTransaction(true, true);
   EXPECT_THAT(Seen(), ElementsAre("1", "2"));
 }
@@ -253,7 +239,7 @@ TEST_F(RetryTest, AStepCursorThatWaitedInVainKeepsOthersFromCommittingUntilItIsD
     cursor->Step(value);
   });
   Read();
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   EXPECT_EQ(WriteOfAnother(), "database is locked");
   cursor.reset();
   EXPECT_EQ(WriteOfAnother(), "(nothing thrown)");
@@ -282,7 +268,7 @@ TEST_F(RetryTest, ExplicitCommitAfterABusyWriteIsRefusedUntilItIsFinalized) {
   Write("2");
   EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, false); }), "SQL logic error");
   EXPECT_EQ(fDatabase.fTransactionDepth, 0);
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   fDatabase.EndTransaction(true, true);
   EXPECT_THAT(Seen(), ElementsAre("2"));
 }
@@ -292,95 +278,14 @@ TEST_F(RetryTest, CloseIsRefusedWithWhatWasLeftBehindAndAcceptedAfterwards) {
   fDatabase.Close();
   EXPECT_FALSE(fDatabase.fIsOpen);
   EXPECT_EQ(fRecorder.CallsOf("close").back().result, SQLITE_BUSY);
-  FinalizeLeftBehind(fDatabase);
+  // The database counts as closed.
+  EXPECT_FALSE(ReleaseLeftovers(fDatabase));
+  EXPECT_EQ(support::FinalizeLeftovers(fDatabase.fConnection), 1);
   fDatabase.Close();
   EXPECT_EQ(fRecorder.CallsOf("close").back().result, SQLITE_OK);
 }
 
-TEST_F(RetryTest, LivingCursorsAreSpared) {
-  Write("1");
-  Write("2");
-  const auto select = NewSelect();
-  const auto cursor = NewCursor();
-  select->PrepareSelect(cursor);
-  std::uint32_t value = 0;
-  ASSERT_EQ(cursor->Step(value), 0);
-  MessageOf([&] { fDatabase.SendQuery("INSERT INTO t VALUES (abs(-9223372036854775808))", nullptr, nullptr); });
-  ASSERT_EQ(Unfinalized(), 2);
-
-  FinalizeLeftBehind(fDatabase);
-  EXPECT_EQ(Unfinalized(), 1);
-  EXPECT_EQ(cursor->Step(value), 0);
-  EXPECT_EQ(value, 2u);
-}
-
-TEST_F(RetryTest, TheLockIsAwaitedBeforeTheWorkBegins) {
-  fOther.Run("BEGIN IMMEDIATE");
-  EndOtherAtSleep(3);
-  int worked = 0;
-  InTransaction(fDatabase, "t", [&] {
-    ++worked;
-    Write("5");
-  });
-  EXPECT_EQ(worked, 1);
-  EXPECT_EQ(fRecorder.Count("usleep"), 3u);
-  EXPECT_EQ(fRecorder.SleptMicroseconds(), 30000u);
-  EXPECT_EQ(Unfinalized(), 0);
-  EXPECT_THAT(Seen(), ElementsAre("5"));
-}
-
-TEST_F(RetryTest, ACommitWaitsForAReader) {
-  fOther.Run("BEGIN; SELECT * FROM t");
-  EndOtherAtSleep(2);
-  InTransaction(fDatabase, "t", [&] { Write("5"); });
-  EXPECT_EQ(fRecorder.Count("usleep"), 2u);
-  EXPECT_EQ(fDatabase.fTransactionDepth, 0);
-  EXPECT_THAT(Seen(), ElementsAre("5"));
-}
-
-TEST_F(RetryTest, GivesUpAfterAHundredTriesWithEverythingRolledBack) {
-  fOther.Run("BEGIN; SELECT * FROM t");
-  EXPECT_EQ(MessageOf([&] { InTransaction(fDatabase, "t", [&] { Write("5"); }); }), "database is locked");
-  EXPECT_EQ(fRecorder.Count("usleep"), 99u);
-  EXPECT_EQ(sqlite3_get_autocommit(fDatabase.fConnection), 1);
-  fOther.Run("COMMIT");
-  EXPECT_EQ(Unfinalized(), 0);
-  EXPECT_THAT(Seen(), IsEmpty());
-  InTransaction(fDatabase, "t", [&] { Write("6"); });
-  EXPECT_THAT(Seen(), ElementsAre("6"));
-}
-
-TEST_F(RetryTest, OtherFailuresRollBackAtOnce) {
-  EXPECT_EQ(MessageOf([&] {
-              InTransaction(fDatabase, "t", [&] {
-                Write("5");
-                Write("nonsense");
-              });
-            }),
-            "no such column: nonsense");
-  EXPECT_EQ(fRecorder.Count("usleep"), 0u);
-  EXPECT_EQ(fDatabase.fTransactionDepth, 0);
-  EXPECT_TRUE(fDatabase.fTransactionOK);
-  EXPECT_THAT(Seen(), IsEmpty());
-}
-
-TEST_F(RetryTest, ATransactionThatSQLiteEndedItselfIsForgotten) {
-  EXPECT_EQ(MessageOf([&] {
-              InTransaction(fDatabase, "t", [&] {
-                Write("5");
-                fDatabase.SendQuery("ROLLBACK", nullptr, nullptr);
-                Write("nonsense");
-              });
-            }),
-            "no such column: nonsense");
-  EXPECT_EQ(fDatabase.fTransactionDepth, 0);
-  EXPECT_TRUE(fDatabase.fTransactionOK);
-  InTransaction(fDatabase, "t", [&] { Write("6"); });
-  EXPECT_THAT(Seen(), ElementsAre("6"));
-}
-
-// A schema that has changed
-// --------------------------------------------------------------------------------------------
+// A schema that has changed -------------------------------------------------------------------------------------------
 
 TEST_F(RetryTest, TheNextStatementAfterAChangeOfTheSchemaFailsAndTheOneAfterThatWorks) {
   const std::vector<std::string> changes = {"CREATE TABLE u (b)", "CREATE INDEX i ON t (a)", "DROP TABLE doomed",
@@ -410,7 +315,9 @@ TEST_F(RetryTest, ATransactionSurvivesAChangeOfTheSchemaBeforeItsFirstStatement)
   fOther.Run("CREATE TABLE u (b)");
   fDatabase.BeginTransaction();
   EXPECT_EQ(FailedWrite("1"), "SQL logic error");
-  EXPECT_TRUE(FinalizeLeftBehind(fDatabase));
+  const std::optional<sqldb::kit::Error> error = ReleaseLeftovers(fDatabase);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->Code(), SQLITE_SCHEMA);
   Write("2");
   fDatabase.EndTransaction(true, false);
   EXPECT_THAT(Seen(), ElementsAre("2"));
@@ -462,29 +369,25 @@ TEST_F(RetryTest, AStepCursorPreparedBeforeAChangeOfTheSchemaFailsForGood) {
   }
 }
 
-TEST_F(RetryTest, AChangeOfTheSchemaIsRepeatedLikeABusyFile) {
-  fOther.Run("CREATE TABLE u (b)");
-  InTransaction(fDatabase, "t", [this] { Write("5"); });
-  fOther.Run("CREATE TABLE v (b)");
-  const auto insert = fTable->NewInsert();
-  insert->fColumns = {fTable->GetColumn("a")};
-  InsertRow(fDatabase, *insert, {boost::make_shared<BoundInteger>(7)});
-  EXPECT_THAT(Seen(), ElementsAre("5", "7"));
-  EXPECT_EQ(fRecorder.Count("usleep"), 2u);
-  EXPECT_EQ(Unfinalized(), 0);
-}
-
 // Rows ----------------------------------------------------------------------------------------------------------------
 
-TEST_F(RetryTest, ARowThatFoundTheFileBusyIsWrittenOnce) {
+TEST_F(RetryTest, AnInsertThatGivesItsFailedTextUpIsWrittenOnce) {
   const auto insert = fTable->NewInsert();
   insert->fColumns = {fTable->GetColumn("a")};
+  insert->fValues = {MakeValue("7")};
   fOther.Run("BEGIN IMMEDIATE");
-  EndOtherAtSleep(2);
-  InsertRow(fDatabase, *insert, {boost::make_shared<BoundInteger>(7)});
+  int pauses = 0;
+  sqldb::kit::Patience patience;
+  patience.pause = [&](std::chrono::microseconds) {
+    if (++pauses == 2) fOther.Run("COMMIT");
+  };
+  const auto write = [&] {
+    insert->fQuery.str("");
+    insert->PerformInsert(true);
+  };
+  RetryWhileBusy(fDatabase, write, patience);
+  EXPECT_EQ(pauses, 2);
   EXPECT_THAT(Seen(), ElementsAre("7"));
-  EXPECT_EQ(insert->fQuery.str(), "");
-  EXPECT_THAT(insert->fValues, IsEmpty());
 }
 
 TEST_F(RetryTest, WithoutClearingItsTextARetriedInsertSendsItTwice) {
@@ -494,7 +397,7 @@ TEST_F(RetryTest, WithoutClearingItsTextARetriedInsertSendsItTwice) {
   fOther.Run("BEGIN IMMEDIATE");
   EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "database is locked");
   fOther.Run("ROLLBACK");
-  FinalizeLeftBehind(fDatabase);
+  ReleaseLeftovers(fDatabase);
   EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "near \"INSERT\": syntax error");
   EXPECT_EQ(fRecorder.Sql().back(), "INSERT INTO t ( a ) VALUES (7 )INSERT INTO t ( a ) VALUES (7 )");
 }
