@@ -9,16 +9,19 @@
 #include <iostream>
 #include <limits>
 #include <map>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include "catalog.h"
 #include "duplicates.h"
 #include "indexer.h"
+#include "module.h"
 #include "printable.h"
 #include "store.h"
 
@@ -30,9 +33,10 @@ constexpr int kFailed = 1;
 constexpr int kMisused = 2;
 
 constexpr char kUsage[] =
-    R"(usage: catalog DB COMMAND ...
+    R"(usage: catalog [--load MODULE] [--key KEY] DB COMMAND ...
 
-Keeps a catalogue of the regular files of directory trees in the SQLite file DB.
+Keeps a catalogue of the regular files of directory trees in the SQLite file DB. If it begins with
+"file:", it is a URI of SQLite's and may name a VFS, as in "file:/data/c.db?vfs=unix".
 
   catalog DB index DIR         bring the catalogue up to date with DIR and all below it;
                                DB is made if it does not exist
@@ -48,6 +52,10 @@ Keeps a catalogue of the regular files of directory trees in the SQLite file DB.
   catalog DB forget PATH       take a file, or a folder with all below it, out of the catalogue
   catalog DB plan              show how SQLite would answer "largest", without an index and with it
   catalog --help               this text
+
+  --load MODULE                load an SQLite extension library first, one with a VFS for instance
+  --key KEY                    the contents of DB are encrypted with KEY, which needs an SQLite that
+                               encrypts; others on the machine can see KEY while the program runs
 
 The kind of a file is its name's extension in lower case, without the dot, or nothing. Symbolic links
 are not followed. "index" takes a file as changed when its size or modification time is another. What
@@ -115,12 +123,12 @@ class Progress {
   bool fIsTerminal = isatty(STDERR_FILENO) != 0;
 };
 
-void Index(const std::string& database, const Arguments& arguments) {
+void Index(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"DIR"});
   const auto start = std::chrono::steady_clock::now();
   // Before the database is opened: a wrong DIR makes no file.
   const std::string folder = IndexableFolder(arguments[0]);
-  Store store(database, Access::kCreate);
+  Store store(location, Access::kCreate);
   Summary summary;
   {
     const Progress progress;
@@ -132,7 +140,7 @@ void Index(const std::string& database, const Arguments& arguments) {
             << " unreadable, " << std::fixed << std::setprecision(2) << elapsed.count() << " seconds\n";
 }
 
-void Count(const std::string& database, const Arguments& arguments) {
+void Count(const Location& location, const Arguments& arguments) {
   Filter filter;
   for (std::size_t i = 0; i < arguments.size(); i += 2) {
     const std::string& option = arguments[i];
@@ -144,14 +152,14 @@ void Count(const std::string& database, const Arguments& arguments) {
     if (isKind) filter.fKind = value;
     if (isLarger) filter.fLargerThan = Number("BYTES", value, 0, std::numeric_limits<std::int64_t>::max());
   }
-  Store store(database, Access::kAsk);
+  Store store(location, Access::kAsk);
   std::cout << Files(CountFiles(store, filter)) << "\n";
 }
 
-void Largest(const std::string& database, const Arguments& arguments) {
+void Largest(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"N"});
   const std::int64_t count = Number("N", arguments[0], 1, std::numeric_limits<std::uint32_t>::max());
-  Store store(database, Access::kAsk);
+  Store store(location, Access::kAsk);
   for (const FileRow& file : LargestFiles(store, static_cast<std::uint32_t>(count))) {
     std::cout << std::setw(15) << file.fSize << "  " << Printable(file.fPath) << "\n";
   }
@@ -168,13 +176,13 @@ void ShowCopies(const Copies& copies, std::size_t shownPaths) {
   }
 }
 
-void ShowDuplicates(const std::string& database, const Arguments& arguments) {
+void ShowDuplicates(const Location& location, const Arguments& arguments) {
   constexpr std::size_t kShownGroups = 10;
   constexpr std::size_t kShownPaths = 5;
   const bool showAll = !arguments.empty() && arguments[0] == "--all";
   if (!showAll || arguments.size() > 1) ExpectArguments(arguments, showAll ? Arguments{"--all"} : Arguments{});
 
-  Store store(database, Access::kAsk);
+  Store store(location, Access::kAsk);
   const Duplicates duplicates = Compare(FindCandidates(store));
   std::int64_t waste = 0;
   for (const Copies& copies : duplicates.fGroups) waste += copies.Waste();
@@ -194,15 +202,15 @@ void ShowDuplicates(const std::string& database, const Arguments& arguments) {
   }
 }
 
-void Find(const std::string& database, const Arguments& arguments) {
+void Find(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"TEXT"});
-  Store store(database, Access::kAsk);
+  Store store(location, Access::kAsk);
   FindFiles(store, arguments[0], [](const std::string& path) { std::cout << Printable(path) << "\n"; });
 }
 
-void Tag(const std::string& database, const Arguments& arguments) {
+void Tag(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"EXT", "NEWKIND"});
-  Store store(database, Access::kChange);
+  Store store(location, Access::kChange);
   const std::uint32_t count = TagFiles(store, arguments[0], arguments[1]);
   std::cout << Files(count) << " of kind " << InQuotes(arguments[0]) << " now of kind " << InQuotes(arguments[1])
             << "\n";
@@ -224,10 +232,10 @@ std::vector<std::string> CataloguedPaths(const std::string& path) {
   return paths;
 }
 
-void Forget(const std::string& database, const Arguments& arguments) {
+void Forget(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"PATH"});
   if (arguments[0].empty()) throw Misuse("PATH is empty");
-  Store store(database, Access::kChange);
+  Store store(location, Access::kChange);
   for (const std::string& path : CataloguedPaths(arguments[0])) {
     const std::uint32_t count = ForgetFiles(store, path);
     if (count == 0) continue;
@@ -237,18 +245,59 @@ void Forget(const std::string& database, const Arguments& arguments) {
   throw Failure("nothing is catalogued at " + InQuotes(arguments[0]));
 }
 
-void Plan(const std::string& database, const Arguments& arguments) {
+void Plan(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {});
-  Store store(database, Access::kChange);
+  Store store(location, Access::kChange);
   ExplainLargest(store, std::cout);
 }
 
-using Command = void (*)(const std::string& database, const Arguments& arguments);
+using Command = void (*)(const Location& location, const Arguments& arguments);
 
 const std::map<std::string, Command> kCommands = {
     {"index", Index}, {"count", Count}, {"largest", Largest}, {"duplicates", ShowDuplicates},
     {"find", Find},   {"tag", Tag},     {"forget", Forget},   {"plan", Plan},
 };
+
+using Options = std::map<std::string, std::optional<std::string>>;
+
+// Moves what stands before DB from the arguments to the options.
+void TakeOptions(Arguments& arguments, Options& options) {
+  while (!arguments.empty()) {
+    const auto option = options.find(arguments[0]);
+    if (option == options.end()) return;
+    const auto& [name, value] = *option;
+    if (value) throw Misuse("superfluous argument " + InQuotes(name));
+    if (arguments.size() < 2) throw Misuse("the value of " + name + " is missing");
+    if (arguments[1].empty()) throw Misuse("the value of " + name + " is empty");
+    option->second = arguments[1];
+    arguments.erase(arguments.begin(), arguments.begin() + 2);
+  }
+}
+
+void RunCommand(Arguments arguments) {
+  Options options = {{"--load", std::nullopt}, {"--key", std::nullopt}};
+  TakeOptions(arguments, options);
+  if (arguments.empty()) throw Misuse("DB is missing");
+  if (arguments[0].empty()) throw Misuse("DB is empty");
+  if (arguments.size() < 2) throw Misuse("COMMAND is missing");
+  const auto command = kCommands.find(arguments[1]);
+  if (command == kCommands.end()) throw Misuse("unknown command " + InQuotes(arguments[1]));
+
+  // Not every SQLite reads them unasked.
+  sqlite3_config(SQLITE_CONFIG_URI, 1);
+  std::optional<Module> module;
+  if (options["--load"]) module.emplace(*options["--load"]);
+  try {
+    command->second(Location{arguments[0], options["--key"]}, Arguments(arguments.begin() + 2, arguments.end()));
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::exception& error) {
+    // SQLite's words, or the system's.
+    const std::string reason = error.what();
+    if (reason != sqlite3_errstr(SQLITE_NOTADB)) throw Failure(InQuotes(arguments[0]) + ": " + Printable(reason));
+    throw Failure(InQuotes(arguments[0]) + ": file is not a database, or its key is missing or wrong");
+  }
+}
 
 int Run(const Arguments& arguments) {
   if (arguments.empty()) {
@@ -259,11 +308,7 @@ int Run(const Arguments& arguments) {
     ExpectArguments(arguments, {"--help"});
     std::cout << kUsage;
   } else {
-    if (arguments[0].empty()) throw Misuse("DB is empty");
-    if (arguments.size() < 2) throw Misuse("COMMAND is missing");
-    const auto command = kCommands.find(arguments[1]);
-    if (command == kCommands.end()) throw Misuse("unknown command " + InQuotes(arguments[1]));
-    command->second(arguments[0], Arguments(arguments.begin() + 2, arguments.end()));
+    RunCommand(arguments);
   }
   if (!std::cout.flush()) throw Failure("cannot write the output");
   return 0;
@@ -285,10 +330,7 @@ int main(int count, char** values) {
     return Run(arguments);
   } catch (const Misuse& misuse) {
     return Complain(std::string(misuse.what()) + "; see catalog --help", kMisused);
-  } catch (const Failure& failure) {
-    return Complain(failure.what(), kFailed);
   } catch (const std::exception& error) {
-    // SQLite's words, or the system's.
-    return Complain(InQuotes(arguments[0]) + ": " + Printable(error.what()), kFailed);
+    return Complain(error.what(), kFailed);
   }
 }

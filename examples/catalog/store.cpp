@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "literals.h"
 #include "printable.h"
 #include "sqldb/select.h"
 
@@ -19,6 +21,19 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x63746C67;  // "ctlg"
 constexpr std::int64_t kFormat = 1;
+
+bool IsUri(const std::string& path) { return path.compare(0, 5, "file:") == 0; }
+
+// Opens the URI in passing: only a handle that is kept says why that fails, and without these flags SQLite would create
+// what is missing.
+void CheckUri(const std::string& uri, Access access) {
+  const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_READWRITE | (access == Access::kCreate ? SQLITE_OPEN_CREATE : 0);
+  sqlite3* opened = nullptr;
+  const int result = sqlite3_open_v2(uri.c_str(), &opened, flags, nullptr);
+  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection(opened, sqlite3_close);
+  if (result == SQLITE_OK) return;
+  throw Failure("cannot open '" + Printable(uri) + "': " + Printable(sqlite3_errmsg(opened)));
+}
 
 // Opens the file in passing: only the system says why that fails, and SQLite would create what is missing. Returns the
 // path in the one form in which no part of it means anything special to SQLite, and in which a walk meets it.
@@ -44,6 +59,29 @@ class OneInteger : public sqldb::QueryCallback {
   std::int64_t fValue = 0;
 };
 
+// An SQLite that cannot encrypt takes no notice of a key. One that can has a version to tell.
+bool CanEncrypt() {
+  class AnyRow : public sqldb::QueryCallback {
+   public:
+    bool ProcessRow(sqlite3_stmt*) override { return fIsThere = true; }
+
+    bool fIsThere = false;
+  };
+  AnyRow version;
+  sqldb::SQLDatabase database(":memory:", false);
+  database.Open();
+  database.SendQuery("PRAGMA cipher_version", &version, nullptr);
+  return version.fIsThere;
+}
+
+// The path to open. Nothing is created before it is certain that it will be encrypted if it is to be.
+std::string CheckedPath(const Location& location, Access access) {
+  if (location.fKey && !CanEncrypt()) throw Failure("cannot use a key: this SQLite does not encrypt");
+  if (!IsUri(location.fPath)) return ResolvedPath(location.fPath, access);
+  CheckUri(location.fPath, access);
+  return location.fPath;
+}
+
 std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
   OneInteger answer;
   database.SendQuery("PRAGMA " + name, &answer, nullptr);
@@ -59,11 +97,13 @@ Column AddColumn(sqldb::SQLTableClass& table, const std::string& name, bool isPr
 
 }  // namespace
 
-Store::Store(const std::string& path, Access access)
-    : fDatabase(ResolvedPath(path, access), access == Access::kAsk),
-      fAccess(access),
-      fIdentity(OpenFile(fDatabase.fPath).Identity()) {
+Store::Store(const Location& location, Access access)
+    : fDatabase(CheckedPath(location, access), access == Access::kAsk), fAccess(access) {
   fDatabase.Open();
+  // Before anything else.
+  if (location.fKey) fDatabase.SendQuery("PRAGMA key = " + Quoted(*location.fKey), nullptr, nullptr);
+  // A VFS may have no room for temporary files.
+  if (IsUri(location.fPath)) fDatabase.SendQuery("PRAGMA temp_store = 2", nullptr, nullptr);
   // The cache, in KiB: room for what indexing a large tree changes. Without it SQLite would lock readers out half-way.
   fDatabase.SendQuery("PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536", nullptr, nullptr);
 
@@ -73,6 +113,10 @@ Store::Store(const std::string& path, Access access)
   fModified = AddColumn<IntegerColumn>(*fFiles, "modified");
   fKind = AddColumn<TextColumn>(*fFiles, "kind");
   fHead = AddColumn<TextColumn>(*fFiles, "head");
+
+  fFile = sqlite3_db_filename(fDatabase.fConnection, "main");
+  struct stat facts {};
+  if (stat(fFile.c_str(), &facts) == 0) fIdentity = {facts.st_dev, facts.st_ino};
 }
 
 Store::~Store() { FinalizeLeftovers(fDatabase); }
@@ -111,9 +155,8 @@ boost::shared_ptr<sqldb::SQLSelectClass> Store::NewSelect(const Term& term, std:
 // away from this process.
 bool Store::IsOwnFile(const std::string& path, const FileIdentity& identity) const {
   if (identity == fIdentity) return true;
-  const std::string& own = fDatabase.fPath;
-  if (path.compare(0, own.size(), own) != 0) return false;
-  const std::string ending = path.substr(own.size());
+  if (path.compare(0, fFile.size(), fFile) != 0) return false;
+  const std::string ending = path.substr(fFile.size());
   return ending == "-journal" || ending == "-wal" || ending == "-shm";
 }
 

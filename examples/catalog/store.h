@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
@@ -34,10 +35,20 @@ enum class Access {
   kCreate,  // as kChange, but a file that is missing or empty becomes a new catalogue
 };
 
+/// Where a catalogue is.
+struct Location {
+  /// A path, or what begins with "file:", a URI of SQLite's. What a URI stands for is for SQLite alone to know, and for
+  /// the VFS that it may name. REQUIRES: SQLite is configured to read URIs.
+  std::string fPath;
+  /// What the file is encrypted with. REQUIRES: not empty, which would mean no encryption to SQLite.
+  std::optional<std::string> fKey;
+};
+
 class Store {
  public:
-  /// Opens the file; throws Failure if it cannot be opened. Looks into it no earlier than Ask and Change.
-  Store(const std::string& path, Access access);
+  /// Opens the file; throws Failure if it cannot be opened, or if there is a key and SQLite cannot encrypt. Looks into
+  /// it no earlier than Ask and Change.
+  Store(const Location& location, Access access);
   ~Store();
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
@@ -52,7 +63,8 @@ class Store {
   /// Another select over the table. `limit` 0: all rows.
   boost::shared_ptr<sqldb::SQLSelectClass> NewSelect(const Term& term, std::uint32_t limit = 0);
 
-  /// True for the database file, under any name, and for the paths of the files that SQLite puts beside it.
+  /// True for the database file, under any name, and for the paths of the files that SQLite puts beside it, as long as
+  /// they are in the file system.
   bool IsOwnFile(const std::string& path, const FileIdentity& identity) const;
 
   sqldb::SQLDatabase fDatabase;
@@ -74,6 +86,8 @@ class Store {
   void CreateTable();
 
   Access fAccess;
+  // What SQLite calls the file.
+  std::string fFile;
   FileIdentity fIdentity;
 };
 

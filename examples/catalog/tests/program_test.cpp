@@ -208,9 +208,9 @@ TEST_F(IndexTest, SummaryNamesTheFolderOnOneLine) {
   EXPECT_THAT(Ask({"index", "tree/a\nb"}), StartsWith(Path("tree/a\\nb: 0 added, ")));
 }
 
-TEST_F(IndexTest, NoNameOfTheDatabaseIsSpecial) {
+TEST_F(IndexTest, NoNameOfTheDatabaseIsSpecialButAUri) {
   WriteFile("tree/a", "");
-  for (const std::string& name : {std::string(":memory:"), std::string("file:x.db?mode=memory"), std::string("-x")}) {
+  for (const std::string& name : {std::string(":memory:"), std::string("x?mode=memory"), std::string("-x")}) {
     EXPECT_EQ(Catalog({name, "index", "tree"}).fStatus, 0) << name;
     EXPECT_EQ(Catalog({name, "count"}).fOut, "1 file\n") << name;
     EXPECT_TRUE(std::filesystem::exists(Path(name))) << name;
@@ -623,6 +623,11 @@ TEST_F(UsageTest, EveryMisuseIsOneLine) {
     std::string fReason;
   } misuses[] = {
       {{""}, "DB is empty"},
+      {{"--key"}, "the value of --key is missing"},
+      {{"--key", "", "c.db", "index", "tree"}, "the value of --key is empty"},
+      {{"--load", ""}, "the value of --load is empty"},
+      {{"--load", "x"}, "DB is missing"},
+      {{"--load", "x", "--key", "y", "--load", "z"}, "superfluous argument '--load'"},
       {{"c.db"}, "COMMAND is missing"},
       {{"c.db", "list\n"}, "unknown command 'list\\n'"},
       {{"--help", "x"}, "superfluous argument 'x'"},
@@ -669,7 +674,9 @@ TEST_F(UsageTest, LargestNumbersAreAccepted) {
 
 TEST_F(UsageTest, EveryBadDatabaseIsOneLine) {
   WriteFile("text", "this is no database\n");
-  WriteFile("noise", std::string(10000, '\xA5'));
+  std::string noise;
+  for (int i = 0; i < 10000; ++i) noise += static_cast<char>(i * 37 % 251);
+  WriteFile("noise", noise);
   WriteFile("empty", "");
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   const struct {
@@ -680,8 +687,8 @@ TEST_F(UsageTest, EveryBadDatabaseIsOneLine) {
       {"missing/c.db", "cannot open 'missing/c.db': No such file or directory"},
       {"tree", "cannot open 'tree': "},
       {"pipe", "cannot open 'pipe': "},
-      {"text", "'text': file is not a database"},
-      {"noise", "'noise': file is not a database"},
+      {"text", "'text': file is not a database, or its key is missing or wrong"},
+      {"noise", "'noise': file is not a database, or its key is missing or wrong"},
       {"empty", "'" + Path("empty") + "' is not a catalogue"},
   };
   for (const auto& each : cases) {
