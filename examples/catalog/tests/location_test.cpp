@@ -5,11 +5,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
+
+#include "store.h"
 
 namespace catalog_tests {
 
@@ -131,6 +134,25 @@ TEST_F(UriTest, CatalogueItselfIsLeftOut) {
   std::filesystem::create_directories(Path("tree/c"));
   for (int i = 0; i < 2; ++i) AskAt({Uri("tree/c/u.db", "unix")}, {"index", "tree/c"});
   EXPECT_EQ(AskAt({Uri("tree/c/u.db", "unix")}, {"count"}), "0 files\n");
+}
+
+TEST_F(UriTest, TemporaryFilesAreInMemory) {
+  class Text : public sqldb::QueryCallback {
+   public:
+    bool ProcessRow(sqlite3_stmt* statement) override {
+      fText += reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+      return true;
+    }
+
+    std::string fText;
+  };
+  // As the program does, but SQLite has been used here.
+  ASSERT_EQ(sqlite3_shutdown(), SQLITE_OK);
+  ASSERT_EQ(sqlite3_config(SQLITE_CONFIG_URI, 1), SQLITE_OK);
+  catalog::Store store({Uri("u.db", "unix"), std::nullopt}, catalog::Access::kCreate);
+  Text answer;
+  store.fDatabase.SendQuery("PRAGMA temp_store", &answer, nullptr);
+  EXPECT_EQ(answer.fText, "2");
 }
 
 TEST_F(UriTest, LockedFileIsNamedByItsUri) {
