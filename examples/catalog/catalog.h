@@ -39,11 +39,11 @@ void FindFiles(Store& store, const std::string& bytes, const std::function<void(
 std::vector<Candidates> FindCandidates(Store& store);
 
 /// Gives all files of `kind` the kind `newKind`; returns how many those were.
-std::uint32_t TagFiles(Store& store, const std::string& kind, const std::string& newKind);
+std::uint64_t TagFiles(Store& store, const std::string& kind, const std::string& newKind);
 
 /// Removes the file or folder at `path`, with all that is below, from the catalogue. Returns how many files those were,
 /// 0 if the catalogue has none there.
-std::uint32_t ForgetFiles(Store& store, const std::string& path);
+std::uint64_t ForgetFiles(Store& store, const std::string& path);
 
 /// Writes how SQLite would find the largest files, without the index on the size and with it. The catalogue stays as it
 /// is.

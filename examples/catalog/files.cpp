@@ -82,7 +82,7 @@ Outcome ListFolder(const std::string& path, std::vector<Entry>& entries) {
   return Outcome::kRead;
 }
 
-Outcome ReadFile(const std::string& path, Entry& file, std::string& head) {
+Outcome ReadFile(const std::string& path, Entry& file, std::vector<unsigned char>& head) {
   const OpenFile opened(path);
   if (opened.Result() != Outcome::kRead) return opened.Result();
   std::array<char, kHeadSize> buffer;
@@ -90,12 +90,20 @@ Outcome ReadFile(const std::string& path, Entry& file, std::string& head) {
   if (length < 0) return Outcome::kUnreadable;
   file.fSize = opened.Size();
   file.fModified = opened.Modified();
-  head.assign(buffer.data(), static_cast<std::size_t>(length));
+  head.assign(buffer.data(), buffer.data() + length);
   return Outcome::kRead;
 }
 
 std::string Join(const std::string& folder, const std::string& name) {
   return folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
+std::string FirstBelow(const std::string& folder) { return Join(folder, ""); }
+
+std::string EndBelow(const std::string& folder) {
+  std::string end = FirstBelow(folder);
+  end.back() = '/' + 1;
+  return end;
 }
 
 std::string KindOf(const std::string& path) {

@@ -37,10 +37,15 @@ struct Entry {
 Outcome ListFolder(const std::string& path, std::vector<Entry>& entries);
 
 /// Size and time of the file at `path`, and its first bytes, 32 at most.
-Outcome ReadFile(const std::string& path, Entry& file, std::string& head);
+Outcome ReadFile(const std::string& path, Entry& file, std::vector<unsigned char>& head);
 
 /// "FOLDER/NAME".
 std::string Join(const std::string& folder, const std::string& name);
+
+/// The first and the end (exclusive), in the order of their bytes, of what are paths below `folder`, an absolute path
+/// without a "/" at its end unless it is "/" itself.
+std::string FirstBelow(const std::string& folder);
+std::string EndBelow(const std::string& folder);
 
 /// The extension of the last part of `path`, without the dot, ASCII letters in lower case. A dot that begins the name
 /// begins no extension.

@@ -1,79 +1,27 @@
 #include "indexer.h"
 
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
 
 #include "files.h"
 #include "printable.h"
-#include "sqldb/encoding.h"
-#include "sqldb/insert.h"
-#include "sqldb/select.h"
-#include "values.h"
 
 namespace catalog {
 
 namespace {
 
-std::string Encoded(const std::string& bytes) {
-  const auto* const in = reinterpret_cast<const unsigned char*>(bytes.data());
-  const int size = static_cast<int>(bytes.size());
-  std::string text(static_cast<std::size_t>(sqlite_encode_binary(in, size, nullptr)) + 1, '\0');
-  sqlite_encode_binary(in, size, reinterpret_cast<unsigned char*>(text.data()));
-  text.pop_back();  // the terminating zero
-  return text;
-}
-
-// Writes rows. An insert and a replace share one set of values, which are set anew for each row.
-class RowWriter {
- public:
-  explicit RowWriter(Store& store) : fInsert(store.fFiles->NewInsert()), fReplace(store.fFiles->NewReplace()) {
-    for (sqldb::SQLInsertClass* const statement :
-         {fInsert.get(), static_cast<sqldb::SQLInsertClass*>(fReplace.get())}) {
-      statement->fColumns = {store.fPath, store.fSize, store.fModified, store.fKind, store.fHead};
-      statement->fValues = {fPath, fSize, fModified, fKind, fHead};
-    }
-  }
-
-  void Insert(const std::string& path, const Entry& file, const std::string& head) {
-    Set(path, file, head);
-    fInsert->PerformInsert(false);
-  }
-
-  void Replace(const std::string& path, const Entry& file, const std::string& head) {
-    Set(path, file, head);
-    fReplace->PerformReplace(false);
-  }
-
- private:
-  void Set(const std::string& path, const Entry& file, const std::string& head) {
-    fPath->fText = path;
-    fSize->fValue = file.fSize;
-    fModified->fValue = file.fModified;
-    fKind->fText = KindOf(path);
-    fHead->fText = Encoded(head);
-  }
-
-  boost::shared_ptr<BoundText> fPath{new BoundText};
-  boost::shared_ptr<BoundInteger> fSize{new BoundInteger};
-  boost::shared_ptr<BoundInteger> fModified{new BoundInteger};
-  boost::shared_ptr<BoundText> fKind{new BoundText};
-  boost::shared_ptr<BoundText> fHead{new BoundText};
-  boost::shared_ptr<sqldb::SQLInsertClass> fInsert;
-  boost::shared_ptr<sqldb::SQLReplaceClass> fReplace;
-};
-
 // One run over one folder.
 class Indexer {
  public:
   Indexer(Store& store, const std::string& folder, const std::function<void(std::uint64_t)>& progress)
-      : fStore(store), fRoot(folder), fProgress(progress), fWriter(store) {}
+      : fStore(store), fRoot(folder), fProgress(progress) {}
 
   Summary Run() {
     LoadKnown();
@@ -81,7 +29,8 @@ class Indexer {
     while (!fPending.empty()) {
       const std::string folder = fPending.back();
       fPending.pop_back();
-      InTransaction(fStore.fDatabase, [&] { IndexOne(folder); });
+      IndexOne(folder);
+      WriteRows();
     }
     RemoveVanished();
     return fSummary;
@@ -95,20 +44,10 @@ class Indexer {
 
   // All that the catalogue has of the folder, in one go: a query for each file would cost far more.
   void LoadKnown() {
-    sqldb::OffsetSpec offsets;
-    offsets.PushOffset(offsetof(FileRow, fPath), 0);
-    offsets.PushOffset(offsetof(FileRow, fSize), 0);
-    offsets.PushOffset(offsetof(FileRow, fModified), 0);
-    const boost::shared_ptr<sqldb::SQLStepCursor<FileRow>> cursor(
-        new sqldb::SQLStepCursor<FileRow>(&fStore.fDatabase, offsets));
-    auto select = fStore.NewSelect(Below(fStore.fPath, fRoot));
-    select << fStore.fPath;
-    select << fStore.fSize;
-    select << fStore.fModified;
-    select->fOrder = {{fStore.fPath, 1}};
-    select->PrepareSelect(cursor);
-    FileRow row;
-    while (cursor->Step(row) == 0) fKnown.emplace_hint(fKnown.end(), row.fPath, Known{row.fSize, row.fModified});
+    const auto known = fStore.Only(fStore.fPath, fStore.fSize, fStore.fModified);
+    for (const FileRow& row : known.Select(fStore.Below(fRoot)).OrderBy(fStore.fPath)) {
+      fKnown.emplace_hint(fKnown.end(), row.fPath, Known{row.fSize, row.fModified});
+    }
   }
 
   void IndexOne(const std::string& folder) {
@@ -142,17 +81,29 @@ class Indexer {
       return;
     }
 
-    std::string head;
-    const Outcome outcome = ReadFile(path, file, head);
+    kit::EncodedBytes head;
+    const Outcome outcome = ReadFile(path, file, head.bytes);
     if (outcome == Outcome::kUnreadable) Spare(path);
     if (outcome != Outcome::kRead) return;
-    if (isKnown) {
-      fWriter.Replace(path, file, head);
-      fKnown.erase(known);
-      ++fSummary.fChanged;
-    } else {
-      fWriter.Insert(path, file, head);
-      ++fSummary.fAdded;
+    fRows.push_back(FileRow{path, file.fSize, file.fModified, KindOf(path), std::move(head)});
+    ++(isKnown ? fSummary.fChanged : fSummary.fAdded);
+    if (isKnown) fKnown.erase(known);
+  }
+
+  void WriteRows() {
+    if (fRows.empty()) return;
+    kit::InsertMany(fStore.fDatabase, "REPLACE INTO files (path, size, modified, kind, head) VALUES (?, ?, ?, ?, ?)",
+                    fRows, Bind);
+    fRows.clear();
+  }
+
+  static void Bind(sqlite3_stmt* statement, const FileRow& row) {
+    for (const int result :
+         {kit::Type<std::string>::Bind(statement, 1, row.fPath), kit::Type<std::int64_t>::Bind(statement, 2, row.fSize),
+          kit::Type<std::int64_t>::Bind(statement, 3, row.fModified),
+          kit::Type<std::string>::Bind(statement, 4, row.fKind),
+          kit::Type<kit::EncodedBytes>::Bind(statement, 5, row.fHead)}) {
+      if (result != SQLITE_OK) throw std::runtime_error(sqlite3_errstr(result));
     }
   }
 
@@ -166,7 +117,7 @@ class Indexer {
   // What was in the catalogue and was not met.
   void RemoveVanished() {
     for (const auto& [path, ignored] : fKnown) {
-      fStore.fFiles->DeleteRecords(Equal(fStore.fPath, path));
+      fStore.fFiles.Delete(fStore.fPath == path);
       ++fSummary.fRemoved;
     }
   }
@@ -176,7 +127,8 @@ class Indexer {
   Store& fStore;
   std::string fRoot;
   const std::function<void(std::uint64_t)>& fProgress;
-  RowWriter fWriter;
+  // Read, and not yet written.
+  std::vector<FileRow> fRows;
   // The entries not met so far.
   std::map<std::string, Known> fKnown;
   // The folders still to be listed.

@@ -211,7 +211,7 @@ void Find(const Location& location, const Arguments& arguments) {
 void Tag(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"EXT", "NEWKIND"});
   Store store(location, Access::kChange);
-  const std::uint32_t count = TagFiles(store, arguments[0], arguments[1]);
+  const std::uint64_t count = TagFiles(store, arguments[0], arguments[1]);
   std::cout << Files(count) << " of kind " << InQuotes(arguments[0]) << " now of kind " << InQuotes(arguments[1])
             << "\n";
 }
@@ -237,7 +237,7 @@ void Forget(const Location& location, const Arguments& arguments) {
   if (arguments[0].empty()) throw Misuse("PATH is empty");
   Store store(location, Access::kChange);
   for (const std::string& path : CataloguedPaths(arguments[0])) {
-    const std::uint32_t count = ForgetFiles(store, path);
+    const std::uint64_t count = ForgetFiles(store, path);
     if (count == 0) continue;
     std::cout << Files(count) << " forgotten\n";
     return;
@@ -292,10 +292,11 @@ void RunCommand(Arguments arguments) {
   } catch (const Failure&) {
     throw;
   } catch (const std::exception& error) {
+    const auto* const reported = dynamic_cast<const kit::Error*>(&error);
+    const bool isNoDatabase = reported != nullptr && reported->Code() == SQLITE_NOTADB;
     // SQLite's words, or the system's.
-    const std::string reason = error.what();
-    if (reason != sqlite3_errstr(SQLITE_NOTADB)) throw Failure(InQuotes(arguments[0]) + ": " + Printable(reason));
-    throw Failure(InQuotes(arguments[0]) + ": file is not a database, or its key is missing or wrong");
+    throw Failure(InQuotes(arguments[0]) + ": " +
+                  (isNoDatabase ? "file is not a database, or its key is missing or wrong" : Printable(error.what())));
   }
 }
 

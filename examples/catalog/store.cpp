@@ -4,16 +4,12 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <system_error>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "literals.h"
 #include "printable.h"
-#include "sqldb/select.h"
 
 namespace catalog {
 
@@ -59,19 +55,17 @@ class OneInteger : public sqldb::QueryCallback {
   std::int64_t fValue = 0;
 };
 
+std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
+  OneInteger answer;
+  database.SendQuery("PRAGMA " + name, &answer, nullptr);
+  return answer.fValue;
+}
+
 // An SQLite that cannot encrypt takes no notice of a key. One that can has a version to tell.
 bool CanEncrypt() {
-  class AnyRow : public sqldb::QueryCallback {
-   public:
-    bool ProcessRow(sqlite3_stmt*) override { return fIsThere = true; }
-
-    bool fIsThere = false;
-  };
-  AnyRow version;
   sqldb::SQLDatabase database(":memory:", false);
   database.Open();
-  database.SendQuery("PRAGMA cipher_version", &version, nullptr);
-  return version.fIsThere;
+  return Pragma(database, "cipher_version") != 0;
 }
 
 // The path to open. Nothing is created before it is certain that it will be encrypted if it is to be.
@@ -82,73 +76,51 @@ std::string CheckedPath(const Location& location, Access access) {
   return location.fPath;
 }
 
-std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
-  OneInteger answer;
-  database.SendQuery("PRAGMA " + name, &answer, nullptr);
-  return answer.fValue;
-}
-
-template <typename ColumnClass>
-Column AddColumn(sqldb::SQLTableClass& table, const std::string& name, bool isPrimaryKey = false) {
-  Column column(new ColumnClass(&table, name, false, false, isPrimaryKey, ""));
-  table.AddColumn(column);
-  return column;
-}
-
 }  // namespace
 
 Store::Store(const Location& location, Access access)
     : fDatabase(CheckedPath(location, access), access == Access::kAsk), fAccess(access) {
   fDatabase.Open();
   // Before anything else.
-  if (location.fKey) fDatabase.SendQuery("PRAGMA key = " + Quoted(*location.fKey), nullptr, nullptr);
+  if (location.fKey) Send("PRAGMA key = " + kit::Type<std::string>::Literal(*location.fKey));
   // A VFS may have no room for temporary files.
-  if (IsUri(location.fPath)) fDatabase.SendQuery("PRAGMA temp_store = 2", nullptr, nullptr);
+  if (IsUri(location.fPath)) Send("PRAGMA temp_store = 2");
   // The cache, in KiB: room for what indexing a large tree changes. Without it SQLite would lock readers out half-way.
-  fDatabase.SendQuery("PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536", nullptr, nullptr);
-
-  fFiles = fDatabase.NewTable("files");
-  fPath = AddColumn<TextColumn>(*fFiles, "path", true);
-  fSize = AddColumn<IntegerColumn>(*fFiles, "size");
-  fModified = AddColumn<IntegerColumn>(*fFiles, "modified");
-  fKind = AddColumn<TextColumn>(*fFiles, "kind");
-  fHead = AddColumn<TextColumn>(*fFiles, "head");
+  Send("PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536");
 
   fFile = sqlite3_db_filename(fDatabase.fConnection, "main");
   struct stat facts {};
   if (stat(fFile.c_str(), &facts) == 0) fIdentity = {facts.st_dev, facts.st_ino};
 }
 
-Store::~Store() { FinalizeLeftovers(fDatabase); }
-
 // Reading the format takes the shared lock, and the transaction keeps it.
 void Store::Ask(const std::function<void()>& work) {
-  InTransaction(fDatabase, [&] {
+  kit::Transaction transaction(fDatabase);
+  kit::Run(fDatabase, [&] {
     CheckFormat();
     work();
   });
+  transaction.Commit();
 }
 
-// The format is read in a transaction of its own. One that has begun with reading is refused the write lock at once
-// where another waits for it.
+// The format is read in a transaction of its own, since the write lock gives an empty file its first page. It is not
+// taken by one that has read: that is refused at once where another waits for it.
 void Store::Change(const std::function<void()>& work, Ending ending) {
   bool isNew = false;
-  InTransaction(fDatabase, [&] { isNew = CheckFormat(); });
-  const auto lockAndWork = [&] {
-    if (isNew) {
-      CreateTable();
-    } else {
-      fFiles->DeleteRecords(Never());
-    }
+  {
+    const kit::Transaction reading(fDatabase);
+    kit::Run(fDatabase, [&] { isNew = CheckFormat(); });
+  }
+  kit::Transaction transaction(fDatabase, kit::WriteLock::kAtOnce);
+  kit::Run(fDatabase, [&] {
+    if (isNew) CreateTable();
     work();
-  };
-  InTransaction(fDatabase, lockAndWork, ending);
+  });
+  if (ending == Ending::kCommit) transaction.Commit();
 }
 
-boost::shared_ptr<sqldb::SQLSelectClass> Store::NewSelect(const Term& term, std::uint32_t limit) {
-  auto select = fDatabase.NewSelect(fFiles, limit);
-  select->fTerm = term;
-  return select;
+void Store::Send(const std::string& sql) {
+  kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, nullptr, nullptr); });
 }
 
 // By identity above all: to open and close the database's file a second time would make the system take SQLite's locks
@@ -166,30 +138,16 @@ bool Store::CheckFormat() {
     throw Failure("'" + Printable(fDatabase.fPath) + "' is not a catalogue");
   if (Pragma(fDatabase, "user_version") != kFormat)
     throw Failure("'" + Printable(fDatabase.fPath) + "' is a catalogue of another version of this program");
-  fFiles->Initialize();
   return false;
 }
 
 void Store::CreateTable() {
-  fFiles->Create();
+  fFiles.Create();
   // For "largest" and "duplicates", which go by size, and for "count" and "tag", which ask for a kind.
-  fFiles->CreateIndexForColumn(fSize->fName);
-  fFiles->CreateIndexForColumn(fKind->fName);
-  fDatabase.SendQuery("PRAGMA application_id = " + std::to_string(kApplicationId) +
-                          "; PRAGMA user_version = " + std::to_string(kFormat),
-                      nullptr, nullptr);
-}
-
-RowReceiver::RowReceiver(sqldb::SQLDatabase* database, const sqldb::OffsetSpec& offsets, Receive receive)
-    : SQLCursorBase(database), fOffsets(offsets), fReceive(std::move(receive)) {}
-
-bool RowReceiver::ProcessRow(sqlite3_stmt* statement) {
-  auto* const row = reinterpret_cast<char*>(&fRow);
-  for (std::size_t i = 0; i < fColumns.size(); ++i) {
-    fColumns[i]->AssignTo(row + fOffsets.fItems[i].fByteOffset, statement, static_cast<int>(i));
-  }
-  fReceive(fRow);
-  return true;
+  fFiles.CreateIndex(fSize);
+  fFiles.CreateIndex(fKind);
+  Send("PRAGMA application_id = " + std::to_string(kApplicationId) +
+       "; PRAGMA user_version = " + std::to_string(kFormat));
 }
 
 }  // namespace catalog

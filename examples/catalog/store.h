@@ -9,24 +9,25 @@
 #include <optional>
 #include <string>
 
-#include <boost/shared_ptr.hpp>
-
-#include "columns.h"
 #include "files.h"
-#include "sqldb/cursor.h"
-#include "sqldb/database.h"
-#include "sqldb/table.h"
-#include "terms.h"
-#include "transaction.h"
+#include "sqldb/kit/kit.h"
 
 namespace catalog {
 
-/// One row of a query, as far as the query asks for it.
+namespace kit = sqldb::kit;
+
+/// One row of the table, or of a query as far as the query asks for it.
 struct FileRow {
+  /// Absolute, without links.
   std::string fPath;
+  /// In bytes.
   std::int64_t fSize = 0;
+  /// Nanoseconds since 1970-01-01 00:00 UTC.
   std::int64_t fModified = 0;
-  std::string fHead;
+  /// The extension in lower case, or what `tag` made of it.
+  std::string fKind;
+  /// The first 32 bytes.
+  kit::EncodedBytes fHead;
 };
 
 enum class Access {
@@ -44,14 +45,13 @@ struct Location {
   std::optional<std::string> fKey;
 };
 
+enum class Ending { kCommit, kRollBack };
+
 class Store {
  public:
   /// Opens the file; throws Failure if it cannot be opened, or if there is a key and SQLite cannot encrypt. Looks into
   /// it no earlier than Ask and Change.
   Store(const Location& location, Access access);
-  ~Store();
-  Store(const Store&) = delete;
-  Store& operator=(const Store&) = delete;
 
   /// Runs `work` in a transaction that holds the file's shared lock from the start, so that nothing within it can
   /// meet a lock. Waits for a lock for two seconds, then throws. Throws Failure if the file is no catalogue.
@@ -60,25 +60,30 @@ class Store {
   /// The same with the write lock. A new catalogue gets its table here.
   void Change(const std::function<void()>& work, Ending ending = Ending::kCommit);
 
-  /// Another select over the table. `limit` 0: all rows.
-  boost::shared_ptr<sqldb::SQLSelectClass> NewSelect(const Term& term, std::uint32_t limit = 0);
+  /// Sends SQL of the program's own.
+  void Send(const std::string& sql);
+
+  /// The table with these fields only, for questions that need no others.
+  template <typename... T>
+  kit::Table<FileRow> Only(const kit::Field<FileRow, T>&... fields) {
+    return kit::Table<FileRow>(fDatabase, "files", fields...);
+  }
+
+  /// Holds for the paths below `folder`, an absolute path. A range of the path's index, so that "/a/bc" is not taken to
+  /// be below "/a/b".
+  kit::Term Below(const std::string& folder) const { return fPath >= FirstBelow(folder) && fPath < EndBelow(folder); }
 
   /// True for the database file, under any name, and for the paths of the files that SQLite puts beside it, as long as
   /// they are in the file system.
   bool IsOwnFile(const std::string& path, const FileIdentity& identity) const;
 
   sqldb::SQLDatabase fDatabase;
-  boost::shared_ptr<sqldb::SQLTableClass> fFiles;
-  /// Absolute, without links.
-  Column fPath;
-  /// In bytes.
-  Column fSize;
-  /// Nanoseconds since 1970-01-01 00:00 UTC.
-  Column fModified;
-  /// The extension in lower case, or what `tag` made of it.
-  Column fKind;
-  /// The first 32 bytes, made text by sqlite_encode_binary.
-  Column fHead;
+  const kit::Field<FileRow, std::string> fPath = kit::Key("path", &FileRow::fPath);
+  const kit::Field<FileRow, std::int64_t> fSize{"size", &FileRow::fSize};
+  const kit::Field<FileRow, std::int64_t> fModified{"modified", &FileRow::fModified};
+  const kit::Field<FileRow, std::string> fKind{"kind", &FileRow::fKind};
+  const kit::Field<FileRow, kit::EncodedBytes> fHead{"head", &FileRow::fHead};
+  kit::Table<FileRow> fFiles{fDatabase, "files", fPath, fSize, fModified, fKind, fHead};
 
  private:
   // True for a file without a table yet.
@@ -89,22 +94,6 @@ class Store {
   // What SQLite calls the file.
   std::string fFile;
   FileIdentity fIdentity;
-};
-
-/// Receives the rows of a performed select whose columns are some of fPath, fSize and fHead, in this order. Each column
-/// itself knows how to get into the row.
-class RowReceiver : public sqldb::SQLCursorBase {
- public:
-  using Receive = std::function<void(const FileRow&)>;
-  /// `offsets`: where each result column goes in a FileRow.
-  RowReceiver(sqldb::SQLDatabase* database, const sqldb::OffsetSpec& offsets, Receive receive);
-
-  bool ProcessRow(sqlite3_stmt* statement) override;
-
- private:
-  sqldb::OffsetSpec fOffsets;
-  Receive fReceive;
-  FileRow fRow;
 };
 
 }  // namespace catalog
