@@ -119,7 +119,7 @@ class Table {
     }
     update->fTerm = term;
     Run(fDatabase, [&] { update->PerformUpdate(true); });
-    return sqlite3_changes64(fDatabase.fConnection);
+    return Changes();
   }
 
   /// Deletes the rows for which `term` holds, and returns how many those were. Throws std::invalid_argument for an
@@ -127,7 +127,7 @@ class Table {
   std::int64_t Delete(const Term& term) {
     if (term.IsEmpty()) throw std::invalid_argument("A delete without a condition would delete every row.");
     Run(fDatabase, [&] { fTable->DeleteRecords(term); });
-    return sqlite3_changes64(fDatabase.fConnection);
+    return Changes();
   }
 
   void DeleteAll() {
@@ -177,6 +177,15 @@ class Table {
     const detail::Slot<Record>& fSlot;
     const Record* const& fCurrent;
   };
+
+  // SQLite before 3.37 counts no further than an int.
+  std::int64_t Changes() const {
+#if SQLITE_VERSION_NUMBER >= 3037000
+    return sqlite3_changes64(fDatabase.fConnection);
+#else
+    return sqlite3_changes(fDatabase.fConnection);
+#endif
+  }
 
   template <typename Statement>
   boost::shared_ptr<Statement> SetUp(boost::shared_ptr<Statement> statement) {
