@@ -103,8 +103,8 @@ void Store::Ask(const std::function<void()>& work) {
   transaction.Commit();
 }
 
-// The format is read in a transaction of its own, since the write lock gives an empty file its first page. It is not
-// taken by one that has read: that is refused at once where another waits for it.
+// The format is read in a transaction of its own: once it has the write lock, an empty file counts as one of a page.
+// And a transaction that has begun with reading is refused the write lock at once where another waits for it.
 void Store::Change(const std::function<void()>& work, Ending ending) {
   bool isNew = false;
   {

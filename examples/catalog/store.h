@@ -50,7 +50,7 @@ enum class Ending { kCommit, kRollBack };
 class Store {
  public:
   /// Opens the file; throws Failure if it cannot be opened, or if there is a key and SQLite cannot encrypt. Looks into
-  /// it no earlier than Ask and Change.
+  /// what it holds no earlier than Ask and Change.
   Store(const Location& location, Access access);
 
   /// Runs `work` in a transaction that holds the file's shared lock from the start, so that nothing within it can

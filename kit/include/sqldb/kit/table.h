@@ -115,7 +115,7 @@ class Table {
     for (const Assignment& assignment : assignments) {
       update->fColumns.push_back(
           boost::make_shared<SQLColumnBase>(nullptr, assignment.name, "", 0, true, false, false, ""));
-      update->fValues.push_back(boost::make_shared<PrintedValue>(assignment.sql));
+      update->fValues.emplace_back(boost::make_shared<PrintedValue>(assignment.sql));
     }
     update->fTerm = term;
     Run(fDatabase, [&] { update->PerformUpdate(true); });

@@ -118,7 +118,7 @@ inline std::string RealLiteral(double value) {
   char buffer[64];
   const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
   if (shortest.ec == std::errc() && std::fabs(value) < 9007199254740992.0) {
-    const std::string text(buffer, shortest.ptr);
+    std::string text(buffer, shortest.ptr);
     const std::size_t point = text.find('.');
     if (point == std::string::npos) return text + ".0";
     const std::size_t digits = text.size() - (value < 0 ? 2 : 1);
