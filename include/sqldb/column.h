@@ -76,8 +76,10 @@ class SQLDB_EXPORT SQLColumnBase {
 template <typename T>
 struct ColumnTraits;
 
+/// The one type that the library brings.
 template <>
 struct SQLDB_EXPORT ColumnTraits<std::uint32_t> {
+  /// What the column's definition says: "INTEGER".
   static std::string SQLColumnTypeString();
 };
 
@@ -87,6 +89,7 @@ namespace sqldb {
 template <typename T, std::uint32_t Size, typename Traits>
 class SQLDB_EXPORT SQLColumnClass : public SQLColumnBase {
  public:
+  /// Remembers what SQLColumnBase does, with the SQL type that Traits say.
   SQLColumnClass(SQLTableClass* table, const std::string& name, bool canBeNull, bool isUnique, bool isPrimaryKey,
                  const std::string& collation)
       : SQLColumnBase(table, name, Traits::SQLColumnTypeString(), Size, canBeNull, isUnique, isPrimaryKey, collation) {}
@@ -121,9 +124,12 @@ class SQLDB_EXPORT AddColumnDefToQuery {
  public:
   /// REQUIRES: `stream` outlives the object.
   explicit AddColumnDefToQuery(std::ostream& stream);
+  /// Writes one definition.
   void operator()(boost::shared_ptr<sqldb::SQLColumnBase> column);
 
+  /// Where to; not owned.
   std::ostream& fStream;
+  /// False once one has been written.
   bool fFirst = true;
 };
 
@@ -132,8 +138,10 @@ class SQLDB_EXPORT PushColumn {
  public:
   /// REQUIRES: `columns` outlives the object.
   explicit PushColumn(std::vector<boost::shared_ptr<sqldb::SQLColumnBase>>& columns);
+  /// Appends one column.
   void operator()(const std::pair<const std::string, boost::shared_ptr<sqldb::SQLColumnBase>>& entry);
 
+  /// The list; not owned.
   std::vector<boost::shared_ptr<sqldb::SQLColumnBase>>& fColumns;
 };
 

@@ -91,13 +91,17 @@ struct ItemOffset {
 /// Where the result columns go: entry i belongs to result column i, in the order in which the columns were added to
 /// the select.
 struct SQLDB_EXPORT OffsetSpec {
+  /// No entries.
   OffsetSpec() = default;
+  /// Copies the entries.
   OffsetSpec(const OffsetSpec&) = default;
+  /// Takes the place of the entries.
   OffsetSpec& operator=(const OffsetSpec&) = default;
 
   /// Appends an entry: `byteOffset` bytes into buffer number `buffer`.
   void PushOffset(std::uint32_t byteOffset, std::uint16_t buffer);
 
+  /// The entries, one for each result column.
   std::vector<ItemOffset> fItems;
 };
 
@@ -128,6 +132,7 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
   bool fFinalized = true;
 
  protected:
+  /// Registers with `database`; see SQLCursorBase.
   SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
 
   /// So that no row allocates.

@@ -70,11 +70,13 @@ class SQLDB_EXPORT SQLDatabase {
   SQLDatabase(const SQLDatabase&) = delete;
   SQLDatabase& operator=(const SQLDatabase&) = delete;
 
-  /// Opens the file, creating it if it is missing. The three are one operation. An earlier connection is replaced
-  /// without being closed. Throws "Error encountered: N.\n" with SQLite's result code N; the object is then
-  /// unchanged, and the handle that SQLite may have made is left behind.
+  /// Opens the file, creating it if it is missing. An earlier connection is replaced without being closed. Throws
+  /// "Error encountered: N.\n" with SQLite's result code N; the object is then unchanged, and the handle that SQLite
+  /// may have made is left behind.
   void Create();
+  /// The same as Create.
   void Open();
+  /// The same as Create.
   void CommonOpen();
 
   /// Closes the connection and reports nothing. SQLite refuses while a statement is not finalized: `fIsOpen` is false
@@ -152,10 +154,10 @@ class SQLDB_EXPORT SQLDatabase {
   /// A new select over `table` that delivers at most `limit` rows, 0 meaning all. The caller owns it.
   boost::shared_ptr<SQLSelectClass> NewSelect(boost::shared_ptr<SQLTableClass> table, std::uint32_t limit);
 
-  /// Called by the destructors of selects and cursors to leave the lists below. While the database is being destroyed
-  /// they do nothing.
+  /// Called by the destructor of a select to leave the list below. Does nothing while the database is being destroyed.
   /// REQUIRES: the object is listed. Otherwise the last entry is taken off instead.
   void RemoveSelect(SQLSelectClass* select);
+  /// The same for a cursor.
   void RemoveCursor(SQLCursorBase* cursor);
 
   /// The connection, for SQLite's own functions; null until the first open. Stale after a Close.
@@ -164,8 +166,9 @@ class SQLDB_EXPORT SQLDatabase {
   std::string fPath;
   /// The tables made by NewTable, in that order.
   std::vector<boost::shared_ptr<SQLTableClass>> fTables;
-  /// The live selects and cursors, in order of construction; not owned.
+  /// The live selects, in order of construction; not owned.
   std::vector<SQLSelectClass*> fSelects;
+  /// The live cursors, in order of construction; not owned.
   std::vector<SQLCursorBase*> fCursors;
   /// How many BeginTransaction calls are not yet matched by an EndTransaction; negative after more ends than begins.
   std::int32_t fTransactionDepth = 0;

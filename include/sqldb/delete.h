@@ -22,6 +22,8 @@ class SQLTermBase;
 /// One DELETE statement.
 class SQLDB_EXPORT SQLDeleteClass {
  public:
+  /// A delete from `table` of the rows for which `term` holds, of all if it is null or empty; see
+  /// SQLTableClass::NewDelete.
   SQLDeleteClass(SQLDatabase* database, SQLTableClass& table, boost::shared_ptr<SQLTermBase> term);
   ~SQLDeleteClass();
 

@@ -33,6 +33,7 @@ class TextStream;
 /// REQUIRES: no entry of the lists is null.
 class SQLDB_EXPORT SQLInsertClass {
  public:
+  /// A statement on `table` without columns and values; see SQLTableClass::NewInsert.
   explicit SQLInsertClass(SQLTableClass& table);
 
   /// Leaves the table's list, if the table still lives.
@@ -73,6 +74,7 @@ class SQLDB_EXPORT SQLInsertClass {
 /// One REPLACE statement: a row that collides on a unique key is replaced.
 class SQLDB_EXPORT SQLReplaceClass : public SQLInsertClass {
  public:
+  /// A statement on `table` without columns and values; see SQLTableClass::NewReplace.
   explicit SQLReplaceClass(SQLTableClass& table);
   ~SQLReplaceClass() override;
 
@@ -92,6 +94,7 @@ class SQLDB_EXPORT SQLInsertBindingCallback : public sqldb::BindingCallback {
   /// Calls each value's BindingOpportunity, in order. Walks a copy of the list, which binding code may change.
   void BindingOpportunity(sqlite3_stmt* statement) const override;
 
+  /// The insert; not owned.
   sqldb::SQLInsertClass* fInsert;
 };
 
@@ -100,18 +103,24 @@ class SQLDB_EXPORT AddValueToQuery {
  public:
   /// REQUIRES: `stream` outlives the object.
   explicit AddValueToQuery(std::ostream* stream);
+  /// Prints one value.
   void operator()(boost::shared_ptr<sqldb::SQLValueBase> value);
 
+  /// Where to; not owned.
   std::ostream* fStream;
+  /// False once one has been printed.
   bool fFirst = true;
 };
 
 /// Offers a statement to values, one a call.
 class SQLDB_EXPORT PresentBindingOpportunity {
  public:
+  /// REQUIRES: `statement` outlives the object.
   explicit PresentBindingOpportunity(sqlite3_stmt* statement);
+  /// Calls the value's BindingOpportunity.
   void operator()(boost::shared_ptr<sqldb::SQLValueBase> value) const;
 
+  /// The statement; not owned.
   sqlite3_stmt* fStatement;
 };
 

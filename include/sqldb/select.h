@@ -27,6 +27,7 @@ class TextStream;
 
 /// One entry of an ORDER BY list.
 struct OrderItem {
+  /// What to sort by.
   boost::shared_ptr<SQLColumnBase> fColumn;
   /// Zero: descending.
   std::uint8_t fAscending = 1;
@@ -102,11 +103,14 @@ SQLDB_EXPORT boost::shared_ptr<SQLSelectClass>& operator<<(boost::shared_ptr<SQL
 /// Forwards each row to a cursor's ProcessRow, and shares the cursor's ownership.
 class SQLDB_EXPORT SelectCallback : public sqldb::QueryCallback {
  public:
+  /// Shares `cursor`.
   explicit SelectCallback(boost::shared_ptr<sqldb::SQLCursorBase> cursor);
   ~SelectCallback() override;
 
+  /// Returns what the cursor's ProcessRow returns.
   bool ProcessRow(sqlite3_stmt* statement) override;
 
+  /// What the rows go to.
   boost::shared_ptr<sqldb::SQLCursorBase> fCursor;
 };
 

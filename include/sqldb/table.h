@@ -87,16 +87,20 @@ class SQLDB_EXPORT SQLTableClass {
   /// CountRecords does.
   bool HasTerm(boost::shared_ptr<SQLTermBase> term);
 
-  /// A new statement on this table, owned by the caller and filed nowhere. It may outlive the table, but only to be
+  /// A new insert on this table, owned by the caller and filed nowhere. It may outlive the table, but only to be
   /// destroyed.
   boost::shared_ptr<SQLInsertClass> NewInsert();
+  /// A new replace, owned in the same way.
   boost::shared_ptr<SQLReplaceClass> NewReplace();
+  /// A new update, owned in the same way.
   boost::shared_ptr<SQLUpdateClass> NewUpdate();
+  /// A new delete of the rows for which `term` holds, owned in the same way.
   boost::shared_ptr<SQLDeleteClass> NewDelete(boost::shared_ptr<SQLTermBase> term);
 
-  /// Called by the destructors of the statements to leave the lists below. Do nothing if the statement is not listed
-  /// or the table is being destroyed.
+  /// Called by the destructor of an insert to leave the list below. Does nothing if it is not listed or the table is
+  /// being destroyed.
   void RemoveInsert(SQLInsertClass* statement);
+  /// The same for an update.
   void RemoveUpdate(SQLUpdateClass* statement);
 
   /// The database the table lives in; not owned.
@@ -107,9 +111,9 @@ class SQLDB_EXPORT SQLTableClass {
   bool fCreated = false;
   /// The columns by name.
   std::map<std::string, boost::shared_ptr<SQLColumnBase>> fColumns;
-  /// Statements that the application filed here; they live until RemoveInsert, RemoveUpdate or the table's end. The
-  /// library adds none.
+  /// Inserts that the application filed here; they live until RemoveInsert or the table's end. The library adds none.
   std::vector<boost::shared_ptr<SQLInsertClass>> fInserts;
+  /// The same for updates.
   std::vector<boost::shared_ptr<SQLUpdateClass>> fUpdates;
   /// The rank that the next column gets; wraps to 0 after 65,535.
   std::uint16_t fNextSerial = 0;
@@ -138,18 +142,24 @@ class SQLDB_EXPORT SQLTableClass {
 /// Finds a table by its exact name.
 class SQLDB_EXPORT TableNameIs {
  public:
+  /// Looks for `name`.
   explicit TableNameIs(const std::string& name);
+  /// True if the table has the name.
   bool operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const;
 
+  /// The name looked for.
   std::string fName;
 };
 
 /// Finds the shared pointer that holds a table object.
 class SQLDB_EXPORT TableClassIs {
  public:
+  /// Looks for `table`.
   explicit TableClassIs(sqldb::SQLTableClass* table);
+  /// True if the pointer holds the table.
   bool operator()(const boost::shared_ptr<sqldb::SQLTableClass>& table) const;
 
+  /// The table looked for; not owned.
   sqldb::SQLTableClass* fTable;
 };
 

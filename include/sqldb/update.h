@@ -23,6 +23,7 @@ class SQLValueBase;
 /// One UPDATE statement. Its values are printed and never bound.
 class SQLDB_EXPORT SQLUpdateClass {
  public:
+  /// A statement on `table` without columns, values and term; see SQLTableClass::NewUpdate.
   explicit SQLUpdateClass(SQLTableClass& table);
 
   /// Leaves the table's list, if the table still lives.
