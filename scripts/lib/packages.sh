@@ -44,6 +44,7 @@ has() {
     libsodium-dev) pkg-config --exists libsodium ;;
     libssl-dev) pkg-config --exists libcrypto ;;
     gnuplot-nox) command -v gnuplot >/dev/null ;;
+    graphviz) command -v dot >/dev/null ;;
     clang) command -v clang++ >/dev/null ;;
     libclang-rt-*) has_clang_runtime ;;
     llvm-*) has_llvm ;;
