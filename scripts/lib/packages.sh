@@ -32,6 +32,7 @@ has() {
     g++) command -v c++ >/dev/null ;;
     libsqlite3-dev) has_header sqlite3.h ;;
     libboost-dev) has_header boost/shared_ptr.hpp ;;
+    proj-data) [[ -e /usr/share/proj/proj.db ]] ;;
     libgtest-dev) has_header gtest/gtest.h ;;
     libgmock-dev) has_header gmock/gmock.h ;;
     libbenchmark-dev) has_header benchmark/benchmark.h ;;
@@ -106,7 +107,7 @@ install_build_packages() {
 }
 
 install_test_packages() {
-  install_build_packages libgtest-dev libgmock-dev pkg-config sqlite3
+  install_build_packages libgtest-dev libgmock-dev pkg-config sqlite3 proj-data
 }
 
 install_clang() {

@@ -1,22 +1,9 @@
 #include "support/fixtures.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <vector>
 
 namespace support {
-
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = std::filesystem::temp_directory_path() / "sqldb-test-XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
-  fPath = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(fPath, ignored);
-}
 
 OtherConnection::OtherConnection(const std::string& path) {
   CallRecorder::Pause pause;

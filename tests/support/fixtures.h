@@ -1,8 +1,8 @@
 #ifndef SQLDB_TESTS_FIXTURES_H
 #define SQLDB_TESTS_FIXTURES_H
 
-// What the tests of several subsystems need: a folder that goes away, a second connection to look at a file with, an
-// opened database, and terms and values as an application would write them.
+// What the tests of several subsystems need: a second connection to look at a file with, an opened database, and terms
+// and values as an application would write them.
 
 #include <cstdint>
 #include <ostream>
@@ -17,22 +17,9 @@
 
 #include "sqldb/sqldb.h"
 #include "support/call_recorder.h"
+#include "support/temporary_folder.h"
 
 namespace support {
-
-// A folder of its own, removed with all it holds.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string Path(const std::string& name) const { return fPath + "/" + name; }
-
- private:
-  std::string fPath;
-};
 
 // A connection that is not the library's and is never recorded: the other program that shares the file.
 class OtherConnection {
