@@ -217,7 +217,7 @@ What sqldb costs on top of the SQLite calls that it makes, beside other layers d
 names, which values that are made anew for each row draw anew. Each layer is used as its documentation recommends, on
 the same table in memory, in one open transaction; a run in which one layer does something else than the others fails.
 A statement is compiled for each execution, as sqldb does it, except in "insert, compiled once". Instructions are
-counted by Callgrind and repeat; times do not, by a few percent.
+counted by Callgrind; they differ by up to two percent from build to build, times by more.
 
 ## Goals
 
