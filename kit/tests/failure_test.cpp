@@ -360,6 +360,123 @@ TEST_F(FailureTest, ABusyWriteDoesNotKeepLaterOnesFromBeingCommitted) {
   EXPECT_THAT(Seen(), ElementsAre("2", "3"));
 }
 
+// The modules of SQLite compile statements of their own, and keep them.
+class ModuleTest : public FailureTest {
+ protected:
+  ModuleTest() : fOwn(DatabasePath(), false) {
+    fOther.Run("CREATE VIRTUAL TABLE notes USING fts5(text)");
+    fOther.Run("CREATE VIRTUAL TABLE boxes USING rtree(id, low, high)");
+    fOther.Run("INSERT INTO notes (rowid, text) VALUES (1, 'one word'), (2, 'a word')");
+    fOther.Run("INSERT INTO boxes VALUES (1, 1, 2)");
+    // Has none yet, unlike a connection that has made the tables.
+    fOwn.Open();
+  }
+  void SendOwn(const std::string& sql) { fOwn.SendQuery(sql, nullptr, nullptr); }
+  Error ErrorOfOwn(const std::string& sql) {
+    return ErrorOf([&] { kit::Run(fOwn, [&] { SendOwn(sql); }); });
+  }
+  // Close says nothing, but succeeds only if nothing is left.
+  void ExpectWorkingAndClosable() {
+    SendOwn("INSERT INTO notes (rowid, text) VALUES (5, 'new')");
+    SendOwn("INSERT INTO boxes VALUES (5, 1, 2)");
+    EXPECT_THAT(fOther.Run("SELECT rowid FROM notes WHERE notes MATCH 'new'"), ElementsAre("5"));
+    EXPECT_EQ(sqlite3_close(fOwn.fConnection), SQLITE_OK);
+    fOwn.fIsOpen = false;
+  }
+
+  SQLDatabase fOwn;
+};
+
+TEST_F(ModuleTest, WhatAModuleCompiledWhileAStepFailedIsSpared) {
+  EXPECT_STREQ(ErrorOfOwn("INSERT INTO notes (rowid, text) VALUES (1, 'again')").what(),
+               "UNIQUE constraint failed: notes_content.id");
+  EXPECT_EQ(ErrorOfOwn("INSERT INTO boxes VALUES (1, 5, 6)").Code(), SQLITE_CONSTRAINT);
+  ExpectWorkingAndClosable();
+}
+
+TEST_F(ModuleTest, WhatAModuleCompiledForATextThatDoesNotCompileIsSpared) {
+  EXPECT_STREQ(ErrorOfOwn("SELECT missing FROM boxes").what(), "no such column: missing");
+  ExpectWorkingAndClosable();
+}
+
+TEST_F(ModuleTest, WhatAModuleKeepsIsSparedWhenLeftoversAreReleased) {
+  SendOwn("INSERT INTO notes (rowid, text) VALUES (3, 'first')");
+  MessageOf([&] { SendOwn("INSERT INTO boxes VALUES (1, 5, 6)"); });
+  EXPECT_TRUE(ReleaseLeftovers(fOwn));
+  ExpectWorkingAndClosable();
+}
+
+TEST_F(ModuleTest, TheEndOfALeftoverMayBeThatOfWhatAModuleCompiledForIt) {
+  class Callback : public sqldb::QueryCallback {
+   public:
+    bool ProcessRow(sqlite3_stmt*) override { throw 5; }
+  };
+  Callback callback;
+  const auto search = [&] {
+    fOwn.SendQuery("SELECT * FROM notes WHERE notes MATCH 'word' ORDER BY rank", &callback, nullptr);
+  };
+  EXPECT_THROW(kit::Run(fOwn, search), int);
+  EXPECT_THROW(search(), int);
+  EXPECT_FALSE(ReleaseLeftovers(fOwn));
+  ExpectWorkingAndClosable();
+}
+
+TEST_F(ModuleTest, WhatServesACursorIsSpared) {
+  sqldb::OffsetSpec offsets;
+  offsets.PushOffset(0, 0);
+  const auto cursor = boost::make_shared<Cursor>(&fOwn, offsets);
+  cursor->fColumns = {boost::make_shared<sqldb::SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>>>(
+      nullptr, "rowid", false, false, false, "")};
+  cursor->PrepareToQuery("SELECT rowid FROM notes WHERE notes MATCH 'word' ORDER BY rowid");
+  std::uint32_t rowid = 0;
+  ASSERT_EQ(cursor->Step(rowid), 0);
+  EXPECT_FALSE(ReleaseLeftovers(fOwn));
+  ASSERT_EQ(cursor->Step(rowid), 0);
+  EXPECT_EQ(rowid, 2u);
+  EXPECT_EQ(cursor->Step(rowid), 1);
+}
+
+TEST_F(FailureTest, ALeftoverOnARowIsReleasedWhateverTextItHas) {
+  class Callback : public sqldb::QueryCallback {
+   public:
+    bool ProcessRow(sqlite3_stmt*) override { throw 5; }
+  };
+  Callback callback;
+  for (const char* const sql : {"SELECT '.'", "SELECT 'a','.b'", "SELECT ('.c')", "SELECT 'd' LIKE '.'"}) {
+    EXPECT_THROW(kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, &callback, nullptr); }), int);
+    EXPECT_EQ(Unfinalized(), 0) << sql;
+  }
+}
+
+TEST_F(FailureTest, BlobHandlesAreSpared) {
+  Send("INSERT INTO t VALUES ('abc')");
+  sqlite3_blob* blob = nullptr;
+  ASSERT_EQ(sqlite3_blob_open(fDatabase.fConnection, "main", "t", "a", 1, 0, &blob), SQLITE_OK);
+  EXPECT_FALSE(ReleaseLeftovers(fDatabase));
+  char bytes[3] = {};
+  EXPECT_EQ(sqlite3_blob_read(blob, bytes, 3, 0), SQLITE_OK);
+  EXPECT_EQ(std::string(bytes, 3), "abc");
+  EXPECT_EQ(sqlite3_blob_close(blob), SQLITE_OK);
+}
+
+TEST_F(FailureTest, WhatWasNeverRunIsKnownByItsNamedParameter) {
+  class Refusing : public sqldb::BindingCallback {
+   public:
+    void BindingOpportunity(sqlite3_stmt*) const override { throw 5; }
+  };
+  Refusing refusing;
+  const auto send = [&](const std::string& sql) {
+    EXPECT_THROW(kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, nullptr, &refusing); }), int);
+  };
+  send("INSERT INTO t VALUES (:1)");
+  send("INSERT INTO t VALUES ($one)");
+  EXPECT_EQ(Unfinalized(), 0);
+  send("INSERT INTO t VALUES (?1)");
+  send("DELETE FROM t");
+  ASSERT_EQ(Unfinalized(), 2);
+  while (sqlite3_stmt* const statement = sqlite3_next_stmt(fDatabase.fConnection, nullptr)) sqlite3_finalize(statement);
+}
+
 TEST_F(FailureTest, ADatabaseThatIsNotOpenFailsAsTheLibraryDoes) {
   SQLDatabase database(DatabasePath(), false);
   const auto run = [&] { kit::Run(database, [&] { database.SendQuery("SELECT 1", nullptr, nullptr); }); };

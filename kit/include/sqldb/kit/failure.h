@@ -10,10 +10,12 @@
 //   }
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <vector>
 
@@ -44,13 +46,13 @@ class SQLDB_EXPORT Error : public std::runtime_error {
 
 namespace detail {
 
-/// Sorted.
-using Statements = std::vector<const sqlite3_stmt*>;
+using Statements = std::vector<sqlite3_stmt*>;
 
 inline void Sort(Statements& statements) { std::sort(statements.begin(), statements.end(), std::less<>()); }
 
-inline bool Contains(const Statements& statements, const sqlite3_stmt* statement) {
-  return std::binary_search(statements.begin(), statements.end(), statement, std::less<>());
+/// REQUIRES: `sorted` is.
+inline bool Contains(const Statements& sorted, sqlite3_stmt* statement) {
+  return std::binary_search(sorted.begin(), sorted.end(), statement, std::less<>());
 }
 
 inline Statements HeldByCursors(const SQLDatabase& database) {
@@ -66,28 +68,41 @@ inline Statements HeldByCursors(const SQLDatabase& database) {
 /// Null unless the database is open: its own pointer is stale after a Close.
 inline sqlite3* ConnectionOf(const SQLDatabase& database) { return database.fIsOpen ? database.fConnection : nullptr; }
 
-/// Shows `visit` each statement of the connection that no live cursor holds, the latest first. `visit` may finalize it.
-template <typename Visit>
-void VisitUnheld(const SQLDatabase& database, Visit visit) {
-  sqlite3* const connection = ConnectionOf(database);
-  if (connection == nullptr) return;
-  sqlite3_stmt* statement = sqlite3_next_stmt(connection, nullptr);
-  // So that it costs one call where there is nothing.
-  if (statement == nullptr) return;
-  const Statements held = HeldByCursors(database);
-  while (statement != nullptr) {
-    sqlite3_stmt* const next = sqlite3_next_stmt(connection, statement);
-    if (!Contains(held, statement)) visit(statement);
-    statement = next;
-  }
-}
-
-/// Not those of cursors, which may be finalized meanwhile, and their addresses used again.
+/// The statements of the connection that no live cursor holds, the latest first. Not those of cursors, which may be
+/// finalized meanwhile, and their addresses used again.
 inline Statements Unheld(const SQLDatabase& database) {
   Statements unheld;
-  VisitUnheld(database, [&](const sqlite3_stmt* statement) { unheld.push_back(statement); });
-  Sort(unheld);
+  sqlite3* const connection = ConnectionOf(database);
+  if (connection == nullptr) return unheld;
+  sqlite3_stmt* statement = sqlite3_next_stmt(connection, nullptr);
+  // So that it costs one call where there is nothing.
+  if (statement == nullptr) return unheld;
+  const Statements held = HeldByCursors(database);
+  for (; statement != nullptr; statement = sqlite3_next_stmt(connection, statement)) {
+    if (!Contains(held, statement)) unheld.push_back(statement);
+  }
   return unheld;
+}
+
+inline bool IsAlive(sqlite3* connection, sqlite3_stmt* wanted) {
+  sqlite3_stmt* statement = sqlite3_next_stmt(connection, nullptr);
+  while (statement != nullptr && statement != wanted) statement = sqlite3_next_stmt(connection, statement);
+  return statement != nullptr;
+}
+
+/// As the modules of SQLite write it, full-text search for instance: 'main'.'notes_content'.
+inline bool NamesSchemaInQuotes(std::string_view sql) {
+  for (std::size_t end = sql.find("'."); end != std::string_view::npos; end = sql.find("'.", end + 1)) {
+    const std::size_t begin = sql.find_last_of("' ,(|", end - 1);
+    if (begin != std::string_view::npos && sql[begin] == '\'') return true;
+  }
+  return false;
+}
+
+/// As the values of an insert have it, ":12".
+inline bool HasNamedParameter(sqlite3_stmt* statement) {
+  const char* const name = sqlite3_bind_parameter_name(statement, 1);
+  return name != nullptr && *name != '?';
 }
 
 /// What the connection reported last.
@@ -96,12 +111,23 @@ inline Error LastReport(const SQLDatabase& database) {
   return Error(sqlite3_errmsg(connection), sqlite3_extended_errcode(connection));
 }
 
+/// REQUIRES: `spared` is sorted.
 inline std::optional<Error> Release(SQLDatabase& database, const Statements& spared) {
   std::optional<Error> latest;
-  VisitUnheld(database, [&](sqlite3_stmt* statement) {
-    if (Contains(spared, statement)) return;
-    if (sqlite3_finalize(statement) != SQLITE_OK && !latest) latest = LastReport(database);
-  });
+  for (sqlite3_stmt* const statement : Unheld(database)) {
+    // The end of one may be that of what a module compiled for it.
+    if (Contains(spared, statement) || !IsAlive(database.fConnection, statement)) continue;
+    // The one inside a blob handle has no text.
+    const char* const sql = sqlite3_sql(statement);
+    if (sql == nullptr) continue;
+    // What a module keeps for itself is idle, or stands on a row while the statement runs that it serves.
+    if (sqlite3_data_count(statement) > 0 && NamesSchemaInQuotes(sql)) continue;
+    const bool isRunning = sqlite3_stmt_busy(statement) != 0;
+    const bool hasFailed = sqlite3_reset(statement) != SQLITE_OK;
+    if (hasFailed && !latest) latest = LastReport(database);
+    // The last for those that were never run, since a value could not be bound.
+    if (isRunning || hasFailed || HasNamedParameter(statement)) sqlite3_finalize(statement);
+  }
   return latest;
 }
 
@@ -127,13 +153,16 @@ inline Error Telling(SQLDatabase& database, const Statements& spared, const std:
 /// a write that found the file busy keeps the connection from ever committing or closing; finalizing it undoes what
 /// was written outside a transaction since. Returns what SQLite reports about the latest statement that had failed;
 /// nothing if none had. Does nothing on a database that is not open.
-/// REQUIRES: the connection has no statements that the application compiled itself, and no query is running: neither
-/// ProcessRow nor BindingOpportunity nor the callbacks of InsertMany call this.
+///
+/// A statement that was never run, because its binding threw, is known by a parameter with a name, as in an insert of
+/// bound values; another such one stays. So do blob handles and the statements that SQLite's modules keep for
+/// themselves. REQUIRES: the connection has no statements that the application compiled itself, and no query is
+/// running: neither ProcessRow nor BindingOpportunity nor the callbacks of InsertMany call this.
 inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return detail::Release(database, {}); }
 
-/// Calls `action` and returns what it returns. If it throws, the statements that it left behind are finalized at once,
-/// and what the library reports as std::runtime_error is thrown as Error instead. Anything else passes unchanged,
-/// classes derived from std::runtime_error included.
+/// Calls `action` and returns what it returns. If it throws, the statements that it left behind are finalized at once
+/// as ReleaseLeftovers does it, and what the library reports as std::runtime_error is thrown as Error instead. Anything
+/// else passes unchanged, classes derived from std::runtime_error included.
 ///
 /// Statements that were there before stay. Calls may be nested.
 /// REQUIRES: the database outlives the call. `action` finalizes no statement that the application compiled itself
@@ -141,7 +170,8 @@ inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return det
 /// itself leaves behind what SQLDatabase::SendQuery says, unless it came out of a Run of its own.
 template <typename Action>
 auto Run(SQLDatabase& database, Action action) -> decltype(action()) {
-  const detail::Statements before = detail::Unheld(database);
+  detail::Statements before = detail::Unheld(database);
+  detail::Sort(before);
   try {
     return action();
   } catch (const std::runtime_error& failure) {
