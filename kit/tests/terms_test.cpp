@@ -181,6 +181,20 @@ TEST(TermsTest, NarrowColumnIsNotComparedWithAnotherNumberThanTheOneGiven) {
   EXPECT_EQ((ColumnName<std::uint64_t>("n") == std::uint64_t{9223372036854775807U}).Text(), "n = 9223372036854775807");
 }
 
+TEST(TermsTest, IntegerColumnIsComparedWithAnyNumberAsItIs) {
+  enum Unscoped { kThree = 3 };
+  EXPECT_EQ((kId < 1.5).Text(), "id < 1.5");
+  EXPECT_EQ((kId < 1.5F).Text(), "id < 1.5");
+  EXPECT_EQ((kId > -std::numeric_limits<double>::infinity()).Text(), "id > -9e999");
+  EXPECT_EQ((kId == kThree).Text(), "id = 3");
+  EXPECT_EQ((kId == true).Text(), "id = 1");
+  EXPECT_EQ((ColumnName<std::uint64_t>("n") == -1).Text(), "n = -1");
+  EXPECT_EQ(In(kId, {0.5, 2.5}).Text(), "id IN (0.5, 2.5)");
+  EXPECT_EQ(Between(kId, 0.5, 2).Text(), "id BETWEEN 0.5 AND 2");
+  EXPECT_THROW(static_cast<void>(kId == std::uint64_t{9223372036854775808U}), std::range_error);
+  EXPECT_THROW(static_cast<void>(kId == std::numeric_limits<double>::quiet_NaN()), std::domain_error);
+}
+
 TEST(TermsTest, CharactersAreComparedWithTextsOfAnyLength) {
   const ColumnName<char[4]> code("code");
   EXPECT_EQ((code == "ab").Text(), "code = 'ab'");
@@ -205,7 +219,23 @@ TEST(TermsTest, ComparisonThrowsWhatTheTypeThrows) {
 TEST(TermsTest, NameOfAColumnMayBeAnyExpression) {
   const ColumnName<std::int64_t> length("length(name)");
   EXPECT_EQ(length.Name(), "length(name)");
-  EXPECT_EQ((length > 3).Text(), "length(name) > 3");
+  EXPECT_EQ((length > 3).Text(), "(length(name)) > 3");
+  const ColumnName<bool> either("a OR b");
+  EXPECT_EQ((either == true).Text(), "(a OR b) = 1");
+  EXPECT_EQ((ColumnName<bool>("c") == either).Text(), "c = (a OR b)");
+  EXPECT_EQ(IsNull(either).Text(), "(a OR b) IS NULL");
+  EXPECT_EQ(Like(either, "1").Text(), "(a OR b) LIKE '1'");
+  EXPECT_EQ(In(either, {true}).Text(), "(a OR b) IN (1)");
+  EXPECT_EQ(Between(either, false, true).Text(), "(a OR b) BETWEEN 0 AND 1");
+}
+
+TEST(TermsTest, NamesStayAsTheyAre) {
+  for (const char* const name : {"azAZ09", "main.parts.id_2", "gr\u00f6\u00dfe"}) {
+    EXPECT_EQ(IsNull(ColumnName<int>(name)).Text(), name + std::string(" IS NULL"));
+  }
+  for (const char* const other : {"a+b", "a-b", "a b", "\"a\"", "a/b", "a:b", "a@b", "a[b", "a`b", "a{b"}) {
+    EXPECT_EQ(IsNull(ColumnName<int>(other)).Text(), "(" + std::string(other) + ") IS NULL");
+  }
 }
 
 // --- Functions -------------------------------------------------------------------------------------------------------
@@ -282,6 +312,7 @@ TEST_F(TermsInStatementsTest, ComparisonsSelectWhatTheySay) {
   EXPECT_THAT(IdsOf(kPrice == std::numeric_limits<double>::infinity()), ElementsAre("-9223372036854775808"));
   EXPECT_THAT(IdsOf(kName == "it's"), ElementsAre("3"));
   EXPECT_THAT(IdsOf(kWeight == kPrice), ElementsAre("3"));
+  EXPECT_THAT(IdsOf(kId < 1.5), ElementsAre("1", "-9223372036854775808"));
 }
 
 TEST_F(TermsInStatementsTest, NullComparesToNothing) {

@@ -11,6 +11,7 @@
 // Values become literals, so that no input reaches SQL unquoted. Every operand is in parentheses. An empty term
 // vanishes from a combination: a filter that the user left out needs no case of its own.
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -100,6 +101,32 @@ class Characters {
 template <>
 struct Type<Characters> : Type<std::string> {};
 
+/// What a column of integers is compared with: a number of any type, as it is. Throws std::range_error for an integer
+/// outside 64 bits with a sign, and std::domain_error for NaN.
+class Number {
+ public:
+  template <typename T, typename = std::enable_if_t<std::is_scalar_v<T> && std::is_convertible_v<T, std::int64_t>>>
+  Number(T number) {
+    if constexpr (std::is_floating_point_v<T>) {
+      fLiteral = detail::RealLiteral(static_cast<double>(number));
+    } else if constexpr (detail::kIsInteger<T>) {
+      fLiteral = Type<T>::Literal(number);
+    } else {
+      fLiteral = Type<std::int64_t>::Literal(number);
+    }
+  }
+
+  const std::string& Literal() const { return fLiteral; }
+
+ private:
+  std::string fLiteral;
+};
+
+template <>
+struct Type<Number> {
+  static std::string Literal(const Number& number) { return number.Literal(); }
+};
+
 namespace detail {
 
 template <typename T, typename = void>
@@ -108,10 +135,10 @@ struct OperandOf {
 };
 template <typename T>
 struct OperandOf<std::optional<T>> : OperandOf<T> {};
-// As wide as can be, so that no number is taken for another.
+// Not T, so that no number is taken for another.
 template <typename T>
-struct OperandOf<T, std::enable_if_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))>> {
-  using type = std::int64_t;
+struct OperandOf<T, std::enable_if_t<kIsInteger<T>>> {
+  using type = Number;
 };
 template <std::size_t N>
 struct OperandOf<char[N]> {
@@ -128,7 +155,7 @@ using Operand = typename OperandOf<T>::type;
 
 }  // namespace detail
 
-/// The name of a column, or any SQL expression, whose values are of type T.
+/// The name of a column, or any SQL expression, whose values are of type T. Terms put all but a name in parentheses.
 template <typename T>
 class ColumnName {
  public:
@@ -142,8 +169,17 @@ class ColumnName {
 
 namespace detail {
 
+/// A name as it is, any other expression in parentheses: whatever it is made of then stays together.
+inline std::string Grouped(const std::string& expression) {
+  const auto isOfName = [](unsigned char character) {
+    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'Z') ||
+           (character >= 'a' && character <= 'z') || character == '_' || character == '.' || character >= 0x80;
+  };
+  return std::all_of(expression.begin(), expression.end(), isOfName) ? expression : "(" + expression + ")";
+}
+
 inline Term Compare(const std::string& left, const char* operation, const std::string& right) {
-  return Term(TrustedSql{left + operation + right});
+  return Term(TrustedSql{Grouped(left) + operation + right});
 }
 
 template <typename T>
@@ -181,39 +217,39 @@ Term operator>=(const ColumnName<T>& column, const detail::Operand<T>& value) {
 
 template <typename T, typename U>
 Term operator==(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " = ", b.Name());
+  return detail::Compare(a.Name(), " = ", detail::Grouped(b.Name()));
 }
 template <typename T, typename U>
 Term operator!=(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " <> ", b.Name());
+  return detail::Compare(a.Name(), " <> ", detail::Grouped(b.Name()));
 }
 template <typename T, typename U>
 Term operator<(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " < ", b.Name());
+  return detail::Compare(a.Name(), " < ", detail::Grouped(b.Name()));
 }
 template <typename T, typename U>
 Term operator<=(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " <= ", b.Name());
+  return detail::Compare(a.Name(), " <= ", detail::Grouped(b.Name()));
 }
 template <typename T, typename U>
 Term operator>(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " > ", b.Name());
+  return detail::Compare(a.Name(), " > ", detail::Grouped(b.Name()));
 }
 template <typename T, typename U>
 Term operator>=(const ColumnName<T>& a, const ColumnName<U>& b) {
-  return detail::Compare(a.Name(), " >= ", b.Name());
+  return detail::Compare(a.Name(), " >= ", detail::Grouped(b.Name()));
 }
 
 template <typename T>
 Term IsNull(const ColumnName<T>& column) {
-  return Term(TrustedSql{column.Name() + " IS NULL"});
+  return Term(TrustedSql{detail::Grouped(column.Name()) + " IS NULL"});
 }
 
 /// SQL's LIKE: % stands for any text, _ for one character, without regard to the case of ASCII letters. With `escape`,
 /// that character before a % or _ makes it stand for itself; see EscapedForLike.
 template <typename T>
 Term Like(const ColumnName<T>& column, const std::string& pattern, std::optional<char> escape = std::nullopt) {
-  std::string text = column.Name() + " LIKE " + Type<std::string>::Literal(pattern);
+  std::string text = detail::Grouped(column.Name()) + " LIKE " + Type<std::string>::Literal(pattern);
   if (escape) text += " ESCAPE " + Type<std::string>::Literal(std::string(1, *escape));
   return Term(TrustedSql{std::move(text)});
 }
@@ -237,14 +273,15 @@ Term In(const ColumnName<T>& column, const Values& values) {
     if (!list.empty()) list += ", ";
     list += Type<detail::Operand<T>>::Literal(operand);
   }
-  return Term(TrustedSql{column.Name() + " IN (" + list + ")"});
+  return Term(TrustedSql{detail::Grouped(column.Name()) + " IN (" + list + ")"});
 }
 
 /// Both bounds included.
 template <typename T>
 Term Between(const ColumnName<T>& column, const detail::Operand<T>& low, const detail::Operand<T>& high) {
   using Literals = Type<detail::Operand<T>>;
-  return Term(TrustedSql{column.Name() + " BETWEEN " + Literals::Literal(low) + " AND " + Literals::Literal(high)});
+  return Term(TrustedSql{detail::Grouped(column.Name()) + " BETWEEN " + Literals::Literal(low) + " AND " +
+                         Literals::Literal(high)});
 }
 
 }  // namespace sqldb::kit
