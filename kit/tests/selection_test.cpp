@@ -11,6 +11,7 @@
 
 #include "one_row.h"
 #include "sqldb/kit/table.h"
+#include "support/allocations.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -339,6 +340,16 @@ TEST_F(SelectionTest, ClosedDatabaseIsAnError) {
   Table<Part> parts(closed, "parts", kId, kName, kPrice);
   EXPECT_THROW(parts.Select().First(), Error);
   EXPECT_THAT(closed.fCursors, IsEmpty());
+}
+
+TEST_F(SelectionTest, ARowAllocatesNothing) {
+  const Parts parts = fParts.Select();
+  std::int64_t sum = 0;
+  auto row = parts.begin();
+  const support::AllocationCount count;
+  for (; row != parts.end(); ++row) sum += row->id;
+  EXPECT_EQ(count.Count(), 0u);
+  EXPECT_EQ(sum, 15);
 }
 
 }  // namespace

@@ -117,17 +117,18 @@ class Selection {
     explicit Iterator(boost::shared_ptr<Rows> rows) : fRows(std::move(rows)) { Advance(); }
 
     void Advance() {
-      const auto rows = std::move(fRows);
-      const bool isAtEnd = Run(rows->fDatabase, [&rows] {
-        try {
-          return rows->fCursor->Step(rows->fRecord) != 0;
-        } catch (...) {
-          // Finalizes the statement, and only then SQLite tells what was wrong.
+      auto rows = std::move(fRows);
+      bool isAtEnd = true;
+      try {
+        isAtEnd = rows->fCursor->Step(rows->fRecord) != 0;
+      } catch (...) {
+        // Only now, so that a row costs nothing. SQLite tells what was wrong once the statement is finalized.
+        Run(rows->fDatabase, [&rows] {
           rows->fCursor.reset();
           throw;
-        }
-      });
-      if (!isAtEnd) fRows = rows;
+        });
+      }
+      if (!isAtEnd) fRows = std::move(rows);
     }
 
     boost::shared_ptr<Rows> fRows;
