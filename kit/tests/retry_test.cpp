@@ -9,6 +9,22 @@
 
 #include "kit_test.h"
 
+namespace application {
+
+// Of the name of one of the kit's own.
+template <typename Action>
+void Run(sqldb::SQLDatabase&, Action) {
+  ADD_FAILURE();
+}
+
+struct Write {
+  void operator()() const { ++*fCalls; }
+
+  int* fCalls;
+};
+
+}  // namespace application
+
 namespace {
 
 using kit_test::ErrorOf;
@@ -221,7 +237,7 @@ TEST_F(KitRetryTest, OtherFailuresAreThrownAtOnce) {
   EXPECT_THAT(fPauses, IsEmpty());
 }
 
-TEST_F(KitRetryTest, AChangedSchemaIsReadOnceMoreAndAtOnce) {
+TEST_F(KitRetryTest, AChangedSchemaIsReadAgainUpToTenTimesAndAtOnce) {
   fOther.Run("CREATE TABLE u (b)");
   Patience patience = WithoutTime();
   patience.attempts = 1;
@@ -243,8 +259,15 @@ TEST_F(KitRetryTest, AChangedSchemaIsReadOnceMoreAndAtOnce) {
   Change change(fOther);
   const auto write = [&] { fDatabase.SendQuery("DELETE FROM t", nullptr, &change); };
   EXPECT_EQ(ErrorOf([&] { RetryWhileBusy(fDatabase, write, patience); }).Code(), SQLITE_SCHEMA);
-  EXPECT_EQ(change.fTries, 2);
+  EXPECT_EQ(change.fTries, 11);
   EXPECT_THAT(fPauses, IsEmpty());
+}
+
+TEST_F(KitRetryTest, AnActionOfAnApplicationWithARunOfItsOwnIsCalled) {
+  int calls = 0;
+  RetryWhileBusy(fDatabase, application::Write{&calls});
+  InTransaction(fDatabase, application::Write{&calls});
+  EXPECT_EQ(calls, 2);
 }
 
 TEST_F(KitRetryTest, NothingIsRepeatedInsideATransaction) {

@@ -84,16 +84,20 @@ inline bool IsFileBusy(const Error& error) {
 
 inline bool IsInTransaction(const SQLDatabase& database) { return database.fTransactionDepth > 0 || !IsOver(database); }
 
+/// How often something is repeated because the schema has changed. Several processes that set up one file may change it
+/// several times in a row; an action that changes it under its own statement always does.
+constexpr int kSchemaChanges = 10;
+
 template <typename Action>
 auto RetryWhileBusy(SQLDatabase& database, Action action, Waiting& waiting) -> decltype(action()) {
-  bool knowsSchema = false;
+  int schemaChanges = 0;
   while (true) {
     try {
-      return Run(database, std::ref(action));
+      return kit::Run(database, std::ref(action));
     } catch (const Error& error) {
       if (IsInTransaction(database)) throw;
-      if (error.Code() == SQLITE_SCHEMA && !knowsSchema) {
-        knowsSchema = true;
+      if (error.Code() == SQLITE_SCHEMA && schemaChanges < kSchemaChanges) {
+        ++schemaChanges;
       } else if (!IsFileBusy(error) || !waiting.Pause()) {
         throw;
       }
@@ -117,8 +121,8 @@ inline void CommitWhileBusy(Transaction& transaction, Waiting& waiting) {
 
 /// Calls `action` with Run until it does not find the file busy, with growing pauses, and returns what it returns.
 /// What a failed try left behind is finalized before the pause, so that nothing that is written later is lost. Throws
-/// the Error of the last try when `patience` ends; any other failure at once. Repeats once, and at once, after
-/// SQLITE_SCHEMA: another connection has changed the schema since this one read it.
+/// the Error of the last try when `patience` ends; any other failure at once. Repeats up to ten times, and at once,
+/// after SQLITE_SCHEMA: another connection has changed the schema since this one read it.
 ///
 /// Repeats nothing inside a transaction, but throws at once: another transaction may be waiting for a lock that this
 /// one holds, and goes on waiting as long as this one is open. What has to be rolled back and repeated is the whole
@@ -147,10 +151,10 @@ auto InTransaction(SQLDatabase& database, Action action, const Patience& patienc
   const auto tryOnce = [&]() -> decltype(action()) {
     Transaction transaction(database, WriteLock::kAtOnce);
     if constexpr (std::is_void_v<decltype(action())>) {
-      Run(database, std::ref(action));
+      kit::Run(database, std::ref(action));
       detail::CommitWhileBusy(transaction, waiting);
     } else {
-      decltype(action()) result = Run(database, std::ref(action));
+      decltype(action()) result = kit::Run(database, std::ref(action));
       detail::CommitWhileBusy(transaction, waiting);
       return result;
     }
