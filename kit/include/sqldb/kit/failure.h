@@ -147,6 +147,27 @@ inline Error Telling(SQLDatabase& database, const Statements& spared, const std:
   return Error(message, message == sqlite3_errstr(SQLITE_BUSY) ? SQLITE_BUSY : SQLITE_ERROR);
 }
 
+inline Statements SortedUnheld(const SQLDatabase& database) {
+  Statements unheld = Unheld(database);
+  Sort(unheld);
+  return unheld;
+}
+
+/// Ends a Run whose action threw. Not in Run itself, of which a program has many.
+/// REQUIRES: an exception is being handled.
+[[noreturn]] inline void ReleaseAndRethrow(SQLDatabase& database, const Statements& before) {
+  try {
+    throw;
+  } catch (const std::runtime_error& failure) {
+    if (typeid(failure) == typeid(std::runtime_error)) throw Telling(database, before, failure);
+    Release(database, before);
+    throw;
+  } catch (...) {
+    Release(database, before);
+    throw;
+  }
+}
+
 }  // namespace detail
 
 /// Finalizes the statements that failed queries left behind, and spares those that live step cursors hold. Left alone,
@@ -170,17 +191,11 @@ inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return det
 /// itself leaves behind what SQLDatabase::SendQuery says, unless it came out of a Run of its own.
 template <typename Action>
 auto Run(SQLDatabase& database, Action action) -> decltype(action()) {
-  detail::Statements before = detail::Unheld(database);
-  detail::Sort(before);
+  const detail::Statements before = detail::SortedUnheld(database);
   try {
     return action();
-  } catch (const std::runtime_error& failure) {
-    if (typeid(failure) == typeid(std::runtime_error)) throw detail::Telling(database, before, failure);
-    detail::Release(database, before);
-    throw;
   } catch (...) {
-    detail::Release(database, before);
-    throw;
+    detail::ReleaseAndRethrow(database, before);
   }
 }
 
