@@ -442,7 +442,8 @@ TEST_F(FailureTest, ALeftoverOnARowIsReleasedWhateverTextItHas) {
     bool ProcessRow(sqlite3_stmt*) override { throw 5; }
   };
   Callback callback;
-  for (const char* const sql : {"SELECT '.'", "SELECT 'a','.b'", "SELECT ('.c')", "SELECT 'd' LIKE '.'"}) {
+  for (const char* const sql :
+       {"SELECT '.'", "SELECT\n'.'", "SELECT 'a','.b'", "SELECT ('.c')", "SELECT 'd' LIKE '.'"}) {
     EXPECT_THROW(kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, &callback, nullptr); }), int);
     EXPECT_EQ(Unfinalized(), 0) << sql;
   }

@@ -114,8 +114,10 @@ inline Error LastReport(const SQLDatabase& database) {
 /// REQUIRES: `spared` is sorted.
 inline std::optional<Error> Release(SQLDatabase& database, const Statements& spared) {
   std::optional<Error> latest;
-  for (sqlite3_stmt* const statement : Unheld(database)) {
-    // The end of one may be that of what a module compiled for it.
+  const Statements unheld = Unheld(database);
+  // The earliest first: its end may be that of what a module compiled for it.
+  for (auto entry = unheld.rbegin(); entry != unheld.rend(); ++entry) {
+    sqlite3_stmt* const statement = *entry;
     if (Contains(spared, statement) || !IsAlive(database.fConnection, statement)) continue;
     // The one inside a blob handle has no text.
     const char* const sql = sqlite3_sql(statement);
@@ -124,7 +126,7 @@ inline std::optional<Error> Release(SQLDatabase& database, const Statements& spa
     if (sqlite3_data_count(statement) > 0 && NamesSchemaInQuotes(sql)) continue;
     const bool isRunning = sqlite3_stmt_busy(statement) != 0;
     const bool hasFailed = sqlite3_reset(statement) != SQLITE_OK;
-    if (hasFailed && !latest) latest = LastReport(database);
+    if (hasFailed) latest = LastReport(database);
     // The last for those that were never run, since a value could not be bound.
     if (isRunning || hasFailed || HasNamedParameter(statement)) sqlite3_finalize(statement);
   }
