@@ -1,9 +1,26 @@
 #include "support/fixtures.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <vector>
 
 namespace support {
+
+namespace {
+
+// SQLite keeps the module after the connection that loaded it has gone.
+void LoadModule(const char* path) {
+  const CallRecorder::Pause pause;
+  sqlite3* connection = nullptr;
+  if (sqlite3_open(":memory:", &connection) != SQLITE_OK) throw std::runtime_error("cannot open a database in memory");
+  sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
+  const int result = sqlite3_load_extension(connection, path, nullptr, nullptr);
+  sqlite3_close(connection);
+  if (result != SQLITE_OK) throw std::runtime_error(std::string("cannot load ") + path);
+}
+
+}  // namespace
 
 OtherConnection::OtherConnection(const std::string& path) {
   CallRecorder::Pause pause;
@@ -43,6 +60,18 @@ int FinalizeLeftovers(sqlite3* connection) {
     ++count;
   }
   return count;
+}
+
+std::string DatabaseTest::DatabasePath() const {
+  std::string path = fFolder.Path("test.db");
+  if (const char* const elsewhere = std::getenv("SQLDB_TEST_DATABASES")) {
+    static const bool isLoaded = (LoadModule(std::getenv("SQLDB_TEST_MODULE")), true);
+    static_cast<void>(isLoaded);
+    const std::string name = std::filesystem::path(path).parent_path().filename();
+    path = elsewhere;
+    path.replace(path.find('%'), 1, name);
+  }
+  return path;
 }
 
 DatabaseTest::DatabaseTest() : fDatabase(DatabasePath(), false) {

@@ -55,12 +55,15 @@ std::string MessageOf(Action action) {
 
 // An open database with a file of its own. At the end of the test whatever failed queries left behind is finalized, so
 // that the close is accepted and nothing leaks.
+//
+// The file lies in a folder that goes away or, if the environment has SQLDB_TEST_DATABASES, at that URI, with the
+// folder's name in place of "%": "file:pool:/%.db?vfs=ceph". What SQLite is to load first is in SQLDB_TEST_MODULE.
 class DatabaseTest : public ::testing::Test {
  protected:
   DatabaseTest();
   ~DatabaseTest() override;
 
-  std::string DatabasePath() const { return fFolder.Path("test.db"); }
+  std::string DatabasePath() const;
   // Runs `sql` on the database's own connection, unrecorded, and returns its rows.
   std::vector<std::string> Rows(const std::string& sql) { return RowsOf(fDatabase.fConnection, sql); }
   // A registered table with the 32-bit integer columns named, created in the file, unrecorded.
