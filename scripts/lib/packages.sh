@@ -44,6 +44,8 @@ has() {
     libglib2.0-dev) pkg-config --exists glib-2.0 ;;
     libsodium-dev) pkg-config --exists libsodium ;;
     libssl-dev) pkg-config --exists libcrypto ;;
+    ceph-common) command -v ceph >/dev/null && command -v rados >/dev/null ;;
+    libsqlite3-mod-ceph) [[ -n $(ceph_module) ]] ;;
     gnuplot-nox) command -v gnuplot >/dev/null ;;
     graphviz) command -v dot >/dev/null ;;
     clang) command -v clang++ >/dev/null ;;
@@ -56,6 +58,14 @@ has() {
 # Qt's driver for SQLite is loaded while the program runs.
 has_qt_driver() {
   [[ -e "$(pkg-config --variable=libdir Qt6Core 2>/dev/null)/qt6/plugins/sqldrivers/libqsqlite.so" ]]
+}
+
+# The module that lets SQLite keep databases in a Ceph cluster; empty if there is none.
+ceph_module() {
+  local candidate
+  for candidate in /usr/lib/*/libcephsqlite.so /usr/lib{64,}/libcephsqlite.so /usr/local/lib/libcephsqlite.so; do
+    [[ ! -e $candidate ]] || { printf '%s' "$candidate" && return; }
+  done
 }
 
 give_up() {
