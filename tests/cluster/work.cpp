@@ -107,20 +107,6 @@ void Write(const std::string& path, std::uint32_t writer, std::uint32_t count) {
   std::cout << "wrote\n";
 }
 
-void Hold(const std::string& path, std::uint32_t writer, std::uint32_t count) {
-  OpenDatabase database(path);
-  // So small that most of what is written reaches the file, and has to be taken back from there.
-  database.SendQuery("PRAGMA cache_size = 5", nullptr, nullptr);
-  Work work(database);
-  database.BeginTransaction();
-  for (std::uint32_t step = 1; step <= count; ++step) work.Insert(writer, step);
-  std::cout << "holding\n";
-  WaitForInput();
-  // Says more about a failure than the core may.
-  sqldb::kit::Run(database, [&] { database.EndTransaction(true, false); });
-  std::cout << "committed\n";
-}
-
 void Look(const std::string& path) {
   OpenDatabase database(path);
   std::cout << Answer(database,
@@ -135,6 +121,25 @@ void Look(const std::string& path) {
                    database,
                    "SELECT count(*) FROM work AS a JOIN work AS b ON b.rowid = a.rowid + 1 WHERE a.writer <> b.writer")
             << "\n";
+}
+
+void Hold(const std::string& path, std::uint32_t writer, std::uint32_t count) {
+  try {
+    OpenDatabase database(path);
+    // So small that most of what is written reaches the file, and has to be taken back from there.
+    database.SendQuery("PRAGMA cache_size = 5", nullptr, nullptr);
+    Work work(database);
+    database.BeginTransaction();
+    for (std::uint32_t step = 1; step <= count; ++step) work.Insert(writer, step);
+    std::cout << "holding\n";
+    WaitForInput();
+    // Says more about a failure than the core may.
+    sqldb::kit::Run(database, [&] { database.EndTransaction(true, false); });
+    std::cout << "committed\n";
+  } catch (const sqldb::kit::Error& error) {
+    std::cout << "failed: " << error.what() << "\n";
+    Look(path);
+  }
 }
 
 }  // namespace cluster
