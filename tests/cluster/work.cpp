@@ -1,6 +1,7 @@
 #include "work.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <iostream>
 
@@ -108,6 +109,7 @@ void Write(const std::string& path, std::uint32_t writer, std::uint32_t count) {
 }
 
 void Look(const std::string& path) {
+  const double start = Now();
   OpenDatabase database(path);
   std::cout << Answer(database,
                       "SELECT ifnull(group_concat(found, '; '), 'nothing') FROM (SELECT 'writer ' || writer || ': ' || "
@@ -120,26 +122,21 @@ void Look(const std::string& path) {
             << Answer(
                    database,
                    "SELECT count(*) FROM work AS a JOIN work AS b ON b.rowid = a.rowid + 1 WHERE a.writer <> b.writer")
-            << "\n";
+            << "\nanswered after " << std::lround((Now() - start) / 1000) << "\n";
 }
 
 void Hold(const std::string& path, std::uint32_t writer, std::uint32_t count) {
-  try {
-    OpenDatabase database(path);
-    // So small that most of what is written reaches the file, and has to be taken back from there.
-    database.SendQuery("PRAGMA cache_size = 5", nullptr, nullptr);
-    Work work(database);
-    database.BeginTransaction();
-    for (std::uint32_t step = 1; step <= count; ++step) work.Insert(writer, step);
-    std::cout << "holding\n";
-    WaitForInput();
-    // Says more about a failure than the core may.
-    sqldb::kit::Run(database, [&] { database.EndTransaction(true, false); });
-    std::cout << "committed\n";
-  } catch (const sqldb::kit::Error& error) {
-    std::cout << "failed: " << error.what() << "\n";
-    Look(path);
-  }
+  OpenDatabase database(path);
+  // So small that most of what is written reaches the file, and has to be taken back from there.
+  database.SendQuery("PRAGMA cache_size = 5", nullptr, nullptr);
+  Work work(database);
+  database.BeginTransaction();
+  for (std::uint32_t step = 1; step <= count; ++step) work.Insert(writer, step);
+  std::cout << "holding\n";
+  WaitForInput();
+  // Says more about a failure than the core may.
+  sqldb::kit::Run(database, [&] { database.EndTransaction(true, false); });
+  std::cout << "committed\n";
 }
 
 }  // namespace cluster

@@ -47,7 +47,7 @@ void Write(const std::string& path, std::uint32_t writer, std::uint32_t count);
 /// Writes `count` rows of `writer` in one transaction, says so, and waits for a line of input before it commits. If
 /// that fails, opens the database again and tells what is there.
 void Hold(const std::string& path, std::uint32_t writer, std::uint32_t count);
-/// Tells what is there.
+/// Tells what is there, and how many seconds it had to wait for that.
 void Look(const std::string& path);
 /// Copies the database `from` to `to`.
 void Backup(const std::string& from, const std::string& to);
