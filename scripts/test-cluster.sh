@@ -321,6 +321,7 @@ install_missing ceph-mon ceph-osd ceph-common libsqlite3-mod-ceph
 module=$(ceph_module)
 
 step "Build"
+mkdir -p build
 {
   cmake --preset release && cmake --build --preset release --parallel "$(nproc)" \
     --target catalog sqldb_tests sqldb_kit_tests sqldb_cluster_probe

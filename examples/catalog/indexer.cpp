@@ -92,19 +92,8 @@ class Indexer {
 
   void WriteRows() {
     if (fRows.empty()) return;
-    kit::InsertMany(fStore.fDatabase, "REPLACE INTO files (path, size, modified, kind, head) VALUES (?, ?, ?, ?, ?)",
-                    fRows, Bind);
+    fStore.fFiles.ReplaceMany(fRows);
     fRows.clear();
-  }
-
-  static void Bind(sqlite3_stmt* statement, const FileRow& row) {
-    for (const int result :
-         {kit::Type<std::string>::Bind(statement, 1, row.fPath), kit::Type<std::int64_t>::Bind(statement, 2, row.fSize),
-          kit::Type<std::int64_t>::Bind(statement, 3, row.fModified),
-          kit::Type<std::string>::Bind(statement, 4, row.fKind),
-          kit::Type<kit::EncodedBytes>::Bind(statement, 5, row.fHead)}) {
-      if (result != SQLITE_OK) throw std::runtime_error(sqlite3_errstr(result));
-    }
   }
 
   // Nobody can tell what became of the entries at and below `path`: they stay.

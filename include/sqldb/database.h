@@ -5,7 +5,8 @@
 // SQLite through it.
 //
 // Order of calls: construct, Open, make tables and selects, work, Close or destroy. A database and everything made
-// from it are used by one thread at a time; nothing is locked.
+// from it are used by one thread at a time; nothing is locked. Cursors and values of all databases draw their numbers
+// from one counter each, so that they are made by one thread at a time in the whole process.
 
 #include <cstdint>
 #include <string>
@@ -100,7 +101,7 @@ class SQLDB_EXPORT SQLDatabase {
   /// Close is then refused. If it found the file busy or `callback` threw, the connection also keeps the lock of what
   /// it runs next, so that no other connection can commit, and if it was a write, commits nothing outside a transaction
   /// from then on, without a further error, until the application finalizes it (sqlite3_next_stmt on `fConnection`
-  /// finds it; spare those of living cursors). Do so at once: outside a transaction, finalizing a write that found the
+  /// finds it; spare those of living cursors, and those that SQLite's modules such as full-text search keep there). Do so at once: outside a transaction, finalizing a write that found the
   /// file busy undoes what was written since.
   ///
   /// After another connection has changed the schema, the next statement fails with "SQL logic error" and does nothing;

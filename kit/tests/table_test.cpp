@@ -230,6 +230,44 @@ TEST_F(TableTest, FailedReplaceIsAnErrorAndTheNextOneWorks) {
   EXPECT_THAT(Content(), ElementsAre("1|bolt|2.0", "2|nut|NULL"));
 }
 
+TEST_F(TableTest, InsertManyWritesAllByOneStatement) {
+  fParts.Create();
+  const std::vector<Part> parts{{1, "it's", 0.25}, {2, "nut", {}}, {kSmallest, "", 1e300}};
+  CallRecorder recorder;
+  EXPECT_EQ(fParts.InsertMany(parts), 3U);
+  EXPECT_THAT(recorder.Sql(), ElementsAre("BEGIN IMMEDIATE TRANSACTION", "COMMIT TRANSACTION"));
+  EXPECT_THAT(Content(), ElementsAre(std::to_string(kSmallest) + "||1.0e+300", "1|it's|0.25", "2|nut|NULL"));
+}
+
+TEST_F(TableTest, InsertManyObeysItsOptions) {
+  fParts.Create();
+  const std::vector<Part> parts{{1, "a", {}}, {2, "b", {}}, {3, "c", {}}};
+  sqldb::kit::BulkOptions options;
+  options.batch = 2;
+  options.progress = [](std::size_t) { return false; };
+  EXPECT_EQ(fParts.InsertMany(parts, options), 2U);
+  EXPECT_EQ(fParts.Count(), 2U);
+}
+
+TEST_F(TableTest, InsertManyFailsOnACollisionAndReplaceManyDoesNot) {
+  CreateAndFill();
+  const std::vector<Part> parts{{3, "screw", {}}, {9, "nut", 2.0}};
+  EXPECT_EQ(MessageOf([&] { fParts.InsertMany(parts); }), "UNIQUE constraint failed: parts.name");
+  EXPECT_THAT(Content(), ElementsAre("1|bolt|0.25", "2|nut|NULL"));
+  EXPECT_EQ(fParts.ReplaceMany(parts), 2U);
+  EXPECT_THAT(Content(), ElementsAre("1|bolt|0.25", "3|screw|NULL", "9|nut|2.0"));
+}
+
+TEST_F(TableTest, InsertManyThrowsWhatCannotBeBound) {
+  fParts.Create();
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_THROW(fParts.InsertMany(std::vector<Part>{{1, "a", nan}}), std::domain_error);
+  sqlite3_limit(fDatabase.fConnection, SQLITE_LIMIT_LENGTH, 100);
+  const std::vector<Part> tooLong{{1, "a", {}}, {2, std::string(101, 'x'), {}}};
+  EXPECT_EQ(MessageOf([&] { fParts.InsertMany(tooLong); }), "string or blob too big");
+  EXPECT_EQ(fParts.Count(), 0U);
+}
+
 struct Numbered {
   std::optional<std::int64_t> id;
   std::string name;

@@ -25,6 +25,7 @@
 
 namespace sqldb::kit {
 
+/// How InsertMany goes about it.
 struct BulkOptions {
   /// How many rows are committed together; 0 for all of them.
   std::size_t batch = 1000;

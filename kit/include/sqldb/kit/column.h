@@ -15,7 +15,9 @@ namespace sqldb::kit {
 
 /// What a column is besides its type. It is NOT NULL unless its type is std::optional.
 struct ColumnOptions {
+  /// The rows are told apart by it.
   bool isPrimaryKey = false;
+  /// No two rows have the same value.
   bool isUnique = false;
   /// Empty for SQLite's own, BINARY.
   std::string collation;
@@ -26,6 +28,7 @@ struct ColumnOptions {
 template <typename T>
 class Column : public SQLColumnBase {
  public:
+  /// `name` is written into SQL as it stands.
   explicit Column(const std::string& name, const ColumnOptions& options = {})
       : SQLColumnBase(nullptr, name, Type<T>::kSql, sizeof(T), kIsOptional<T>, options.isUnique, options.isPrimaryKey,
                       options.collation) {}

@@ -30,6 +30,7 @@ namespace sqldb::kit {
 template <typename Record, typename T>
 class Field : public ColumnName<T> {
  public:
+  /// Neither unique nor a key.
   Field(std::string name, T Record::*member) : ColumnName<T>(std::move(name)), fMember(member) {}
 
   /// The same field, as one that no two rows have in common.
@@ -53,7 +54,9 @@ class Field : public ColumnName<T> {
     return field;
   }
 
+  /// Where the value is.
   T Record::*Member() const { return fMember; }
+  /// What the column is besides its type.
   const ColumnOptions& Options() const { return fOptions; }
 
  private:
@@ -69,6 +72,7 @@ Field<Record, T> Key(std::string name, T Record::*member) {
 
 /// An entry of the SET list of an update.
 struct Assignment {
+  /// The column.
   std::string name;
   /// SQL that evaluates to the new value.
   std::string sql;

@@ -34,6 +34,7 @@ struct Patience {
   /// The first pause, and what the pauses grow to: each may be twice as long as the one before. Between half of that
   /// and all of it, at random, so that those who wait for one another do not stay in step.
   std::chrono::microseconds firstPause{200};
+  /// See firstPause.
   std::chrono::microseconds longestPause{20000};
   /// Waits for the time given. What it throws ends the trying, and passes through. Empty: the thread sleeps.
   std::function<void(std::chrono::microseconds)> pause;

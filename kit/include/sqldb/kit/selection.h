@@ -30,7 +30,9 @@ namespace sqldb::kit {
 
 /// One entry of an order.
 struct Order {
+  /// A column, or any expression.
   std::string name;
+  /// From the smallest value to the largest, NULL first.
   bool isAscending = true;
 };
 
@@ -46,8 +48,11 @@ Order Descending(const ColumnName<T>& column) {
 /// What a select reads a record from.
 template <typename Record>
 struct RecordSource {
+  /// The core's table.
   boost::shared_ptr<SQLTableClass> table;
+  /// One for each field.
   std::vector<boost::shared_ptr<SQLColumnBase>> columns;
+  /// Where the fields are in a record.
   OffsetSpec offsets;
 };
 
@@ -56,6 +61,7 @@ struct RecordSource {
 template <typename Record>
 class Selection {
  public:
+  /// See Table::Select.
   Selection(boost::shared_ptr<const RecordSource<Record>> source, Term term)
       : fSource(std::move(source)), fTerm(std::move(term)) {}
 
@@ -64,6 +70,7 @@ class Selection {
   Selection OrderBy(const ColumnName<T>& column) && {
     return std::move(*this).OrderBy(Ascending(column));
   }
+  /// Orders by `order`, after the orders given before.
   Selection OrderBy(Order order) && {
     fOrder.push_back(std::move(order));
     return std::move(*this);
@@ -153,6 +160,7 @@ class Selection {
     });
     return Iterator(rows);
   }
+  /// Behind the last row.
   Iterator end() const { return Iterator(); }
 
   /// All rows, in order.

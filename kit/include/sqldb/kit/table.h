@@ -23,6 +23,7 @@
 
 #include "sqldb/database.h"
 #include "sqldb/insert.h"
+#include "sqldb/kit/bulk.h"
 #include "sqldb/kit/failure.h"
 #include "sqldb/kit/field.h"
 #include "sqldb/kit/selection.h"
@@ -75,6 +76,7 @@ class Table {
     if (!exists.value) Create();
   }
 
+  /// Drops the table in the file. The object stays usable: Create brings the table back.
   void Drop() {
     Run(fDatabase, [this] { fTable->Drop(); });
   }
@@ -90,6 +92,19 @@ class Table {
 
   /// The same, but a row with the same key, or the same value of a unique field, is replaced.
   std::int64_t Replace(const Record& record) { return Write(*fReplace, record); }
+
+  /// Inserts all of `records`, a range of them, by one statement and in batches, and returns how many those were; see
+  /// kit::InsertMany for transactions, progress and failures.
+  template <typename Records>
+  std::size_t InsertMany(const Records& records, const BulkOptions& options = {}) {
+    return WriteMany("INSERT", records, options);
+  }
+
+  /// The same, but each row replaces those that Replace would.
+  template <typename Records>
+  std::size_t ReplaceMany(const Records& records, const BulkOptions& options = {}) {
+    return WriteMany("REPLACE", records, options);
+  }
 
   /// Gives the row that has the record's key the record's values. Returns false if there is no such row, or if the
   /// key is empty.
@@ -130,6 +145,7 @@ class Table {
     return Changes();
   }
 
+  /// Deletes every row.
   void DeleteAll() {
     Run(fDatabase, [this] { fTable->DeleteRecords(nullptr); });
   }
@@ -202,6 +218,27 @@ class Table {
     statement.fQuery.str("");
     Run(fDatabase, [&] { statement.PerformInsert(false); });
     return sqlite3_last_insert_rowid(fDatabase.fConnection);
+  }
+
+  template <typename Records>
+  std::size_t WriteMany(const char* verb, const Records& records, const BulkOptions& options) {
+    std::string names;
+    std::string parameters;
+    for (const auto& slot : fSlots) {
+      const char* const separator = names.empty() ? "" : ", ";
+      names += separator + slot->Column()->fName;
+      parameters += std::string(separator) + "?";
+    }
+    const std::string sql =
+        std::string(verb) + " INTO " + fTable->fName + " (" + names + ") VALUES (" + parameters + ")";
+    const auto bind = [this](sqlite3_stmt* statement, const Record& record) {
+      int parameter = 0;
+      for (const auto& slot : fSlots) {
+        const int result = slot->Bind(statement, ++parameter, record);
+        if (result != SQLITE_OK) throw std::runtime_error(sqlite3_errstr(result));
+      }
+    };
+    return kit::InsertMany(fDatabase, sql, records, bind, options);
   }
 
   SQLDatabase& fDatabase;

@@ -53,20 +53,26 @@ class Term {
  public:
   /// None.
   Term() = default;
+  /// A condition that the program wrote.
   explicit Term(TrustedSql sql) : fText(std::move(sql.text)) {}
 
+  /// True for none.
   bool IsEmpty() const { return fText.empty(); }
 
   /// The condition without a leading blank.
   const std::string& Text() const { return fText; }
 
+  /// As the core takes it.
   operator boost::shared_ptr<SQLTermBase>() const {
     if (IsEmpty()) return SQLEmptyTerm::EmptyTerm;
     return boost::make_shared<detail::TextTerm>(fText);
   }
 
+  /// Both; an empty one vanishes.
   friend Term operator&&(const Term& a, const Term& b) { return Combine(a, " AND ", b); }
+  /// One at least; an empty one vanishes.
   friend Term operator||(const Term& a, const Term& b) { return Combine(a, " OR ", b); }
+  /// Not so; none if `a` is empty.
   friend Term operator!(const Term& a) { return a.IsEmpty() ? a : Term(TrustedSql{"NOT (" + a.fText + ")"}); }
 
  private:
@@ -85,13 +91,16 @@ inline Term Where(Term term) { return term; }
 /// What a column of characters is compared with: a text of any length.
 class Characters {
  public:
+  /// Any bytes.
   Characters(std::string text) : fText(std::move(text)) {}
   /// Up to the zero bytes at their end, as they are stored.
   template <std::size_t N>
   Characters(const char (&characters)[N]) : fText(detail::Unfilled(characters, N)) {}
+  /// The same.
   template <std::size_t N>
   Characters(const std::array<char, N>& characters) : fText(detail::Unfilled(characters.data(), N)) {}
 
+  /// The text.
   operator const std::string&() const { return fText; }
 
  private:
@@ -105,6 +114,7 @@ struct Type<Characters> : Type<std::string> {};
 /// outside 64 bits with a sign, and std::domain_error for NaN.
 class Number {
  public:
+  /// Takes enumerations, too.
   template <typename T, typename = std::enable_if_t<std::is_scalar_v<T> && std::is_convertible_v<T, std::int64_t>>>
   Number(T number) {
     if constexpr (std::is_floating_point_v<T>) {
@@ -116,6 +126,7 @@ class Number {
     }
   }
 
+  /// The number in SQL.
   const std::string& Literal() const { return fLiteral; }
 
  private:
@@ -159,8 +170,10 @@ using Operand = typename OperandOf<T>::type;
 template <typename T>
 class ColumnName {
  public:
+  /// REQUIRES: `name` is SQL, never input.
   explicit ColumnName(std::string name) : fName(std::move(name)) {}
 
+  /// As it was given.
   const std::string& Name() const { return fName; }
 
  private:

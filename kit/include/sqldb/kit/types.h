@@ -45,9 +45,12 @@ using Blob = std::vector<unsigned char>;
 
 /// Bytes that are stored as text, by sqlite_encode_binary.
 struct EncodedBytes {
+  /// As they are, not encoded.
   std::vector<unsigned char> bytes;
 
+  /// The same bytes.
   friend bool operator==(const EncodedBytes& a, const EncodedBytes& b) { return a.bytes == b.bytes; }
+  /// Other bytes.
   friend bool operator!=(const EncodedBytes& a, const EncodedBytes& b) { return !(a == b); }
 };
 
@@ -312,13 +315,17 @@ struct Type<std::optional<T>> {
 /// The type without std::optional.
 template <typename T>
 struct WithoutOptional {
+  /// T.
   using type = T;
 };
+/// The type inside.
 template <typename T>
 struct WithoutOptional<std::optional<T>> {
+  /// T.
   using type = T;
 };
 
+/// Whether NULL is told apart.
 template <typename T>
 constexpr bool kIsOptional = !std::is_same_v<T, typename WithoutOptional<T>::type>;
 

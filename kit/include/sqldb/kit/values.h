@@ -25,6 +25,7 @@ using Value = boost::shared_ptr<SQLValueBase>;
 
 /// An SQL text that the program wrote: it goes into statements as it stands, so no part of it may be input.
 struct TrustedSql {
+  /// An expression, or a condition.
   std::string text;
 };
 
@@ -32,6 +33,7 @@ struct TrustedSql {
 template <typename T>
 class BoundValue : public SQLValueBase {
  public:
+  /// Draws the parameter.
   explicit BoundValue(T value) : fValue(std::move(value)) { RememberParameterName(); }
 
   std::ostream& Print(std::ostream& stream) const override { return stream << GetParameterName(); }
@@ -45,12 +47,14 @@ class BoundValue : public SQLValueBase {
     if (result != SQLITE_OK) throw std::runtime_error(sqlite3_errstr(result));
   }
 
+  /// What is bound.
   T fValue;
 };
 
 /// A value that prints `text`.
 class PrintedValue : public SQLValueBase {
  public:
+  /// REQUIRES: `text` is SQL, never input.
   explicit PrintedValue(std::string text) : fText(std::move(text)) {}
 
   std::ostream& Print(std::ostream& stream) const override { return stream << fText; }
