@@ -46,6 +46,9 @@ has() {
     libssl-dev) pkg-config --exists libcrypto ;;
     ceph-common) command -v ceph >/dev/null && command -v rados >/dev/null ;;
     libsqlite3-mod-ceph) [[ -n $(ceph_module) ]] ;;
+    libsqlcipher-dev) pkg-config --exists sqlcipher ;;
+    zlib1g-dev) pkg-config --exists zlib ;;
+    dpkg-dev) command -v dpkg-shlibdeps >/dev/null ;;
     gnuplot-nox) command -v gnuplot >/dev/null ;;
     graphviz) command -v dot >/dev/null ;;
     clang) command -v clang++ >/dev/null ;;
@@ -133,3 +136,9 @@ install_benchmark_packages() {
 
 # The tools that read Clang's coverage. After install_clang.
 install_llvm() { install_missing "llvm-$(clang_version)"; }
+
+# What makes and tries the packages. SQLite's own pkg-config file names zlib for static programs.
+install_packaging_packages() {
+  install_build_packages pkg-config zlib1g-dev dpkg-dev file lintian
+  ((EUID != 0)) || install_missing debootstrap
+}

@@ -1,0 +1,190 @@
+#!/usr/bin/env bash
+# Takes the library into use in every way that README.md shows under "Linking it", with the lines that stand there, each in
+# an empty directory: the README's program must build and print what it should. Goes on after a failure.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+exec </dev/null
+
+usage() {
+  cat <<'END'
+usage: scripts/test-packages.sh
+
+Installs what is missing and makes the archive of the sources. Builds and runs a program with what that archive gives:
+  an installation that was moved, shared and static, found with CMake and with pkg-config
+  the Debian packages, in a bare system, which is made in build/bare and kept; only as root
+  the sources, added to the program's own build, as a folder and as an archive
+END
+}
+
+case ${1-} in
+  "") ;;
+  -h | --help)
+    usage
+    exit
+    ;;
+  *)
+    usage >&2
+    exit 2
+    ;;
+esac
+
+install_packaging_packages
+top=$PWD
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# For all that cmake builds.
+CMAKE_BUILD_PARALLEL_LEVEL=$(nproc)
+export CMAKE_BUILD_PARALLEL_LEVEL
+
+# block TEXT: the first block in README.md after the line that begins with TEXT.
+block() {
+  awk -v text="$1" '
+    index($0, text) == 1 { on = 1 }
+    on && /^```/ { if (inside) exit; inside = 1; next }
+    inside { print; some = 1 }
+    END { exit !some }' "$top/README.md"
+}
+
+failed=()
+# try WAY FUNCTION [ARGUMENT...]: calls the function in a new directory and prints one line; its output only if it fails.
+try() {
+  local way=$1 start=$SECONDS result="ok"
+  mkdir "$work/way"
+  # Not called in a condition, where its errors would not end it.
+  (cd "$work/way" && "${@:2}") >"$work/log" 2>&1 &
+  if ! wait $!; then
+    result="FAILED"
+    failed+=("$way")
+    cat "$work/log" >&2
+  fi
+  printf '%-6s %3d s  %s\n' "$result" "$((SECONDS - start))" "$way"
+  rm -rf "$work/way"
+}
+
+expect_bolt() {
+  local output
+  output=$("$@")
+  [[ $output == bolt ]] || give_up "The program prints '$output'."
+}
+
+# What a user writes: a program, and for CMake the lines of README.md that begin with TEXT.
+write_program() { block '# sqldb' >program.cpp; }
+write_project() {
+  write_program
+  printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(your_program LANGUAGES CXX)' \
+    'add_executable(your_program program.cpp)' "$(block "$1")" >CMakeLists.txt
+}
+
+build_project() {
+  cmake -S . -B build "$@"
+  cmake --build build
+  expect_bolt build/your_program
+}
+
+make_archive() {
+  cmake -S "$top" -B build -DSQLDB_BUILD_TESTS=OFF -DSQLDB_BUILD_EXAMPLES=OFF
+  cmake --build build --target package_source
+  mv build/sqldb-*.tar.gz "$work/sqldb.tar.gz"
+  tar -tzf "$work/sqldb.tar.gz" >files
+  if grep -E '^[^/]*/(build|\.git)(/|$)' files; then give_up "The archive holds what is not source."; fi
+  mkdir "$work/sqldb"
+  tar -xzf "$work/sqldb.tar.gz" -C "$work/sqldb" --strip-components=1
+}
+
+# make_installation NAME [OPTION...]
+make_installation() {
+  local commands
+  cp -r "$work/sqldb" .
+  commands=$(block '**An installation**')
+  commands=${commands/-S sqldb/-S sqldb ${*:2}}
+  bash -euc "${commands//\/opt\/sqldb/$PWD/made}"
+  # Nothing may lead back to where it was made.
+  rm -r sqldb build
+  mv made "$work/$1"
+}
+
+use_find_package() {
+  write_project '**find_package**'
+  build_project -DCMAKE_PREFIX_PATH="$work/$1"
+}
+
+# use_pkg_config NAME [OPTION...]
+use_pkg_config() {
+  local command
+  write_program
+  command=$(block '**pkg-config**')
+  command=${command/pkg-config/pkg-config ${*:2}}
+  bash -euc "${command//\/opt\/sqldb/$work/$1}"
+  LD_LIBRARY_PATH=$work/$1/lib expect_bolt ./program
+}
+
+use_add_subdirectory() {
+  write_project '**add_subdirectory**'
+  cp -r "$work/sqldb" .
+  build_project
+}
+
+use_fetch_content() {
+  write_project '**FetchContent**'
+  cp "$work/sqldb.tar.gz" .
+  build_project
+}
+
+make_debian_packages() {
+  cp -r "$work/sqldb" .
+  bash -euc "$(block '**Debian packages**' | grep -v apt-get)"
+  lintian --allow-root --fail-on error,warning sqldb/*.deb
+  mkdir "$work/debian"
+  mv sqldb/*.deb "$work/debian"
+}
+
+# The release of Debian or Ubuntu that runs here, with a compiler and CMake and nothing else.
+make_bare_system() {
+  local release
+  release=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
+  rm -rf "$top/build/bare.part"
+  mkdir -p "$top/build"
+  debootstrap --variant=minbase --include=g++,make,cmake "$release" "$top/build/bare.part"
+  mv "$top/build/bare.part" "$top/build/bare"
+}
+
+use_debian_packages() {
+  local root=$PWD/root commands
+  cp -a "$top/build/bare" "$root"
+  mkdir "$root/root/sqldb" "$root/root/project"
+  cp "$work"/debian/*.deb "$root/root/sqldb"
+  (cd "$root/root/project" && write_project '**find_package**')
+  commands=$(block '**Debian packages**' | grep apt-get)
+  commands=${commands/sudo apt-get/apt-get -q -y --no-install-recommends}
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 \
+    ${http_proxy+http_proxy="$http_proxy"} \
+    chroot "$root" bash -euc "cd /root && apt-get -q update && $commands
+      cmake -S project -B build && cmake --build build && build/your_program >printed"
+  [[ $(<"$root/root/printed") == bolt ]]
+}
+
+try "the archive of the sources" make_archive
+[[ -d $work/sqldb ]] || exit 1
+try "an installation, made and moved" make_installation shared
+try "find_package" use_find_package shared
+try "pkg-config" use_pkg_config shared
+try "a static installation, made and moved" make_installation static -DBUILD_SHARED_LIBS=OFF
+try "find_package, static" use_find_package static
+try "pkg-config, static" use_pkg_config static --static
+try "add_subdirectory" use_add_subdirectory
+try "FetchContent" use_fetch_content
+try "the Debian packages, as lintian wants them" make_debian_packages
+if ((EUID != 0)); then
+  printf 'SKIPPED       the Debian packages in a bare system: only root can make one\n'
+else
+  [[ -d build/bare ]] || try "a bare system" make_bare_system
+  try "the Debian packages in a bare system" use_debian_packages
+fi
+
+if ((${#failed[@]} > 0)); then
+  printf '\nFAILED: %s\n' "${failed[@]}" >&2
+  exit 1
+fi
+printf '\nThe library can be used in all these ways (%d s).\n' "$SECONDS"
