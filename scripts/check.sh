@@ -20,8 +20,10 @@ Installs what is missing, then runs each PART of
   coverage  all lines and branches of the library and of the kit are run by their unit tests
   chars     the unit tests with signed and unsigned char, and overflow that stops the program
   valgrind  the unit tests under Valgrind
+  engines   the tests on SQLCipher, another library with SQLite's interface
+  packages  the library in every way that README.md shows, see scripts/test-packages.sh
   bench     every measurement once, without regard to the time, and the allocations of each operation
-Without PART: all but bench.
+Without PART: all but packages and bench.
 END
 }
 
@@ -32,10 +34,10 @@ case ${1-} in
     ;;
 esac
 parts=("$@")
-((${#parts[@]} > 0)) || parts=(faults fuzz coverage chars valgrind)
+((${#parts[@]} > 0)) || parts=(faults fuzz coverage chars valgrind engines)
 for part in "${parts[@]}"; do
   case $part in
-    faults | fuzz | coverage | chars | valgrind | bench) ;;
+    faults | fuzz | coverage | chars | valgrind | engines | packages | bench) ;;
     *)
       usage >&2
       exit 2
@@ -46,6 +48,7 @@ done
 install_test_packages
 install_clang
 install_missing valgrind
+if [[ " ${parts[*]} " == *" engines "* ]]; then install_missing libsqlcipher-dev; fi
 if [[ " ${parts[*]} " == *" bench "* ]]; then install_benchmark_packages; fi
 jobs=$(nproc)
 
@@ -98,6 +101,14 @@ run_valgrind() {
   # Without the hundreds of thousands of values, which the sanitizers see.
   under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_filter=-LiteralFuzzTest.*
 }
+
+# The program with the call recorder is one of them: it sees that the library calls this engine as it calls SQLite.
+run_engines() {
+  build sqlcipher
+  check "sqlcipher: test" ctest --preset sqlcipher --parallel "$jobs" --no-tests=error
+}
+
+run_packages() { check "packages" scripts/test-packages.sh; }
 
 run_bench() {
   build bench

@@ -12,7 +12,7 @@ usage() {
 usage: scripts/test-packages.sh
 
 Installs what is missing and makes the archive of the sources. Builds and runs a program with what that archive gives:
-  an installation that was moved, shared and static, found with CMake and with pkg-config
+  an installation that was moved, shared, static and on SQLCipher, found with CMake and with pkg-config
   the Debian packages, in a bare system, which is made in build/bare and kept; only as root
   the sources, added to the program's own build, as a folder and as an archive
 END
@@ -173,6 +173,9 @@ try "pkg-config" use_pkg_config shared
 try "a static installation, made and moved" make_installation static -DBUILD_SHARED_LIBS=OFF
 try "find_package, static" use_find_package static
 try "pkg-config, static" use_pkg_config static --static
+try "an installation on SQLCipher, made and moved" make_installation sqlcipher -DSQLDB_ENGINE=sqlcipher
+try "find_package, on SQLCipher" use_find_package sqlcipher
+try "pkg-config, on SQLCipher" use_pkg_config sqlcipher
 try "add_subdirectory" use_add_subdirectory
 try "FetchContent" use_fetch_content
 try "the Debian packages, as lintian wants them" make_debian_packages

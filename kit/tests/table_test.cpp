@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "one_row.h"
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -337,7 +338,7 @@ TEST_F(TableTest, FailedUpdateIsAnError) {
 TEST_F(TableTest, UpdateOfARecordWithoutAKeyIsAnError) {
   Table<Part> keyless(fDatabase, "parts", kName, kPrice);
   CreateAndFill();
-  EXPECT_EQ(MessageOf([&] { keyless.Update({1, "x", {}}); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { keyless.Update({1, "x", {}}); }), support::IncompleteInput("WHERE"));
   EXPECT_THAT(Content(), ElementsAre("1|bolt|0.25", "2|nut|NULL"));
 }
 
@@ -361,7 +362,7 @@ TEST_F(TableTest, AssignmentsAreSentInTheirOrder) {
 TEST_F(TableTest, UpdateWithAnEmptyTermIsAnErrorAndChangesNothing) {
   CreateAndFill();
   EXPECT_THROW(fParts.Update(Term(), {Set(kPrice, 1)}), Error);
-  EXPECT_EQ(MessageOf([this] { fParts.Update(Term(), {Set(kPrice, 1)}); }), "incomplete input");
+  EXPECT_EQ(MessageOf([this] { fParts.Update(Term(), {Set(kPrice, 1)}); }), support::IncompleteInput("WHERE"));
   EXPECT_THAT(Content(), ElementsAre("1|bolt|0.25", "2|nut|NULL"));
   EXPECT_EQ(fParts.Update(Term(TrustedSql{"1"}), {Set(kPrice, 1)}), 2);
 }

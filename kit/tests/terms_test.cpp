@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sqldb/kit/column.h"
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -336,6 +337,8 @@ TEST_F(TermsInStatementsTest, LikeDisregardsTheCaseAndHasWildcards) {
 
 TEST_F(TermsInStatementsTest, EscapedTextStandsForItself) {
   for (const char escape : {'\\', '!', '%', '_', '\''}) {
+    // Old engines take it for a wildcard all the same.
+    if (escape == '%' && support::IsOlderThan(3025000)) continue;
     SCOPED_TRACE(escape);
     EXPECT_THAT(IdsOf(Like(kName, EscapedForLike("10%", escape), escape)), IsEmpty());
     EXPECT_THAT(IdsOf(Like(kName, EscapedForLike("nut_a", escape), escape)), ElementsAre("4"));

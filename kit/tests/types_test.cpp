@@ -631,6 +631,8 @@ TEST_F(TypesTest, NullIsReadAsZeroOrEmptyIntoOtherTypes) {
 
 // --- Want of memory --------------------------------------------------------------------------------------------------
 
+#if SQLITE_VERSION_NUMBER >= 3031000
+
 // SQLite gets no memory beyond what it has while one lives.
 class NoMoreMemory {
  public:
@@ -651,6 +653,8 @@ TEST_F(TypesTest, TextThatSQLiteHasNoMemoryForIsBadAllocRatherThanEmpty) {
   const NoMoreMemory limit;
   EXPECT_THROW(row.ReadInto(value), std::bad_alloc);
 }
+
+#endif
 
 // --- A type of the application ---------------------------------------------------------------------------------------
 

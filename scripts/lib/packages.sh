@@ -139,6 +139,6 @@ install_llvm() { install_missing "llvm-$(clang_version)"; }
 
 # What makes and tries the packages. SQLite's own pkg-config file names zlib for static programs.
 install_packaging_packages() {
-  install_build_packages pkg-config zlib1g-dev dpkg-dev file lintian
+  install_build_packages pkg-config libsqlcipher-dev zlib1g-dev dpkg-dev file lintian
   ((EUID != 0)) || install_missing debootstrap
 }

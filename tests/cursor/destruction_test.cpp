@@ -20,6 +20,7 @@
 
 #include "sqldb/sqldb.h"
 #include "support/call_recorder.h"
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -35,7 +36,7 @@ using Cursor = sqldb::SQLStepCursor<std::uint32_t>;
 using CursorPointer = boost::shared_ptr<SQLCursorBase>;
 
 // The failing step's text, and the one that finalizing its statement adds.
-constexpr const char* kStepMessage = "SQL logic error";
+const std::string kStepMessage = support::LogicError();
 constexpr const char* kFinalizeMessage = "integer overflow";
 
 sqldb::OffsetSpec OneOffset() {

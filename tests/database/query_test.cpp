@@ -4,6 +4,7 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 using sqldb::BindingCallback;
@@ -309,14 +310,14 @@ TEST_F(QueryTest, WhatWasDoneBeforeAStepErrorStaysDone) {
   Send("CREATE TABLE items ( a INTEGER UNIQUE )");
   EXPECT_EQ(
       MessageOfSending("INSERT INTO items VALUES (1); INSERT INTO items VALUES (1); INSERT INTO items VALUES (3)"),
-      "SQL logic error");
+      support::LogicError());
   EXPECT_EQ(Leftovers(), 1);
   EXPECT_THAT(Rows("SELECT a FROM items"), ElementsAre("1"));
 }
 
 TEST_F(QueryTest, AStatementThatFailedToStepMakesSQLiteRefuseTheClose) {
   Send("CREATE TABLE items ( a INTEGER UNIQUE ); INSERT INTO items VALUES (1)");
-  EXPECT_EQ(MessageOfSending("INSERT INTO items VALUES (1)"), "SQL logic error");
+  EXPECT_EQ(MessageOfSending("INSERT INTO items VALUES (1)"), support::LogicError());
   fRecorder.Clear();
   fDatabase.Close();
   EXPECT_THAT(fRecorder.Lines(), ElementsAre("close = 5"));
@@ -365,7 +366,7 @@ TEST_F(QueryTest, ALockedTableIsThrownAtOnce) {
   std::string message;
   rows.fAction = [&] { message = MessageOfSending("DROP TABLE items"); };
   fDatabase.SendQuery("SELECT a FROM items", &rows, nullptr);
-  EXPECT_EQ(message, "SQL logic error");
+  EXPECT_EQ(message, support::LogicError());
   EXPECT_EQ(fRecorder.Count("usleep"), 0u);
   EXPECT_EQ(Leftovers(), 1);
 }

@@ -1,5 +1,6 @@
 #include <limits>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 using support::CallRecorder;
@@ -189,7 +190,7 @@ TEST_F(TransactionTest, TheDepthWrapsDownwards) {
 TEST_F(TransactionTest, AFailedBeginLeavesTheDepth) {
   Rows("BEGIN");
   CallRecorder recorder;
-  EXPECT_EQ(MessageOf([&] { fDatabase.BeginTransaction(); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([&] { fDatabase.BeginTransaction(); }), support::LogicError());
   EXPECT_THAT(recorder.Lines(), ElementsAre("prepare 'BEGIN TRANSACTION' = 0", "step = 1", "errmsg"));
   ExpectState(0, true);
   EXPECT_EQ(FinalizeLeftovers(fDatabase.fConnection), 1);
@@ -225,7 +226,7 @@ TEST_F(TransactionTest, AFailedCommitLeavesTheSQLiteTransactionOpen) {
 TEST_F(TransactionTest, AFailedRollbackKeepsTheVetoForTheNextTransaction) {
   Begin(1);
   Rows("COMMIT");
-  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(false, false); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(false, false); }), support::LogicError());
   ExpectState(0, false);
   FinalizeLeftovers(fDatabase.fConnection);
 
@@ -275,14 +276,14 @@ TEST_F(TransactionTest, TheDepthIsChangedAfterTheTransactionBegins) {
 
 TEST_F(TransactionTest, EndAllAtDepthZeroStillSendsCommit) {
   CallRecorder recorder;
-  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, true); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(true, true); }), support::LogicError());
   EXPECT_THAT(recorder.Lines(), ElementsAre("prepare 'COMMIT TRANSACTION' = 0", "step = 1", "errmsg"));
   ExpectState(0, true);
 }
 
 TEST_F(TransactionTest, EndAllAtDepthZeroStillSendsRollback) {
   CallRecorder recorder;
-  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(false, true); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([&] { fDatabase.EndTransaction(false, true); }), support::LogicError());
   EXPECT_THAT(recorder.Lines(), ElementsAre("prepare 'ROLLBACK TRANSACTION' = 0", "step = 1", "errmsg"));
   ExpectState(0, false);
 }

@@ -5,6 +5,7 @@
 
 #include <boost/make_shared.hpp>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -154,7 +155,7 @@ TEST_F(LocksTest, ATransactionThatBeganWithReadingCannotWriteWhileAnotherDoes) {
 TEST_F(LocksTest, DroppingATableUnderAReadingCursorFailsAtOnce) {
   fSelect->PrepareSelect(fCursor);
   EXPECT_EQ(Step(), "(nothing thrown)");
-  EXPECT_EQ(MessageOf([this] { fTable->Drop(); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([this] { fTable->Drop(); }), support::LogicError());
   EXPECT_EQ(sqlite3_finalize(sqlite3_next_stmt(fDatabase.fConnection, nullptr)), SQLITE_LOCKED);
   EXPECT_STREQ(sqlite3_errmsg(fDatabase.fConnection), "database table is locked");
   EXPECT_EQ(fRecorder.Count("usleep"), 0u);
@@ -171,7 +172,7 @@ TEST_F(LocksTest, ACollationInUseIsNotReplaced) {
 TEST_F(LocksTest, TheSpecificMessageExistsOnlyOnceTheStatementIsFinalized) {
   Rows("CREATE UNIQUE INDEX u ON t (b, a)");
   EXPECT_EQ(MessageOf([this] { fDatabase.SendQuery("INSERT INTO t VALUES (2, 2)", nullptr, nullptr); }),
-            "SQL logic error");
+            support::LogicError());
   EXPECT_EQ(sqlite3_finalize(sqlite3_next_stmt(fDatabase.fConnection, nullptr)), SQLITE_CONSTRAINT);
   EXPECT_STREQ(sqlite3_errmsg(fDatabase.fConnection), "UNIQUE constraint failed: t.b, t.a");
 }

@@ -1,5 +1,6 @@
 #include <type_traits>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -269,7 +270,7 @@ TEST_F(RecordQueryTest, CountThatFailsHalfWayFinalizesAndThrowsTheStepsMessage) 
   FillTable();
   const auto term = MakeTerm(kOverflow);
   CallRecorder recorder;
-  ExpectCleanFailure(term, "SQL logic error", [&] { fTable->CountRecords(term); });
+  ExpectCleanFailure(term, support::LogicError(), [&] { fTable->CountRecords(term); });
   EXPECT_THAT(recorder.Lines(),
               ElementsAre("prepare 'SELECT COUNT(ROWID) FROM items WHERE" + std::string(kOverflow) + "' = 0",
                           "step = 1", "errmsg", "finalize = 1"));
@@ -279,7 +280,7 @@ TEST_F(RecordQueryTest, HasTermThatFailsHalfWayFinalizesAndThrowsTheStepsMessage
   FillTable();
   const auto term = MakeTerm(kOverflow);
   CallRecorder recorder;
-  ExpectCleanFailure(term, "SQL logic error", [&] { fTable->HasTerm(term); });
+  ExpectCleanFailure(term, support::LogicError(), [&] { fTable->HasTerm(term); });
   EXPECT_THAT(recorder.Lines(),
               ElementsAre("prepare 'SELECT ROWID FROM items WHERE" + std::string(kOverflow) + " LIMIT 1' = 0",
                           "step = 1", "errmsg", "finalize = 1"));

@@ -2,6 +2,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 #include "support/witness.h"
@@ -121,7 +122,7 @@ TEST_F(DeleteTest, TermThatInheritsNotEmptyIsNotPrinted) {
 
 TEST_F(DeleteTest, TermThatPrintsNothingLeavesADanglingWhereWhichSQLiteRefuses) {
   const auto statement = MakeDelete(MakeTerm(""));
-  EXPECT_EQ(MessageOf([&] { statement->PerformDelete(); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { statement->PerformDelete(); }), support::IncompleteInput("WHERE"));
   EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE");
   EXPECT_THAT(Left(), ElementsAre("1", "2", "3"));
 }

@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 #include "support/witness.h"
@@ -338,7 +339,7 @@ TEST_F(ReplaceTest, ReplacesTheRowThatCollides) {
 
 TEST_F(ReplaceTest, InsertWouldHaveFailed) {
   fReplace->fVerb = "INSERT";
-  EXPECT_EQ(MessageOf([&] { fReplace->PerformReplace(false); }), "SQL logic error");
+  EXPECT_EQ(MessageOf([&] { fReplace->PerformReplace(false); }), support::LogicError());
 }
 
 TEST_F(ReplaceTest, RunsTheStepsOfAnInsert) {

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 #include "support/witness.h"
@@ -229,7 +230,7 @@ TEST_F(SelectTest, TermThatPrintsNothingLeavesADanglingWhere) {
   fSelect << fA;
   fSelect->fTerm = MakeTerm("");
   EXPECT_EQ(Text(), "SELECT a FROM t WHERE");
-  EXPECT_EQ(MessageOf([&] { Selected(); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { Selected(); }), support::IncompleteInput("WHERE"));
 }
 
 TEST_F(SelectTest, TermIsAskedOncePerSetup) {

@@ -3,6 +3,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 #include "support/witness.h"
@@ -122,7 +123,7 @@ TEST_F(UpdateTest, TermThatPrintsNothingLeavesADanglingWhereWhichSQLiteRefuses) 
   Set("a", "7");
   fUpdate->fTerm = sqldb::SQLEmptyTerm::EmptyTerm;
   CallRecorder recorder;
-  EXPECT_EQ(MessageOf([&] { fUpdate->PerformUpdate(false); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { fUpdate->PerformUpdate(false); }), support::IncompleteInput("WHERE"));
   EXPECT_THAT(recorder.Lines(), ElementsAre("prepare 'UPDATE t SET a =  7 WHERE' = 1", "errmsg"));
   EXPECT_THAT(Content(), ElementsAre("1|2", "5|6"));
 }

@@ -1,6 +1,7 @@
 #include <sstream>
 #include <type_traits>
 
+#include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 
@@ -167,13 +168,13 @@ TEST_F(TermInStatementTest, TermWithContentThatPrintsNothingLeavesWhereDangling)
   const auto term = MakeTerm("");
   EXPECT_EQ(DeleteText(term), "DELETE FROM items WHERE");
   EXPECT_EQ(SelectText(term), "SELECT a FROM items WHERE ORDER BY a LIMIT 9");
-  EXPECT_EQ(MessageOf([&] { fTable->DeleteRecords(term); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { fTable->DeleteRecords(term); }), support::IncompleteInput("WHERE"));
 }
 
 TEST_F(TermInStatementTest, UpdateWithTheEmptyTermIsRefusedAndChangesNothing) {
   Rows("INSERT INTO items VALUES (1)");
   support::CallRecorder recorder;
-  EXPECT_EQ(MessageOf([&] { Update(SQLEmptyTerm::EmptyTerm); }), "incomplete input");
+  EXPECT_EQ(MessageOf([&] { Update(SQLEmptyTerm::EmptyTerm); }), support::IncompleteInput("WHERE"));
   EXPECT_THAT(recorder.Sql(), testing::ElementsAre("UPDATE items SET a =  2 WHERE"));
   EXPECT_THAT(Rows("SELECT a FROM items"), testing::ElementsAre("1"));
 }
