@@ -1,6 +1,5 @@
 # What an installation holds. It may be moved as a whole: nothing in it knows where it was installed.
 include(CMakePackageConfigHelpers)
-include(GNUInstallDirs)
 
 install(TARGETS sqldb sqldb_kit EXPORT sqldbTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
@@ -19,6 +18,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/sqldbConfig.cmake ${CMAKE_CURRENT_BINA
   DESTINATION ${files_of_cmake} COMPONENT Development)
 
 file(RELATIVE_PATH SQLDB_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" SQLDB_PREFIX_FROM_PC ${SQLDB_PREFIX_FROM_PC})
 configure_file(cmake/sqldb.pc.in sqldb.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/sqldb.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

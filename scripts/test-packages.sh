@@ -110,6 +110,14 @@ use_find_package() {
   build_project -DCMAKE_PREFIX_PATH="$work/$1"
 }
 
+# Not SQLite as well, whose functions have the same names.
+use_sqlcipher() {
+  use_find_package sqlcipher
+  ldd build/your_program >libraries
+  grep libsqlcipher libraries
+  if grep libsqlite3 libraries; then give_up "The program has two engines."; fi
+}
+
 # use_pkg_config NAME [OPTION...]
 use_pkg_config() {
   local command
@@ -140,13 +148,13 @@ make_debian_packages() {
   mv sqldb/*.deb "$work/debian"
 }
 
-# The release of Debian or Ubuntu that runs here, with a compiler and CMake and nothing else.
+# The release of Debian or Ubuntu that runs here, with a compiler, CMake, pkg-config and nothing else.
 make_bare_system() {
   local release
   release=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
   rm -rf "$top/build/bare.part"
   mkdir -p "$top/build"
-  debootstrap --variant=minbase --include=g++,make,cmake "$release" "$top/build/bare.part"
+  debootstrap --variant=minbase --include=g++,make,cmake,pkg-config "$release" "$top/build/bare.part"
   mv "$top/build/bare.part" "$top/build/bare"
 }
 
@@ -157,12 +165,19 @@ use_debian_packages() {
   cp "$work"/debian/*.deb "$root/root/sqldb"
   (cd "$root/root/project" && write_project '**find_package**')
   commands=$(block '**Debian packages**' | grep apt-get)
-  commands=${commands/sudo apt-get/apt-get -q -y --no-install-recommends}
+  commands=${commands/sudo apt-get/apt-get -q -y --no-install-recommends -o DPkg::Options::=--force-unsafe-io}
   env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 \
     ${http_proxy+http_proxy="$http_proxy"} \
-    chroot "$root" bash -euc "cd /root && apt-get -q update && $commands
-      cmake -S project -B build && cmake --build build && build/your_program >printed"
-  [[ $(<"$root/root/printed") == bolt ]]
+    chroot "$root" bash -euc "cd /root
+      apt-get -q update
+      $commands
+      cd project
+      cmake -S . -B build
+      cmake --build build
+      build/your_program >printed
+      $(block '**pkg-config**')
+      ./program >>printed"
+  [[ $(<"$root/root/project/printed") == $'bolt\nbolt' ]]
 }
 
 try "the archive of the sources" make_archive
@@ -174,7 +189,7 @@ try "a static installation, made and moved" make_installation static -DBUILD_SHA
 try "find_package, static" use_find_package static
 try "pkg-config, static" use_pkg_config static --static
 try "an installation on SQLCipher, made and moved" make_installation sqlcipher -DSQLDB_ENGINE=sqlcipher
-try "find_package, on SQLCipher" use_find_package sqlcipher
+try "find_package, on SQLCipher" use_sqlcipher
 try "pkg-config, on SQLCipher" use_pkg_config sqlcipher
 try "add_subdirectory" use_add_subdirectory
 try "FetchContent" use_fetch_content
