@@ -9,7 +9,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 install_test_packages
 install_clang
-install_missing clang-format clang-tidy shellcheck
+install_missing clang-format clang-tidy shellcheck python3
 
 # Found rather than asked of git, which a source archive does not need.
 mapfile -d '' cpp_files < <(find . \( -path ./build -o -path ./.git \) -prune -o \( -name '*.cpp' -o -name '*.h' \) -print0)
@@ -24,4 +24,7 @@ cmake --preset clang >/dev/null
 printf '%s\0' "${sources[@]}" |
   stage "clang-tidy" xargs -0 -P "$jobs" -n 1 clang-tidy -p build/clang --quiet || status=1
 stage "shellcheck" shellcheck --external-sources .ci/run scripts/*.sh scripts/lib/*.sh || status=1
+# Conan is not at hand everywhere to do more with its recipes.
+stage "Python, syntax" python3 -c 'import ast, sys
+for name in sys.argv[1:]: ast.parse(open(name).read(), name)' scripts/lib/*.py packaging/conan/*.py packaging/conan/*/*.py || status=1
 exit "$status"

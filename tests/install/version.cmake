@@ -10,7 +10,13 @@ set(found_in_CHANGELOG.md ${CMAKE_MATCH_1})
 file(READ ${SOURCE}/packaging/vcpkg/vcpkg.json port)
 string(JSON found_in_vcpkg.json GET "${port}" version)
 
-foreach(file IN ITEMS CHANGELOG.md vcpkg.json)
+# As packaging/conan/conanfile.py reads it.
+file(READ ${SOURCE}/CMakeLists.txt lists)
+if(lists MATCHES "project\\(sqldb VERSION ([0-9.]+)")
+  set(found_in_conanfile.py ${CMAKE_MATCH_1})
+endif()
+
+foreach(file IN ITEMS CHANGELOG.md vcpkg.json conanfile.py)
   if(NOT found_in_${file} STREQUAL VERSION)
     message(SEND_ERROR "${file} says ${found_in_${file}}, CMakeLists.txt says ${VERSION}")
   endif()
