@@ -6,6 +6,7 @@
 
 #include "kit_test.h"
 #include "sqldb/kit/transaction.h"
+#include "support/engine.h"
 
 namespace {
 
@@ -363,7 +364,11 @@ TEST_F(FailureTest, ABusyWriteDoesNotKeepLaterOnesFromBeingCommitted) {
 // The modules of SQLite compile statements of their own, and keep them.
 class ModuleTest : public FailureTest {
  protected:
-  ModuleTest() : fOwn(DatabasePath(), false) {
+  ModuleTest() : fOwn(DatabasePath(), false) {}
+
+  void SetUp() override {
+    FailureTest::SetUp();
+    if (support::IsOlderThan(3025000)) GTEST_SKIP() << "built without full-text search";
     fOther.Run("CREATE VIRTUAL TABLE notes USING fts5(text)");
     fOther.Run("CREATE VIRTUAL TABLE boxes USING rtree(id, low, high)");
     fOther.Run("INSERT INTO notes (rowid, text) VALUES (1, 'one word'), (2, 'a word')");
