@@ -179,8 +179,9 @@ inline Statements SortedUnheld(const SQLDatabase& database) {
 ///
 /// A statement that was never run, because its binding threw, is known by a parameter with a name, as in an insert of
 /// bound values; another such one stays. So do blob handles and the statements that SQLite's modules keep for
-/// themselves. REQUIRES: the connection has no statements that the application compiled itself, and no query is
-/// running: neither ProcessRow nor BindingOpportunity nor the callbacks of InsertMany call this.
+/// themselves.
+/// REQUIRES: the connection has no statements that the application compiled itself, and no query is running: neither
+/// ProcessRow nor BindingOpportunity nor the callbacks of InsertMany call this.
 inline std::optional<Error> ReleaseLeftovers(SQLDatabase& database) { return detail::Release(database, {}); }
 
 /// Calls `action` and returns what it returns. If it throws, the statements that it left behind are finalized at once
