@@ -103,6 +103,7 @@ template <typename Record, std::size_t N>
 Assignment Set(const Field<Record, char[N]>& field, const Characters& value) {
   return Assignment{field.Name(), detail::FittingLiteral(value, N)};
 }
+/// The same.
 template <typename Record, std::size_t N>
 Assignment Set(const Field<Record, std::array<char, N>>& field, const Characters& value) {
   return Assignment{field.Name(), detail::FittingLiteral(value, N)};

@@ -36,10 +36,12 @@ struct Order {
   bool isAscending = true;
 };
 
+/// From the smallest value to the largest, NULL first.
 template <typename T>
 Order Ascending(const ColumnName<T>& column) {
   return Order{column.Name(), true};
 }
+/// From the largest value to the smallest, NULL last.
 template <typename T>
 Order Descending(const ColumnName<T>& column) {
   return Order{column.Name(), false};

@@ -202,7 +202,9 @@ Term CompareWith(const ColumnName<T>& column, const char* operation, const Opera
 
 }  // namespace detail
 
-// NULL compares to nothing: neither `price < 1.0` nor `price >= 1.0` holds for a row without a price.
+/// @{
+/// Compares a column with a value or with another column. NULL compares to nothing: neither `price < 1.0` nor
+/// `price >= 1.0` holds for a row without a price.
 template <typename T>
 Term operator==(const ColumnName<T>& column, const detail::Operand<T>& value) {
   return detail::CompareWith(column, " = ", value);
@@ -252,7 +254,9 @@ template <typename T, typename U>
 Term operator>=(const ColumnName<T>& a, const ColumnName<U>& b) {
   return detail::Compare(a.Name(), " >= ", detail::Grouped(b.Name()));
 }
+/// @}
 
+/// Holds for the rows without a value.
 template <typename T>
 Term IsNull(const ColumnName<T>& column) {
   return Term(TrustedSql{detail::Grouped(column.Name()) + " IS NULL"});

@@ -21,6 +21,7 @@
 
 namespace sqldb::kit {
 
+/// What an insert, a replace or an update takes: Bound, Literal, Null and Expression make one.
 using Value = boost::shared_ptr<SQLValueBase>;
 
 /// An SQL text that the program wrote: it goes into statements as it stands, so no part of it may be input.
@@ -63,6 +64,7 @@ class PrintedValue : public SQLValueBase {
   std::string fText;
 };
 
+/// `value`, bound to a parameter. For an insert or a replace.
 template <typename T>
 boost::shared_ptr<BoundValue<T>> Bound(T value) {
   return boost::make_shared<BoundValue<T>>(std::move(value));
@@ -80,8 +82,10 @@ Value Literal(const T& value) {
   return boost::make_shared<PrintedValue>(Type<T>::Literal(value));
 }
 
+/// NULL.
 inline Value Null() { return boost::make_shared<PrintedValue>("NULL"); }
 
+/// What the expression yields.
 inline Value Expression(TrustedSql sql) { return boost::make_shared<PrintedValue>("(" + std::move(sql.text) + ")"); }
 
 }  // namespace sqldb::kit
