@@ -33,7 +33,22 @@ esac
 install_packaging_packages
 top=$PWD
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+# Each way runs in a process group of its own, so that an interrupt ends all of it before its files are removed.
+set -m
+running=
+clean_up() {
+  local status=$?
+  trap - EXIT INT TERM
+  if [[ -n $running ]]; then
+    kill -- "-$running" 2>/dev/null || true
+    wait "$running" 2>/dev/null || true
+  fi
+  rm -rf "$work"
+  exit "$status"
+}
+trap clean_up EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
 # For all that cmake builds.
 CMAKE_BUILD_PARALLEL_LEVEL=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL
@@ -54,11 +69,13 @@ try() {
   mkdir "$work/way"
   # Not called in a condition, where its errors would not end it.
   (cd "$work/way" && "${@:2}") >"$work/log" 2>&1 &
-  if ! wait $!; then
+  running=$!
+  if ! wait "$running"; then
     result="FAILED"
     failed+=("$way")
     cat "$work/log" >&2
   fi
+  running=
   printf '%-6s %3d s  %s\n' "$result" "$((SECONDS - start))" "$way"
   rm -rf "$work/way"
 }
