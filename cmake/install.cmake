@@ -1,6 +1,12 @@
 # What an installation holds. It may be moved as a whole: nothing in it knows where it was installed.
 include(CMakePackageConfigHelpers)
 
+foreach(folder IN ITEMS LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
+    message(FATAL_ERROR "CMAKE_INSTALL_${folder} is to be relative to the installation, not ${CMAKE_INSTALL_${folder}}.")
+  endif()
+endforeach()
+
 install(TARGETS sqldb sqldb_kit EXPORT sqldbTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
