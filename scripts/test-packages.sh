@@ -141,8 +141,8 @@ use_pkg_config() {
   write_program
   command=$(block '**pkg-config**')
   command=${command/pkg-config/pkg-config ${*:2}}
-  bash -euc "${command//\/opt\/sqldb/$work/$1}"
-  LD_LIBRARY_PATH=$work/$1/lib expect_bolt ./program
+  expect_bolt bash -euc "${command//\/opt\/sqldb/$work/$1}
+    ./program"
 }
 
 use_add_subdirectory() {
