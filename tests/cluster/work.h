@@ -44,8 +44,7 @@ double Now();
 void Create(const std::string& path);
 /// Waits for a line of input, then commits `count` rows of `writer`, one after the other.
 void Write(const std::string& path, std::uint32_t writer, std::uint32_t count);
-/// Writes `count` rows of `writer` in one transaction, says so, and waits for a line of input before it commits. If
-/// that fails, opens the database again and tells what is there.
+/// Writes `count` rows of `writer` in one transaction, says so, and waits for a line of input before it commits.
 void Hold(const std::string& path, std::uint32_t writer, std::uint32_t count);
 /// Tells what is there, and how many seconds it had to wait for that.
 void Look(const std::string& path);
