@@ -160,9 +160,9 @@ use_fetch_content() {
 make_debian_packages() {
   cp -r "$work/sqldb" .
   bash -euc "$(block '**Debian packages**' | grep -v apt-get)"
-  lintian --allow-root --fail-on error,warning sqldb/*.deb
   mkdir "$work/debian"
-  mv sqldb/*.deb "$work/debian"
+  mv sqldb/build/package/*.deb "$work/debian"
+  lintian --allow-root --fail-on error,warning "$work"/debian/*.deb
 }
 
 # The release of Debian or Ubuntu that runs here, with a compiler, CMake, pkg-config and nothing else.
@@ -178,8 +178,8 @@ make_bare_system() {
 use_debian_packages() {
   local root=$PWD/root commands
   cp -a "$top/build/bare" "$root"
-  mkdir "$root/root/sqldb" "$root/root/project"
-  cp "$work"/debian/*.deb "$root/root/sqldb"
+  mkdir -p "$root/root/sqldb/build/package" "$root/root/project"
+  cp "$work"/debian/*.deb "$root/root/sqldb/build/package"
   (cd "$root/root/project" && write_project '**find_package**')
   commands=$(block '**Debian packages**' | grep apt-get)
   commands=${commands/sudo apt-get/apt-get -q -y --no-install-recommends -o DPkg::Options::=--force-unsafe-io}
