@@ -448,10 +448,16 @@ TEST_F(FailureTest, ALeftoverOnARowIsReleasedWhateverTextItHas) {
   };
   Callback callback;
   for (const char* const sql :
-       {"SELECT '.'", "SELECT\n'.'", "SELECT 'a','.b'", "SELECT ('.c')", "SELECT 'd' LIKE '.'"}) {
+       {"SELECT '.'", "SELECT\n'.'", "SELECT 'a','.b'", "SELECT ('.c')", "SELECT 'd' LIKE '.'", "SELECT 'e'||'.'"}) {
     EXPECT_THROW(kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, &callback, nullptr); }), int);
     EXPECT_EQ(Unfinalized(), 0) << sql;
   }
+}
+
+TEST_F(FailureTest, AFailedWriteIsReleasedEvenIfItNamesItsSchemaInQuotes) {
+  const auto writeTwice = [&] { Send("INSERT INTO 'main'.'t' VALUES (1); INSERT INTO 'main'.'t' VALUES (1)"); };
+  ExpectUniqueFailure(ErrorOf([&] { kit::Run(fDatabase, writeTwice); }));
+  EXPECT_EQ(Unfinalized(), 0);
 }
 
 TEST_F(FailureTest, BlobHandlesAreSpared) {

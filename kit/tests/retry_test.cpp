@@ -237,6 +237,15 @@ TEST_F(KitRetryTest, OtherFailuresAreThrownAtOnce) {
   EXPECT_THAT(fPauses, IsEmpty());
 }
 
+TEST_F(KitRetryTest, AFailureThatOnlySpeaksLikeABusyFileIsThrownAtOnce) {
+  Rows("CREATE TRIGGER refusal BEFORE INSERT ON t BEGIN SELECT RAISE(ABORT, 'database is locked'); END");
+  const auto write = [&] { Write(1); };
+  const Error error = ErrorOf([&] { RetryWhileBusy(fDatabase, write, WithoutTime()); });
+  EXPECT_STREQ(error.what(), "database is locked");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_TRIGGER);
+  EXPECT_THAT(fPauses, IsEmpty());
+}
+
 TEST_F(KitRetryTest, AChangedSchemaIsReadAgainUpToTenTimesAndAtOnce) {
   fOther.Run("CREATE TABLE u (b)");
   Patience patience = WithoutTime();

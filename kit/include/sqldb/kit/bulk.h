@@ -44,8 +44,7 @@ using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
 
 inline Statement Compile(SQLDatabase& database, const std::string& sql) {
   sqlite3_stmt* statement = nullptr;
-  sqlite3* const connection = ConnectionOf(database);
-  if (connection == nullptr || sqlite3_prepare_v2(connection, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
+  if (sqlite3_prepare_v2(ConnectionOf(database), sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
     throw LastReport(database);
   }
   if (statement == nullptr) throw Error("There is no statement in the text.", SQLITE_MISUSE);
