@@ -17,7 +17,7 @@ install(DIRECTORY include/sqldb kit/include/sqldb DESTINATION ${CMAKE_INSTALL_IN
 set(files_of_cmake ${CMAKE_INSTALL_LIBDIR}/cmake/sqldb)
 install(EXPORT sqldbTargets NAMESPACE sqldb:: DESTINATION ${files_of_cmake} COMPONENT Development)
 configure_package_config_file(cmake/sqldbConfig.cmake.in sqldbConfig.cmake
-  INSTALL_DESTINATION ${files_of_cmake} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+  INSTALL_DESTINATION ${files_of_cmake} NO_SET_AND_CHECK_MACRO)
 # Before 1.0.0 a minor version may change the interface.
 write_basic_package_version_file(sqldbConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/sqldbConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/sqldbConfigVersion.cmake

@@ -127,6 +127,13 @@ use_find_package() {
   build_project -DCMAKE_PREFIX_PATH="$work/$1"
 }
 
+refuse_components() {
+  write_project '**find_package**'
+  sed -i 's/REQUIRED/REQUIRED COMPONENTS nothing/' CMakeLists.txt
+  ! cmake -S . -B build -DCMAKE_PREFIX_PATH="$work/$1" >log 2>&1 || give_up "A component that does not exist is found."
+  tr -s '[:space:]' ' ' <log | grep 'sqldb_FOUND to FALSE'
+}
+
 # Not SQLite as well, whose functions have the same names.
 use_sqlcipher() {
   use_find_package sqlcipher
@@ -203,6 +210,7 @@ try "an installation, made and moved" make_installation shared
 try "find_package" use_find_package shared
 try "pkg-config" use_pkg_config shared
 try "a static installation, made and moved" make_installation static -DBUILD_SHARED_LIBS=OFF
+try "find_package, of a part that does not exist" refuse_components shared
 try "find_package, static" use_find_package static
 try "pkg-config, static" use_pkg_config static --static
 try "an installation on SQLCipher, made and moved" make_installation sqlcipher -DSQLDB_ENGINE=sqlcipher
