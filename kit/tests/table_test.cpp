@@ -245,9 +245,14 @@ TEST_F(TableTest, InsertManyObeysItsOptions) {
   const std::vector<Part> parts{{1, "a", {}}, {2, "b", {}}, {3, "c", {}}};
   sqldb::kit::BulkOptions options;
   options.batch = 2;
-  options.progress = [](std::size_t) { return false; };
+  std::string sql;
+  options.progress = [&](std::size_t) {
+    sql = sqlite3_sql(sqlite3_next_stmt(fDatabase.fConnection, nullptr));
+    return false;
+  };
   EXPECT_EQ(fParts.InsertMany(parts, options), 2U);
   EXPECT_EQ(fParts.Count(), 2U);
+  EXPECT_EQ(sql, "INSERT INTO parts (id, name, price) VALUES (?, ?, ?)");
 }
 
 TEST_F(TableTest, InsertManyFailsOnACollisionAndReplaceManyDoesNot) {

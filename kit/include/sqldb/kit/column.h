@@ -40,6 +40,15 @@ class Column : public SQLColumnBase {
   std::string IAmAKindOf() const override { return "Column"; }
 };
 
+namespace detail {
+
+/// All that an order or an assignment asks of a column.
+inline boost::shared_ptr<SQLColumnBase> OnlyNamed(const std::string& name) {
+  return boost::make_shared<SQLColumnBase>(nullptr, name, "", 0, true, false, false, "");
+}
+
+}  // namespace detail
+
 }  // namespace sqldb::kit
 
 #endif  // SQLDB_KIT_COLUMN_H

@@ -21,6 +21,7 @@
 
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
+#include "sqldb/kit/column.h"
 #include "sqldb/kit/failure.h"
 #include "sqldb/kit/field.h"
 #include "sqldb/select.h"
@@ -154,8 +155,8 @@ class Selection {
       select->fColumns = fSource->columns;
       select->fTerm = fTerm;
       for (const Order& order : fOrder) {
-        const auto column = boost::make_shared<SQLColumnBase>(nullptr, order.name, "", 0, true, false, false, "");
-        select->fOrder.push_back(OrderItem{column, static_cast<std::uint8_t>(order.isAscending)});
+        select->fOrder.push_back(
+            OrderItem{detail::OnlyNamed(order.name), static_cast<std::uint8_t>(order.isAscending)});
       }
       select->fOffset = fOffset;
       select->PrepareSelect(rows->fCursor);

@@ -24,6 +24,7 @@
 #include "sqldb/database.h"
 #include "sqldb/insert.h"
 #include "sqldb/kit/bulk.h"
+#include "sqldb/kit/column.h"
 #include "sqldb/kit/failure.h"
 #include "sqldb/kit/field.h"
 #include "sqldb/kit/selection.h"
@@ -128,8 +129,7 @@ class Table {
   std::int64_t Update(const Term& term, const std::vector<Assignment>& assignments) {
     const boost::shared_ptr<SQLUpdateClass> update = fTable->NewUpdate();
     for (const Assignment& assignment : assignments) {
-      update->fColumns.push_back(
-          boost::make_shared<SQLColumnBase>(nullptr, assignment.name, "", 0, true, false, false, ""));
+      update->fColumns.push_back(detail::OnlyNamed(assignment.name));
       update->fValues.emplace_back(boost::make_shared<PrintedValue>(assignment.sql));
     }
     update->fTerm = term;
