@@ -196,6 +196,18 @@ TEST_F(KitTransactionTest, ASecondCommitIsRefused) {
   next.Commit();
 }
 
+TEST_F(KitTransactionTest, OneThatHasEndedLeavesALaterOneAlone) {
+  std::optional<Transaction> earlier(std::in_place, fDatabase);
+  earlier->Commit();
+  Transaction later(fDatabase);
+  Write(1);
+  EXPECT_EQ(CommitError(*earlier).Code(), SQLITE_MISUSE);
+  earlier.reset();
+  EXPECT_EQ(fDatabase.fTransactionDepth, 1);
+  later.Commit();
+  EXPECT_THAT(Seen(), ElementsAre("1"));
+}
+
 TEST_F(KitTransactionTest, ALevelThatWasEndedElsewhereIsLeftAlone) {
   {
     Transaction transaction(fDatabase);
