@@ -221,7 +221,14 @@ TEST_F(KitTransactionTest, ALevelThatWasEndedElsewhereIsLeftAlone) {
     fDatabase.EndTransaction(true, true);
   }
   ExpectNoTransaction();
-  EXPECT_THAT(Seen(), ElementsAre("1"));
+  Transaction outer(fDatabase);
+  Write(2);
+  {
+    Transaction inner(fDatabase);
+    fDatabase.EndTransaction(true, false);
+  }
+  outer.Commit();
+  EXPECT_THAT(Seen(), ElementsAre("1", "2"));
 }
 
 TEST_F(KitTransactionTest, ARollbackBySQLiteIsRememberedAtEveryLevel) {

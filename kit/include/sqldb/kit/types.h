@@ -72,13 +72,11 @@ template <typename T>
 constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
                                      unsigned long, long long, unsigned long long>;
 
+// None is wider.
 template <typename Integer>
 bool FitsInt64(Integer value) {
-  if constexpr (std::is_unsigned_v<Integer> && sizeof(Integer) >= sizeof(std::int64_t)) {
-    return value <= static_cast<Integer>(std::numeric_limits<std::int64_t>::max());
-  } else {
-    return static_cast<Integer>(static_cast<std::int64_t>(value)) == value;
-  }
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  return std::is_signed_v<Integer> || static_cast<std::uint64_t>(value) <= kLargest;
 }
 
 template <typename Integer>
