@@ -534,7 +534,8 @@ TEST_F(TypesTest, BlobLiteralIsHexadecimal) {
 
 TEST(EncodedBytesTest, AreAsManyAsTheEncodingCanCount) {
   EXPECT_EQ(sqldb::kit::detail::EncodableSize(2000000000), 2000000000);
-  EXPECT_THROW(sqldb::kit::detail::EncodableSize(2000000001), std::length_error);
+  EXPECT_THAT([] { sqldb::kit::detail::EncodableSize(2000000001); },
+              ::testing::ThrowsMessage<std::length_error>("More bytes than a text can hold."));
 }
 
 TEST_F(TypesTest, EncodedBytesRoundTrip) {
@@ -650,6 +651,16 @@ TEST_F(TypesTest, TextThatSQLiteHasNoMemoryForIsBadAllocRatherThanEmpty) {
   OneRow row(fDatabase.fConnection, "SELECT value FROM t");
   row.Step();
   std::string value;
+  const NoMoreMemory limit;
+  EXPECT_THROW(row.ReadInto(value), std::bad_alloc);
+}
+
+TEST_F(TypesTest, BlobThatSQLiteHasNoMemoryForIsBadAllocRatherThanEmpty) {
+  // Nor any of what a connection sets aside for small needs, such as that of a number's digits.
+  ASSERT_EQ(sqlite3_db_config(fDatabase.fConnection, SQLITE_DBCONFIG_LOOKASIDE, nullptr, 0, 0), SQLITE_OK);
+  OneRow row(fDatabase.fConnection, "SELECT 12345");
+  row.Step();
+  Blob value;
   const NoMoreMemory limit;
   EXPECT_THROW(row.ReadInto(value), std::bad_alloc);
 }

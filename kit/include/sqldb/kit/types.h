@@ -159,8 +159,6 @@ inline std::string_view Unfilled(const char* characters, std::size_t size) {
 
 inline void Fill(char* characters, std::size_t size, std::string_view text) {
   if (text.size() > size) throw std::length_error("A text is longer than the characters that it is read into.");
-  // An array of none may have no address.
-  if (size == 0) return;
   std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');
 }
 
@@ -258,8 +256,9 @@ struct Type<Blob> {
   static constexpr const char* kSql = "BLOB";
   static void Read(sqlite3_stmt* statement, int column, Blob& value) {
     const auto* const bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
-    const int size = sqlite3_column_bytes(statement, column);
-    value.assign(bytes, bytes == nullptr ? bytes : bytes + size);
+    // There is no pointer for want of bytes or of memory.
+    if (bytes == nullptr && sqlite3_errcode(sqlite3_db_handle(statement)) == SQLITE_NOMEM) throw std::bad_alloc();
+    value.assign(bytes, bytes + sqlite3_column_bytes(statement, column));
   }
   static int Bind(sqlite3_stmt* statement, int parameter, const Blob& value) {
     // Without bytes there may be no pointer either, which would bind NULL.
