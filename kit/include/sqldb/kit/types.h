@@ -159,6 +159,8 @@ inline std::string_view Unfilled(const char* characters, std::size_t size) {
 
 inline void Fill(char* characters, std::size_t size, std::string_view text) {
   if (text.size() > size) throw std::length_error("A text is longer than the characters that it is read into.");
+  // An array of none may have no address, which GCC warns of.
+  if (size == 0) return;
   std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');
 }
 
