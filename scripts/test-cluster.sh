@@ -227,23 +227,22 @@ write_at_once() {
 
 before="writer 1: 5 rows, 5 steps, the last 5"
 
-# The database of this name with five commits.
-prepare() {
-  local database
+# hold NAME: starts a probe that has an open transaction in $database, which has five commits of before. Its number is
+# $holder.
+hold() {
   database=$(uri "$1")
   probe create "$database"
   probe write "$database" 1 5 <<<"" >/dev/null
   expect_rows "$database" "$before"
+  background "$1" hold "$database" 2 3000
+  holder=$!
+  await "$1" holding
 }
 
 kill_a_writer() {
   step "A writer is killed in mid-transaction, and the next one waits for its lock meanwhile"
   local database holder
-  database=$(uri killed)
-  prepare killed
-  background killed hold "$database" 2 3000
-  holder=$!
-  await killed holding
+  hold killed
   kill -KILL "$holder"
   wait "$holder" 2>/dev/null || true
   rados -p "$pool" ls | grep -q 'killed.db-journal' || fail "the killed writer had written nothing yet"
@@ -268,11 +267,7 @@ find_what_the_killed_left() {
 short_outage() {
   step "The store fails under a transaction, for 10 seconds"
   local database holder
-  database=$(uri short)
-  prepare short
-  background patient hold "$database" 2 3000
-  holder=$!
-  await patient holding
+  hold patient
   kill_osd
   tell patient
   sleep 10
@@ -287,11 +282,7 @@ short_outage() {
 long_outage() {
   step "The store fails under a transaction, for 35 seconds"
   local database holder
-  database=$(uri long)
-  prepare long
-  background lost hold "$database" 2 3000
-  holder=$!
-  await lost holding
+  hold lost
   kill_osd
   sleep 35
   start_osd

@@ -72,7 +72,7 @@ template <typename T>
 constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
                                      unsigned long, long long, unsigned long long>;
 
-// None is wider.
+// All with a sign do, since none is wider.
 template <typename Integer>
 bool FitsInt64(Integer value) {
   constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
