@@ -1,7 +1,9 @@
 #ifndef SQLDB_SRC_TEXT_STREAM_H
 #define SQLDB_SRC_TEXT_STREAM_H
 
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <locale>
 #include <ostream>
 #include <streambuf>
@@ -15,7 +17,11 @@ namespace sqldb {
 
 // Makes `stream` throw once something was lost, now or later. A stream that swallows a failure goes quiet, so that a
 // delete would be cut off before its WHERE and remove every row.
-inline void ThrowOnLoss(std::ostream& stream) { stream.exceptions(std::ios::badbit | std::ios::failbit); }
+inline void ThrowOnLoss(std::ostream& stream) {
+  constexpr std::ios::iostate kLoss = std::ios::badbit | std::ios::failbit;
+  // To ask is cheaper than to set.
+  if (!stream.good() || stream.exceptions() != kLoss) stream.exceptions(kLoss);
+}
 
 // To set a locale costs as much as to build a short text.
 inline void ImbueIfOther(std::ostream& stream, const std::locale& locale) {
@@ -29,16 +35,17 @@ inline void MakeExact(std::ostream& stream) {
   ThrowOnLoss(stream);
 }
 
-// Lets a stream write into a string, which is there to be read without a copy.
-class StringBuffer : public std::streambuf {
+// Lets a stream write into memory that is kept for the next text.
+class TextBuffer : public std::streambuf {
  public:
   void Append(std::string_view text) {
-    fText += text;
-    fPosition = fText.size();
+    if (text.size() > fMemory.size() - fSize) Grow(text.size());
+    std::char_traits<char>::copy(fMemory.data() + fSize, text.data(), text.size());
+    fSize += text.size();
+    fPosition = fSize;
   }
   void Clear();
-
-  std::string fText;
+  std::string_view Text() const { return {fMemory.data(), fSize}; }
 
  protected:
   std::streamsize xsputn(const char* text, std::streamsize size) override;
@@ -47,6 +54,11 @@ class StringBuffer : public std::streambuf {
   pos_type seekpos(pos_type position, std::ios::openmode which) override;
 
  private:
+  void Grow(std::size_t more);
+
+  // Filled up to fSize. A string's own size would have to be set anew for every piece of text.
+  std::string fMemory;
+  std::size_t fSize = 0;
   // Where the next character goes: to the end, unless a term sought another place.
   std::size_t fPosition = 0;
 };
@@ -67,17 +79,31 @@ class TextStream : public std::ostream {
     return *this;
   }
 
-  // The finished text, valid until the next change. Throws if any of it was lost, even where a term caught the stream's
-  // exception and went on.
-  const std::string& Text() {
+  // Appends the number in decimal.
+  TextStream& Add(std::uint32_t number) {
+    char digits[10];
+    const std::to_chars_result last = std::to_chars(digits, digits + sizeof digits, number);
+    return Add(std::string_view(digits, static_cast<std::size_t>(last.ptr - digits)));
+  }
+
+  // Puts the finished text into `text`. Throws if any of it was lost, even where a term caught the stream's exception
+  // and went on.
+  void CopyTo(std::string& text) {
     ThrowOnLoss(*this);
-    return fBuffer.fText;
+    text = fBuffer.Text();
+  }
+
+  // The finished text in memory that is kept, too; valid until the next call. Throws as CopyTo does.
+  const std::string& Text() {
+    CopyTo(fText);
+    return fText;
   }
 
  private:
   friend class TextLoan;
 
-  StringBuffer fBuffer;
+  TextBuffer fBuffer;
+  std::string fText;
   bool fIsLent = false;
 };
 

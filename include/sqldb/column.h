@@ -41,6 +41,7 @@ class SQLDB_EXPORT SQLColumnBase {
   virtual ~SQLColumnBase();
 
   /// Copies result column `columnIndex` (from 0) of the current row to `destination`. The base does nothing.
+  /// REQUIRES: changes neither the columns nor the offsets of the cursor that calls it.
   virtual void AssignTo(void* destination, sqlite3_stmt* statement, int columnIndex) const;
 
   /// The name of the object's class, here "SQLColumnBase".

@@ -6,6 +6,7 @@
 //
 // Order of calls for a step cursor: construct, SQLSelectClass::PrepareSelect, Step until it returns 1, release.
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -135,30 +136,24 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
   /// Registers with `database`; see SQLCursorBase.
   SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
 
-  /// So that no row allocates.
-  void ReserveBuffers() { fBuffers.reserve(4); }
-
-  /// The arguments up to the first null one, as a list that the cursor keeps.
-  const std::vector<char*>& CollectBuffers(void* first, void* second, void* third, void* fourth) {
-    fBuffers.clear();
-    for (void* const buffer : {first, second, third, fourth}) {
-      if (buffer == nullptr) break;
-      fBuffers.push_back(static_cast<char*>(buffer));
-    }
-    return fBuffers;
+  /// The arguments up to the first null one, with null in place of the others.
+  static std::array<char*, 4> CollectBuffers(void* first, void* second, void* third, void* fourth) {
+    if (second == nullptr) third = nullptr;
+    if (third == nullptr) fourth = nullptr;
+    return {static_cast<char*>(first), static_cast<char*>(second), static_cast<char*>(third),
+            static_cast<char*>(fourth)};
   }
 
-  /// Moves the statement to its next row, waiting as SQLStepCursor::Step does. Returns false if there is none left.
-  bool Advance();
-
+  /// The work of SQLStepCursor::Step, with what CollectBuffers gives.
+  int StepInto(const std::array<char*, 4>& buffers);
   /// The work of SQLStepCursor::StepIt.
   int StepInto(const std::vector<char*>& buffers);
 
  private:
-  int StepUntilFree();
+  template <typename Buffers>
+  int FetchRow(const Buffers& buffers);
+  bool AdvanceUnlessDone(int result);
   bool MayThrowOnDestruction() const;
-
-  std::vector<char*> fBuffers;
 };
 
 /// Runs one prepared select and copies its rows, one at a time, into the application's memory. T is the type of the
@@ -170,9 +165,7 @@ class SQLStepCursor : public SQLStepCursorBase {
  public:
   /// Copies `offsets`.
   /// REQUIRES: one offset per result column, by the time of the first row.
-  SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {
-    ReserveBuffers();
-  }
+  SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {}
 
   /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0 when
   /// a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the query
@@ -185,7 +178,7 @@ class SQLStepCursor : public SQLStepCursorBase {
   /// REQUIRES: PrepareToQuery succeeded; otherwise the message is whatever the connection had last. Every buffer that
   /// an offset names is given, and is large enough for its value.
   int Step(T& record, void* second = nullptr, void* third = nullptr, void* fourth = nullptr) {
-    return StepIt(CollectBuffers(std::addressof(record), second, third, fourth));
+    return StepInto(CollectBuffers(std::addressof(record), second, third, fourth));
   }
 
   /// Step with the buffers in a list, the record first.

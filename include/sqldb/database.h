@@ -24,6 +24,7 @@ namespace sqldb {
 class SQLCursorBase;
 class SQLSelectClass;
 class SQLTableClass;
+struct Spares;
 
 /// Consumes the rows of a query. Passed as a bare pointer for the duration of one call, never kept or deleted.
 class SQLDB_EXPORT QueryCallback {
@@ -82,6 +83,10 @@ class SQLDB_EXPORT SQLDatabase {
 
   /// Closes the connection and reports nothing. SQLite refuses while a statement is not finalized: `fIsOpen` is false
   /// all the same, the connection still works, and a later Close may succeed.
+  ///
+  /// An open transaction is rolled back by SQLite, and its levels go on being counted: after the next Open,
+  /// BeginTransaction would send nothing, and each write stand alone. So end all levels before, or set
+  /// `fTransactionDepth` to 0 and `fTransactionOK` to true after.
   void Close();
 
   /// Registers a collating sequence for UTF-8 text on the open connection; a later connection must be given it again.
@@ -190,6 +195,7 @@ class SQLDB_EXPORT SQLDatabase {
  private:
   friend class SQLCursorBase;
   friend class SQLSelectClass;
+  friend class SQLStepCursorBase;
   friend class SQLTableClass;
 
   // What to give to SQLite for `connection`: null once a Close of it was accepted.
@@ -199,6 +205,7 @@ class SQLDB_EXPORT SQLDatabase {
   [[noreturn]] void ThrowExplainError(sqlite3* connection, const char* ending) const;
 
   sqlite3* fClosedConnection = nullptr;
+  boost::shared_ptr<Spares> fSpares;
   // What hangs on the database watches this. It goes before the lists: what they let go of finds no database any
   // more.
   boost::shared_ptr<void> fLifetime;

@@ -34,7 +34,7 @@ class SQLDB_EXPORT SQLDeleteClass {
   void SetUpDelete();
 
   /// SetUpDelete, then sends the text. Never waits for a busy file. Throws SQLite's message, or "Condition is not
-  /// met." once the table or its database is destroyed.
+  /// met." once the table or its database is destroyed, be it by what the term does while it is printed.
   void PerformDelete();
 
   /// The database of the table; not owned.

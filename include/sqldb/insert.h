@@ -28,8 +28,8 @@ class TextStream;
 /// One INSERT statement. The lists are checked neither for their lengths nor for being empty; SQLite refuses what is
 /// wrong.
 ///
-/// Once the table is destroyed, every operation throws "Condition is not met." and leaves `fQuery` as it is. Once
-/// only the database is, PerformInsert throws that, with the text kept as after any failed send.
+/// Once the table is destroyed, every operation throws "Condition is not met." and leaves `fQuery` as it is; so does
+/// PerformInsert when a value destroys the table while it is printed. Once only the database is, PerformInsert throws that, with the text kept as after any failed send.
 /// REQUIRES: no entry of the lists is null.
 class SQLDB_EXPORT SQLInsertClass {
  public:

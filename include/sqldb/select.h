@@ -23,7 +23,6 @@ class SQLColumnBase;
 class SQLCursorBase;
 class SQLTableClass;
 class SQLTermBase;
-class TextStream;
 
 /// One entry of an ORDER BY list.
 struct OrderItem {
@@ -85,11 +84,10 @@ class SQLDB_EXPORT SQLSelectClass {
 
  private:
   friend class SQLDatabase;
-  friend class SQLTableClass;
 
   SQLSelectClass(SQLDatabase* database, boost::shared_ptr<SQLTableClass> table, std::uint32_t limit);
 
-  void PrintSource(TextStream& text) const;
+  void SetUp(const boost::shared_ptr<SQLCursorBase>& cursor);
 
   boost::weak_ptr<void> fDatabaseLifetime;
 };

@@ -35,7 +35,7 @@ class SQLDB_EXPORT SQLUpdateClass {
   /// Builds the text, sends it, and erases `fValues` if `clearValues` is true. " WHERE" is always written and the
   /// term always printed, whatever its NotEmpty says: to change every row, use a term that prints a condition which
   /// is always true. Never waits for a busy file. Throws SQLite's message, or "Condition is not met." once the table
-  /// or its database is destroyed; the values are then kept.
+  /// or its database is destroyed, be it by what is printed; the values are then kept.
   /// REQUIRES: `fTerm` is not null, `fValues` has an entry for every column, and no entry is null.
   void PerformUpdate(bool clearValues);
 

@@ -1,5 +1,7 @@
 #include "sqldb/cursor.h"
 
+#include "database/spares.h"
+#include "sqldb/column.h"
 #include "sqldb/database.h"
 #include "wrapping.h"
 
@@ -16,6 +18,9 @@ SQLCursorBase::SQLCursorBase(SQLDatabase* database)
 
 SQLCursorBase::~SQLCursorBase() noexcept(false) {
   if (!IsOrphan()) fDatabase->RemoveCursor(this);
+  // What releases the last owner of a column may destroy the database.
+  fColumns.clear();
+  if (!IsOrphan()) fDatabase->fSpares->fColumnsOfCursor.TakeBack(fColumns);
 }
 
 bool SQLCursorBase::ProcessRow(sqlite3_stmt*) { return false; }

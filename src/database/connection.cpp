@@ -4,12 +4,13 @@
 
 #include <boost/make_shared.hpp>
 
+#include "database/spares.h"
 #include "sqldb/table.h"  // complete, for its destructor
 
 namespace sqldb {
 
 SQLDatabase::SQLDatabase(const std::string& path, bool readOnly)
-    : fPath(path), fReadOnly(readOnly), fLifetime(boost::make_shared<bool>()) {}
+    : fPath(path), fReadOnly(readOnly), fSpares(boost::make_shared<Spares>()), fLifetime(boost::make_shared<bool>()) {}
 
 SQLDatabase::~SQLDatabase() {
   // First of all: what the release of the tables destroys must leave the lists alone, one of which may be gone.

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <utility>
 
-#include <sqlite3.h>
+#include "schema/integer_column.h"
 
 namespace sqldb {
 
@@ -37,7 +37,7 @@ std::string SQLColumnBase::GetSpecAsString() const {
 template <>
 void SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>>::AssignTo(void* destination, sqlite3_stmt* statement,
                                                                              int columnIndex) const {
-  const int value = sqlite3_column_int(statement, columnIndex);
+  const std::uint32_t value = IntegerOf(statement, columnIndex);
   std::memcpy(destination, &value, sizeof value);
 }
 

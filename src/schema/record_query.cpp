@@ -1,79 +1,68 @@
 #include "sqldb/table.h"
 
+#include <memory>
 #include <utility>
 
-#include <sqlite3.h>
+#include <boost/make_shared.hpp>
 
+#include "database/spares.h"
+#include "schema/integer_column.h"
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
 #include "sqldb/delete.h"
 #include "sqldb/select.h"
 #include "sqldb/term.h"
-#include "text_stream.h"
 
 namespace sqldb {
 
 namespace {
 
-// Fetches one integer.
-class IntegerCursor : public SQLStepCursorBase {
- public:
-  explicit IntegerCursor(SQLDatabase* database) : SQLStepCursorBase(database, OffsetSpec()) {}
+using IntegerCursor = SQLStepCursor<std::uint32_t>;
 
-  // Quiet: whatever finalizing reports, the step has reported before.
-  ~IntegerCursor() override {
-    if (fFinalized) return;
-    sqlite3_finalize(fStatement);
-    fFinalized = true;
-  }
+// Where the one result goes: to the start of the record. Never destroyed, so that the program's last destructors find
+// it.
+const OffsetSpec& StartOfRecord() {
+  static const OffsetSpec& offsets = *[] {
+    auto spec = std::make_unique<OffsetSpec>();
+    spec->PushOffset(0, 0);
+    return spec.release();
+  }();
+  return offsets;
+}
 
-  // Returns false, `value` untouched, if there is no row.
-  bool Fetch(std::uint32_t& value) {
-    if (!Advance()) return false;
-    value = static_cast<std::uint32_t>(sqlite3_column_int(fStatement, 0));
-    return true;
-  }
-};
+// Makes the result column for what `expression` gives, and the cursor that fetches it.
+boost::shared_ptr<IntegerCursor> Ask(boost::shared_ptr<SQLSelectClass>& select, const char* expression,
+                                     ObjectMemory& memory) {
+  const ObjectAllocator<IntegerCursor, ObjectMemory::kCursor> forCursor(memory);
+  const ObjectAllocator<IntegerColumn, ObjectMemory::kColumn> forColumn(memory);
+  auto cursor = boost::allocate_shared<IntegerCursor>(forCursor, select->fDatabase, StartOfRecord());
+  select << boost::allocate_shared<IntegerColumn>(forColumn, nullptr, expression, true, false, false, "");
+  return cursor;
+}
 
 }  // namespace
 
-// A select of one integer expression over a table, of which only the first row is wanted. With nothing on the heap,
-// since an application may make as many of these as of all other queries together.
-class SQLTableClass::RecordQuery {
- public:
-  RecordQuery(const boost::shared_ptr<SQLTableClass>& table, std::uint32_t limit)
-      : fCursor(&table->fDatabase), fSelect(&table->fDatabase, table, limit) {}
-
-  void SetTerm(const boost::shared_ptr<SQLTermBase>& term) { fSelect.fTerm = term; }
-
-  // Returns false, `value` untouched, if there is no row.
-  bool Fetch(const char* expression, std::uint32_t& value) {
-    TextLoan text(fSelect.fTable->fText);
-    text->Add("SELECT ").Add(expression);
-    fSelect.PrintSource(*text);
-    fCursor.PrepareToQuery(text->Text());
-    return fCursor.Fetch(value);
-  }
-
- private:
-  // Declared in this order, so that the select is destroyed first and the cursor after it.
-  IntegerCursor fCursor;
-  SQLSelectClass fSelect;
-};
-
 std::uint32_t SQLTableClass::CountRecords(boost::shared_ptr<SQLTermBase> term) {
-  RecordQuery query(Database().GetTableFromTableClass(this), 0);
-  if (term && term->NotEmpty()) query.SetTerm(term);
+  SQLDatabase& database = Database();
+  boost::shared_ptr<IntegerCursor> cursor;  // released after the select
+  auto select = database.NewSelect(database.GetTableFromTableClass(this), 0);
+  cursor = Ask(select, "COUNT(ROWID)", database.fSpares->fObjects);
+  if (term && term->NotEmpty()) select->fTerm = std::move(term);
+  select->PrepareSelect(cursor);
   std::uint32_t count = 0;
-  query.Fetch("COUNT(ROWID)", count);
+  cursor->Step(count);
   return count;
 }
 
 bool SQLTableClass::HasTerm(boost::shared_ptr<SQLTermBase> term) {
-  RecordQuery query(Database().GetTableFromTableClass(this), 1);
-  query.SetTerm(term);
+  SQLDatabase& database = Database();
+  boost::shared_ptr<IntegerCursor> cursor;  // released after the select
+  auto select = database.NewSelect(database.GetTableFromTableClass(this), 1);
+  cursor = Ask(select, "ROWID", database.fSpares->fObjects);
+  select->fTerm = std::move(term);
+  select->PrepareSelect(cursor);
   std::uint32_t rowId = 0;
-  return query.Fetch("ROWID", rowId);
+  return cursor->Step(rowId) == 0;
 }
 
 void SQLTableClass::DeleteRecords(boost::shared_ptr<SQLTermBase> term) {

@@ -24,6 +24,8 @@ void SQLDeleteClass::SetUpDelete() {
 
 void SQLDeleteClass::PerformDelete() {
   SetUpDelete();
+  // What the term printed may have let the table go.
+  ThrowIf(fTableLifetime.expired());
   fTable->SendQuery(fQuery, nullptr, nullptr);
 }
 

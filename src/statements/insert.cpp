@@ -87,6 +87,8 @@ void SQLInsertClass::PerformInsert(bool clearValues) {
   ThrowIf(fTableLifetime.expired());
   TextLoan text(fTable.fText);
   PrintStatement(*text);
+  // What the values printed may have let the table go.
+  ThrowIf(fTableLifetime.expired());
   const std::string& query = text->Text();
   fQuery.str(query);
   SQLInsertBindingCallback binding(this);

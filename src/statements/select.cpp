@@ -3,6 +3,9 @@
 #include <string>
 #include <utility>
 
+#include <boost/make_shared.hpp>
+
+#include "database/spares.h"
 #include "sqldb/column.h"
 #include "sqldb/cursor.h"
 #include "sqldb/table.h"
@@ -15,19 +18,40 @@ namespace sqldb {
 SQLSelectClass::SQLSelectClass(SQLDatabase* database, boost::shared_ptr<SQLTableClass> table, std::uint32_t limit)
     : fDatabase(database), fTable(std::move(table)), fLimit(limit), fDatabaseLifetime(database->fLifetime) {
   fDatabase->fSelects.push_back(this);
+  fDatabase->fSpares->fColumnsOfSelect.Lend(fColumns);
 }
 
 SQLSelectClass::~SQLSelectClass() {
   delete fCallback;
-  if (!fDatabaseLifetime.expired()) fDatabase->RemoveSelect(this);
+  if (fDatabaseLifetime.expired()) return;
+  fDatabase->RemoveSelect(this);
+  Spares& spares = *fDatabase->fSpares;
+  spares.fText.TakeBack(fQuery);
+  // In the order in which the members go; what they release may destroy the database.
+  fOrder.clear();
+  fTerm.reset();
+  fColumns.clear();
+  if (!fDatabaseLifetime.expired()) spares.fColumnsOfSelect.TakeBack(fColumns);
 }
 
 boost::shared_ptr<SQLSelectClass> SQLDatabase::NewSelect(boost::shared_ptr<SQLTableClass> table, std::uint32_t limit) {
-  return boost::shared_ptr<SQLSelectClass>(new SQLSelectClass(this, std::move(table), limit));
+  // A class that may be constructed, for the allocation of the object together with its counts.
+  struct Select : SQLSelectClass {
+    Select(SQLDatabase* database, boost::shared_ptr<SQLTableClass>&& table, std::uint32_t limit)
+        : SQLSelectClass(database, std::move(table), limit) {}
+  };
+  const ObjectAllocator<Select, ObjectMemory::kSelect> allocator(fSpares->fObjects);
+  return boost::allocate_shared<Select>(allocator, this, std::move(table), limit);
 }
 
-// All of the text behind the result columns.
-void SQLSelectClass::PrintSource(TextStream& text) const {
+void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) { SetUp(cursor); }
+
+void SQLSelectClass::SetUp(const boost::shared_ptr<SQLCursorBase>& cursor) {
+  TextLoan loan(fTable->fText);
+  TextStream& text = *loan;
+  text.Add("SELECT");
+  if (fDistinct) text.Add(" DISTINCT");
+  PrintNames(text, fColumns);
   text.Add(" FROM ").Add(fTable->fName);
   PrintWhere(text, fTerm);
   const char* separator = " ORDER BY ";
@@ -36,34 +60,30 @@ void SQLSelectClass::PrintSource(TextStream& text) const {
     separator = ", ";
   }
   if (fLimit != 0) {
-    text.Add(" LIMIT ").Add(std::to_string(fLimit));
+    text.Add(" LIMIT ").Add(fLimit);
   } else if (fOffset != 0) {
     text.Add(" LIMIT -1");  // SQLite needs a limit before an offset
   }
-  if (fOffset != 0) text.Add(" OFFSET ").Add(std::to_string(fOffset));
-}
+  if (fOffset != 0) text.Add(" OFFSET ").Add(fOffset);
 
-void SQLSelectClass::SetupSelect(boost::shared_ptr<SQLCursorBase> cursor) {
-  TextLoan text(fTable->fText);
-  text->Add("SELECT");
-  if (fDistinct) text->Add(" DISTINCT");
-  PrintNames(*text, fColumns);
-  PrintSource(*text);
-  std::string query = text->Text();
-
+  std::string query;
+  Spares* const spares = fDatabaseLifetime.expired() ? nullptr : fDatabase->fSpares.get();
+  if (spares != nullptr) spares->fText.Lend(query);
+  text.CopyTo(query);
   cursor->fIsShared = true;
   fCallback = new SelectCallback(cursor);
+  if (spares != nullptr) spares->fColumnsOfCursor.Lend(cursor->fColumns);
   cursor->fColumns = fColumns;
   fQuery = std::move(query);
 }
 
 void SQLSelectClass::PrepareSelect(boost::shared_ptr<SQLCursorBase> cursor) {
-  SetupSelect(cursor);
+  SetUp(cursor);
   cursor->PrepareToQuery(fQuery);
 }
 
 void SQLSelectClass::PerformSelect(boost::shared_ptr<SQLCursorBase> cursor) {
-  SetupSelect(cursor);
+  SetUp(cursor);
   // A copy: ProcessRow may set this select up again.
   const std::string query = fQuery;
   cursor->SendQuery(query, fCallback, nullptr);
@@ -71,7 +91,7 @@ void SQLSelectClass::PerformSelect(boost::shared_ptr<SQLCursorBase> cursor) {
 
 boost::shared_ptr<SQLSelectClass>& operator<<(boost::shared_ptr<SQLSelectClass>& select,
                                               boost::shared_ptr<SQLColumnBase> column) {
-  // So that most selects allocate once for their columns.
+  // So that most selects allocate at most once for their columns.
   if (select->fColumns.empty()) select->fColumns.reserve(8);
   select->fColumns.push_back(std::move(column));
   return select;

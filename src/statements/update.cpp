@@ -31,6 +31,8 @@ void SQLUpdateClass::PerformUpdate(bool clearValues) {
   // changing every row.
   text.Add(" WHERE");
   fTerm->Print(text);
+  // What was printed may have let the table go.
+  ThrowIf(fTableLifetime.expired());
   fTable.SendQuery(text.Text(), nullptr, nullptr);
   if (clearValues) fValues.clear();
 }

@@ -14,6 +14,8 @@ SQLEmptyTerm::~SQLEmptyTerm() = default;
 
 bool SQLEmptyTerm::NotEmpty() const { return false; }
 
-boost::shared_ptr<SQLTermBase> SQLEmptyTerm::EmptyTerm(new SQLEmptyTerm);
+// Made before what a program makes at its start and released after that, also where the library is linked into it: the
+// destructors of a program's globals may still count and select.
+__attribute__((init_priority(101))) boost::shared_ptr<SQLTermBase> SQLEmptyTerm::EmptyTerm(new SQLEmptyTerm);
 
 }  // namespace sqldb

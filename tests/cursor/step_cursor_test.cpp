@@ -546,13 +546,14 @@ TEST_F(StepCursorTest, TheFirstNullBufferEndsTheList) {
   char b = 0;
   char c = 0;
   char d = 0;
-  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, nullptr, nullptr), ElementsAre(&a));
-  EXPECT_THAT(cursor.CollectBuffers(&a, &b, nullptr, nullptr), ElementsAre(&a, &b));
-  EXPECT_THAT(cursor.CollectBuffers(&a, &b, &c, nullptr), ElementsAre(&a, &b, &c));
+  char* const none = nullptr;
+  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, nullptr, nullptr), ElementsAre(&a, none, none, none));
+  EXPECT_THAT(cursor.CollectBuffers(&a, &b, nullptr, nullptr), ElementsAre(&a, &b, none, none));
+  EXPECT_THAT(cursor.CollectBuffers(&a, &b, &c, nullptr), ElementsAre(&a, &b, &c, none));
   EXPECT_THAT(cursor.CollectBuffers(&a, &b, &c, &d), ElementsAre(&a, &b, &c, &d));
-  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, &c, &d), ElementsAre(&a));
-  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, nullptr, &d), ElementsAre(&a));
-  EXPECT_THAT(cursor.CollectBuffers(&a, &b, nullptr, &d), ElementsAre(&a, &b));
+  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, &c, &d), ElementsAre(&a, none, none, none));
+  EXPECT_THAT(cursor.CollectBuffers(&a, nullptr, nullptr, &d), ElementsAre(&a, none, none, none));
+  EXPECT_THAT(cursor.CollectBuffers(&a, &b, nullptr, &d), ElementsAre(&a, &b, none, none));
 }
 
 TEST_F(StepCursorTest, ANullSecondBufferLeavesTheRecordAlone) {
@@ -645,6 +646,42 @@ TEST_F(StepCursorTest, WhatAColumnThrowsPassesAndTheRowIsNotCounted) {
   EXPECT_EQ(cursor.fRowCount, 0U);
   EXPECT_EQ(fRecord, 1U);
   EXPECT_THAT(recorder.Lines(), ElementsAre("step = 100", "column_int 0"));
+}
+
+// The library's own column is read without asking it, but only if it is exactly that.
+TEST_F(StepCursorTest, AClassDerivedFromTheLibrarysColumnIsAsked) {
+  class Doubling : public sqldb::SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>> {
+   public:
+    Doubling() : SQLColumnClass(nullptr, "b", true, false, false, "") {}
+    void AssignTo(void* destination, sqlite3_stmt* statement, int index) const override {
+      const auto value = static_cast<std::uint32_t>(2 * sqlite3_column_int(statement, index));
+      std::memcpy(destination, &value, sizeof value);
+    }
+  };
+  Cursor cursor(&fDatabase, Offsets({{0, 0}, {0, 1}}));
+  cursor.fColumns = {MakeColumn("a"), boost::make_shared<Doubling>()};
+  cursor.PrepareToQuery("SELECT a, b FROM t");
+  std::uint32_t second = 0;
+  EXPECT_EQ(cursor.Step(fRecord, &second), 0);
+  EXPECT_EQ(fRecord, 1U);
+  EXPECT_EQ(second, 20U);
+}
+
+TEST_F(StepCursorTest, ChangesOfTheMembersBetweenTwoRowsAreSeen) {
+  Cursor cursor(&fDatabase, Offsets({{0, 0}, {0, 1}}));
+  Prepare(cursor, {"a", "b"});
+  std::array<std::uint32_t, 2> first{};
+  std::uint32_t second = 0;
+  cursor.Step(first[0], &second);
+  std::vector<NotingColumn::Assignment> assignments;
+  cursor.fColumns = {cursor.fColumns[1], boost::make_shared<NotingColumn>(assignments)};
+  cursor.fOffsets = Offsets({{4, 0}, {1, 1}});
+  cursor.fRowCount = 40;
+  EXPECT_EQ(cursor.Step(first[0], &second), 0);
+  EXPECT_THAT(first, ElementsAre(1, 2));
+  EXPECT_THAT(assignments,
+              ElementsAre(NotingColumn::Assignment{reinterpret_cast<char*>(&second) + 1, cursor.fStatement, 1}));
+  EXPECT_EQ(cursor.fRowCount, 41U);
 }
 
 TEST_F(StepCursorTest, SteppingGoesOnAfterAColumnThrew) {

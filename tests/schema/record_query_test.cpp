@@ -1,5 +1,13 @@
+#include <cstring>
+#include <functional>
+#include <memory>
 #include <type_traits>
+#include <typeinfo>
+#include <utility>
 
+#include <boost/make_shared.hpp>
+
+#include "support/allocations.h"
 #include "support/engine.h"
 #include "support/fixtures.h"
 
@@ -18,6 +26,9 @@ using support::OtherConnection;
 using support::TextTerm;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+using IntegerColumn = sqldb::SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>>;
+using Cursor = sqldb::SQLStepCursor<std::uint32_t>;
 
 constexpr char kNotMet[] = "Condition is not met.";
 
@@ -224,6 +235,209 @@ TEST_F(RecordQueryTest, SelectLeavesItsListBeforeTheCursorFinalizes) {
   EXPECT_THAT(fDatabase.fCursors, IsEmpty());
 }
 
+// What SQLite calls in the middle of a step.
+class StepObserver {
+ public:
+  explicit StepObserver(sqldb::SQLDatabase& database) : fConnection(database.fConnection) {
+    sqlite3_create_function(
+        fConnection, "observe", 1, SQLITE_UTF8, this,
+        [](sqlite3_context* context, int, sqlite3_value** arguments) {
+          const auto& self = *static_cast<StepObserver*>(sqlite3_user_data(context));
+          CallRecorder::Pause pause;
+          if (self.fAction) self.fAction();
+          sqlite3_result_value(context, arguments[0]);
+        },
+        nullptr, nullptr);
+  }
+  ~StepObserver() {
+    sqlite3_create_function(fConnection, "observe", 1, SQLITE_UTF8, nullptr, nullptr, nullptr, nullptr);
+  }
+  StepObserver(const StepObserver&) = delete;
+  StepObserver& operator=(const StepObserver&) = delete;
+
+  std::function<void()> fAction;
+
+ private:
+  sqlite3* fConnection;
+};
+
+constexpr char kObserved[] = " observe(qty) = 2";
+
+// The first of the database's cursors, which is the query's where there is no other.
+Cursor& QuerysCursor(const sqldb::SQLDatabase& database) { return dynamic_cast<Cursor&>(*database.fCursors.at(0)); }
+
+// While the step runs, everything that the query is made of is there to be seen.
+class ObservedQueryTest : public RecordQueryTest {
+ protected:
+  ObservedQueryTest() { FillTable(); }
+
+  void ExpectPieces(const std::string& expression, std::uint32_t limit, const std::string& sql) {
+    ASSERT_EQ(fDatabase.fSelects.size(), 1u);
+    ASSERT_EQ(fDatabase.fCursors.size(), 1u);
+    const sqldb::SQLSelectClass& select = *fDatabase.fSelects[0];
+    EXPECT_EQ(select.fDatabase, &fDatabase);
+    EXPECT_EQ(select.fTable, fTable);
+    EXPECT_EQ(select.fTerm, fTerm);
+    EXPECT_THAT(select.fOrder, IsEmpty());
+    EXPECT_FALSE(select.fDistinct);
+    EXPECT_EQ(select.fLimit, limit);
+    EXPECT_EQ(select.fOffset, 0u);
+    EXPECT_EQ(select.fQuery, sql);
+
+    ASSERT_EQ(select.fColumns.size(), 1u);
+    const sqldb::SQLColumnBase& column = *select.fColumns[0];
+    EXPECT_EQ(typeid(column), typeid(IntegerColumn));
+    EXPECT_EQ(column.fTable, nullptr);
+    EXPECT_EQ(column.fName, expression);
+    EXPECT_EQ(column.fSqlType, "INTEGER");
+    EXPECT_EQ(column.fCollation, "");
+    EXPECT_TRUE(column.fCanBeNull);
+    EXPECT_FALSE(column.fIsUnique);
+    EXPECT_FALSE(column.fIsPrimaryKey);
+    EXPECT_EQ(column.fSize, 4u);
+    EXPECT_EQ(column.fSerial, 0u);
+
+    const Cursor& cursor = QuerysCursor(fDatabase);
+    EXPECT_EQ(typeid(cursor), typeid(Cursor));
+    EXPECT_EQ(cursor.fColumns, select.fColumns);
+    EXPECT_EQ(cursor.fSerialNumber, sqldb::SQLCursorBase::sfCursorSerialNumber);
+    ASSERT_EQ(cursor.fOffsets.fItems.size(), 1u);
+    EXPECT_EQ(cursor.fOffsets.fItems[0].fByteOffset, 0u);
+    EXPECT_EQ(cursor.fOffsets.fItems[0].fBuffer, 0u);
+    EXPECT_EQ(cursor.fRowCount, 0u);
+    EXPECT_NE(cursor.fStatement, nullptr);
+    EXPECT_FALSE(cursor.fFinalized);
+    const auto& callback = dynamic_cast<const SelectCallback&>(*select.fCallback);
+    EXPECT_EQ(callback.fCursor.get(), &cursor);
+    fObserved = true;
+  }
+
+  const shared_ptr<SQLTermBase> fTerm = MakeTerm(kObserved);
+  StepObserver fObserver{fDatabase};
+  bool fObserved = false;
+};
+
+TEST_F(ObservedQueryTest, CountIsASelectOfOneColumnOnAStepCursor) {
+  fObserver.fAction = [this] {
+    ExpectPieces("COUNT(ROWID)", 0, "SELECT COUNT(ROWID) FROM items WHERE observe(qty) = 2");
+  };
+  EXPECT_EQ(fTable->CountRecords(fTerm), 1u);
+  EXPECT_TRUE(fObserved);
+}
+
+TEST_F(ObservedQueryTest, HasTermIsASelectOfOneColumnOnAStepCursor) {
+  fObserver.fAction = [this] { ExpectPieces("ROWID", 1, "SELECT ROWID FROM items WHERE observe(qty) = 2 LIMIT 1"); };
+  EXPECT_TRUE(fTable->HasTerm(fTerm));
+  EXPECT_TRUE(fObserved);
+}
+
+TEST_F(ObservedQueryTest, QueriesAfterTheFirstAreMadeOfTheSamePieces) {
+  for (int round = 0; round < 3; ++round) {
+    fTable->CountRecords(nullptr);
+    fObserved = false;
+    fObserver.fAction = [this] {
+      ExpectPieces("COUNT(ROWID)", 0, "SELECT COUNT(ROWID) FROM items WHERE observe(qty) = 2");
+    };
+    fTable->CountRecords(fTerm);
+    EXPECT_TRUE(fObserved);
+    fObserver.fAction = nullptr;
+    fTable->HasTerm(nullptr);
+  }
+}
+
+// Stores what it is told to, wherever it is told to.
+class ConstantColumn : public sqldb::SQLColumnBase {
+ public:
+  explicit ConstantColumn(std::uint32_t value)
+      : SQLColumnBase(nullptr, "n", "INTEGER", 4, true, false, false, ""), fValue(value) {}
+  void AssignTo(void* destination, sqlite3_stmt*, int index) const override {
+    EXPECT_EQ(index, 0);
+    std::memcpy(destination, &fValue, sizeof fValue);
+    ++fAssigned;
+  }
+
+  const std::uint32_t fValue;
+  mutable int fAssigned = 0;
+};
+
+TEST_F(ObservedQueryTest, TheValueComesThroughTheCursorsColumn) {
+  const auto constant = boost::make_shared<ConstantColumn>(4711);
+  fObserver.fAction = [&] { QuerysCursor(fDatabase).fColumns = {constant}; };
+  EXPECT_EQ(fTable->CountRecords(fTerm), 4711u);
+  EXPECT_EQ(constant->fAssigned, 1);
+  EXPECT_TRUE(fTable->HasTerm(fTerm));
+  EXPECT_EQ(constant->fAssigned, 2);
+  EXPECT_EQ(constant.use_count(), 1);
+}
+
+TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryStaysAsItWas) {
+  std::vector<shared_ptr<sqldb::SQLCursorBase>> cursors;
+  std::vector<shared_ptr<sqldb::SQLColumnBase>> columns;
+  fObserver.fAction = [&] {
+    const sqldb::SQLSelectClass& select = *fDatabase.fSelects.back();
+    cursors.push_back(dynamic_cast<const SelectCallback&>(*select.fCallback).fCursor);
+    columns.push_back(select.fColumns.at(0));
+    fObserver.fAction = nullptr;
+  };
+  const auto keep = fObserver.fAction;
+  fTable->CountRecords(fTerm);
+  fObserver.fAction = keep;
+  fTable->HasTerm(fTerm);
+  ASSERT_EQ(columns.size(), 2u);
+  fTable->CountRecords(nullptr);
+  EXPECT_EQ(columns[0]->fName, "COUNT(ROWID)");
+  EXPECT_EQ(columns[1]->fName, "ROWID");
+  EXPECT_THAT(fDatabase.fCursors, ElementsAre(cursors[0].get(), cursors[1].get()));
+  EXPECT_THAT(cursors[0]->fColumns, ElementsAre(columns[0]));
+  EXPECT_THAT(cursors[1]->fColumns, ElementsAre(columns[1]));
+  cursors.clear();
+  columns.clear();
+  EXPECT_EQ(fTable->CountRecords(nullptr), 3u);
+}
+
+TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayOutliveTheDatabase) {
+  auto database = std::make_unique<sqldb::SQLDatabase>(":memory:", false);
+  database->Open();
+  database->SendQuery("CREATE TABLE items (qty INTEGER); INSERT INTO items VALUES (2)", nullptr, nullptr);
+  const auto table = database->NewTable("items");
+  std::vector<shared_ptr<sqldb::SQLColumnBase>> kept;
+  {
+    StepObserver observer(*database);
+    observer.fAction = [&] { kept.push_back(database->fSelects.at(0)->fColumns.at(0)); };
+    EXPECT_EQ(table->CountRecords(fTerm), 1u);
+    EXPECT_TRUE(table->HasTerm(fTerm));
+  }
+  auto select = database->NewSelect(table, 0);
+  database.reset();
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_EQ(kept[0]->fName, "COUNT(ROWID)");
+  EXPECT_EQ(kept[1]->fName, "ROWID");
+}
+
+TEST_F(ObservedQueryTest, QueriesMayBeMadeInTheMiddleOfAnother) {
+  std::vector<std::uint32_t> counts;
+  fObserver.fAction = [&] {
+    const auto inner = MakeTerm(" qty > 1 AND 'a text that is longer than that of the query around it' <> ''");
+    counts.push_back(fTable->CountRecords(inner) + (fTable->HasTerm(inner) ? 10 : 0));
+  };
+  EXPECT_EQ(fTable->CountRecords(fTerm), 1u);
+  EXPECT_THAT(counts, ElementsAre(12, 12, 12));
+}
+
+TEST_F(RecordQueryTest, OneQueryAfterTheOtherAllocatesItsCallbackOnly) {
+  FillTable();
+  const auto term = MakeTerm(" qty > 1");
+  const auto other = fDatabase.NewSelect(fTable, 0);
+  const auto query = [&] {
+    fTable->CountRecords(term);
+    fTable->HasTerm(term);
+  };
+  query();
+  const support::AllocationCount count;
+  query();
+  EXPECT_EQ(count.Count(), 2u);
+}
+
 TEST_F(RecordQueryTest, QueriesOnATableThatIsNotRegisteredThrowBeforeAnySql) {
   SQLTableClass stranger(fDatabase, "items");
   const auto term = boost::shared_ptr<TextTerm>(new TextTerm(" qty > 1"));
@@ -363,6 +577,59 @@ TEST_F(RecordQueryTest, QueriesOnAFileThatStaysBusyGiveUpAfterAMinute) {
     EXPECT_EQ(recorder.Count("finalize"), 1u);
   }
   other.Run("COMMIT");
+}
+
+// Prints a condition, and lets the last owners of the table go.
+class ReleasingTerm : public SQLTermBase {
+ public:
+  explicit ReleasingTerm(std::function<void()> release) : fRelease(std::move(release)) {}
+  std::ostream& Print(std::ostream& out) const override {
+    fRelease();
+    return out << " qty > 0";
+  }
+  bool NotEmpty() const override { return true; }
+
+ private:
+  std::function<void()> fRelease;
+};
+
+class ReleasedTableTest : public RecordQueryTest {
+ protected:
+  // Nobody but the test holds the table any more, so that `fTerm` destroys it.
+  ReleasedTableTest() {
+    FillTable();
+    fDatabase.fTables.clear();
+  }
+
+  const shared_ptr<SQLTermBase> fTerm = boost::make_shared<ReleasingTerm>([this] { fTable.reset(); });
+};
+
+TEST_F(ReleasedTableTest, ATermThatReleasesTheTableIsNotDeletedBy) {
+  SQLTableClass* const table = fTable.get();
+  CallRecorder recorder;
+  EXPECT_EQ(MessageOf([&] { table->DeleteRecords(fTerm); }), kNotMet);
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+  EXPECT_FALSE(fTable);
+  EXPECT_THAT(Rows("SELECT qty FROM items"), ElementsAre("1", "2", "3"));
+}
+
+TEST_F(ReleasedTableTest, ADeleteWhoseTermReleasesTheTableSendsNothing) {
+  const auto statement = fTable->NewDelete(fTerm);
+  CallRecorder recorder;
+  EXPECT_EQ(MessageOf([&] { statement->PerformDelete(); }), kNotMet);
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+  EXPECT_EQ(statement->fQuery, "DELETE FROM items WHERE qty > 0");
+}
+
+TEST_F(RecordQueryTest, ATermThatReleasesTheTableIsCountedByAllTheSame) {
+  FillTable();
+  const auto term = boost::make_shared<ReleasingTerm>([this] {
+    fTable.reset();
+    fDatabase.fTables.clear();
+  });
+  SQLTableClass* const table = fTable.get();
+  EXPECT_EQ(table->CountRecords(term), 3u);
+  EXPECT_FALSE(fTable);
 }
 
 TEST_F(RecordQueryTest, DeleteDoesNotWait) {
