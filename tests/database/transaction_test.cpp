@@ -187,6 +187,33 @@ TEST_F(TransactionTest, TheDepthWrapsDownwards) {
   EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
+TEST_F(TransactionTest, CloseKeepsTheLevelsSoThatTheNextBeginSendsNothing) {
+  Begin(2);
+  Insert(1);
+  fDatabase.EndTransaction(false, false);
+  fDatabase.Close();
+  ExpectState(1, false);
+  EXPECT_THAT(Items(), IsEmpty()) << "SQLite has rolled the transaction back";
+  fDatabase.Open();
+  CallRecorder recorder;
+  fDatabase.BeginTransaction();
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+  ExpectState(2, false);
+}
+
+TEST_F(TransactionTest, LevelsSetBackAfterACloseAreCountedAnew) {
+  Begin(2);
+  fDatabase.EndTransaction(false, false);
+  fDatabase.Close();
+  fDatabase.fTransactionDepth = 0;
+  fDatabase.fTransactionOK = true;
+  fDatabase.Open();
+  CallRecorder recorder;
+  fDatabase.BeginTransaction();
+  fDatabase.EndTransaction(true, false);
+  EXPECT_THAT(recorder.Sql(), ElementsAre(kBegin, kCommit));
+}
+
 TEST_F(TransactionTest, AFailedBeginLeavesTheDepth) {
   Rows("BEGIN");
   CallRecorder recorder;

@@ -250,6 +250,28 @@ TEST_F(TextStreamTest, TableMayGoInTheMiddleOfItsText) {
   EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE a = 1");
 }
 
+TEST_F(TextStreamTest, TextOfATableThatIsGoneIsNotSent) {
+  const auto print = [this](std::ostream& out) {
+    fDatabase.fTables.clear();
+    fTable.reset();
+    out << " 1";
+  };
+  const auto update = UpdateOf(MakeValue("2"), PrintedTerm(print));
+  CallRecorder recorder;
+  EXPECT_EQ(MessageOf([&] { update->PerformUpdate(true); }), "Condition is not met.");
+  EXPECT_EQ(update->fValues.size(), 1u);
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+
+  fTable = MakeTable("u", {"a"});
+  const auto insert = InsertOf(PrintedValue(print));
+  insert->fQuery << "earlier; ";
+  recorder.Clear();
+  EXPECT_EQ(MessageOf([&] { insert->PerformInsert(true); }), "Condition is not met.");
+  EXPECT_EQ(insert->fQuery.str(), "earlier; ");
+  EXPECT_EQ(insert->fValues.size(), 1u);
+  EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
 TEST_F(TextStreamTest, TermMayAskWhereItIsAndGoBack) {
   const auto print = [](std::ostream& out) {
     const std::streampos start = out.tellp();
