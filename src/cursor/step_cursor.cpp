@@ -66,8 +66,9 @@ bool SQLStepCursorBase::AdvanceUnlessDone(int result) {
   return false;
 }
 
+// A part of both functions that follow it: another call would be felt in every row.
 template <typename Buffers>
-int SQLStepCursorBase::FetchRow(const Buffers& buffers) {
+__attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buffers& buffers) {
   const int result = sqlite3_step(fStatement);
   if (result != SQLITE_ROW && !AdvanceUnlessDone(result)) return 1;
   sqlite3_stmt* const statement = fStatement;
