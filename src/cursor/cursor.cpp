@@ -1,18 +1,16 @@
 #include "sqldb/cursor.h"
 
+#include "counter.h"
 #include "database/spares.h"
 #include "sqldb/column.h"
 #include "sqldb/database.h"
-#include "wrapping.h"
 
 namespace sqldb {
 
 std::int32_t SQLCursorBase::sfCursorSerialNumber = 0;
 
 SQLCursorBase::SQLCursorBase(SQLDatabase* database)
-    : fDatabase(database),
-      fSerialNumber(sfCursorSerialNumber = WrappingAdd(sfCursorSerialNumber, 1)),
-      fDatabaseLifetime(database->fLifetime) {
+    : fDatabase(database), fSerialNumber(Draw(sfCursorSerialNumber)), fDatabaseLifetime(database->fLifetime) {
   fDatabase->fCursors.push_back(this);
 }
 

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <ostream>
 
-#include "wrapping.h"
+#include "counter.h"
 
 namespace sqldb {
 
@@ -18,10 +18,10 @@ std::ostream& SQLValueBase::Print(std::ostream& stream) const { return stream; }
 void SQLValueBase::BindingOpportunity(sqlite3_stmt*) const {}
 
 void SQLValueBase::RememberParameterName() {
-  gLastNamedParameterSequence = WrappingAdd(gLastNamedParameterSequence, 1);
   // 0 means that there is no name.
-  if (gLastNamedParameterSequence == 0) gLastNamedParameterSequence = 1;
-  fParameterNumber = gLastNamedParameterSequence;
+  do {
+    fParameterNumber = Draw(gLastNamedParameterSequence);
+  } while (fParameterNumber == 0);
 }
 
 std::string SQLValueBase::GetParameterName() const {

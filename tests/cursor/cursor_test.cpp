@@ -17,6 +17,7 @@
 #include <boost/make_shared.hpp>
 
 #include "support/call_recorder.h"
+#include "support/crowd.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 
@@ -225,6 +226,19 @@ TEST_F(CursorTest, TheCounterPassesZeroFromBelow) {
   SQLCursorBase::sfCursorSerialNumber = -1;
   EXPECT_EQ(SQLCursorBase(&fDatabase).fSerialNumber, 0);
   EXPECT_EQ(SQLCursorBase(&fDatabase).fSerialNumber, 1);
+}
+
+TEST_F(CursorTest, ThreadsWithADatabaseEachNeverGiveTheSameNumber) {
+  const SerialNumberGuard guard;
+  SQLCursorBase::sfCursorSerialNumber = 6;
+  const std::vector<std::int32_t> given = support::DrawnInCrowd([] {
+    thread_local sqldb::SQLDatabase database("unopened", false);
+    return SQLCursorBase(&database).fSerialNumber;
+  });
+  EXPECT_EQ(std::adjacent_find(given.begin(), given.end()), given.end());
+  EXPECT_EQ(given.front(), 7);
+  EXPECT_EQ(given.back(), 200006);
+  EXPECT_EQ(SQLCursorBase::sfCursorSerialNumber, 200006);
 }
 
 // The database's list -------------------------------------------------------------------------------------------------

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <limits>
 #include <sstream>
 #include <type_traits>
 
+#include "support/crowd.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
 
@@ -149,6 +151,30 @@ TEST(ValueTest, ZeroIsSkippedSoThatOneFollowsMinusOne) {
   EXPECT_EQ(NextName(), ":1");
   EXPECT_EQ(SQLValueBase::gLastNamedParameterSequence, 1);
   EXPECT_EQ(NextName(), ":2");
+}
+
+std::int32_t NextNumber() {
+  SQLValueBase value;
+  value.RememberParameterName();
+  return value.fParameterNumber;
+}
+
+TEST(ValueTest, ThreadsNeverDrawTheSameNumber) {
+  const Sequence sequence(6);
+  const std::vector<std::int32_t> drawn = support::DrawnInCrowd(NextNumber);
+  EXPECT_EQ(std::adjacent_find(drawn.begin(), drawn.end()), drawn.end());
+  EXPECT_EQ(drawn.front(), 7);
+  EXPECT_EQ(drawn.back(), 200006);
+  EXPECT_EQ(SQLValueBase::gLastNamedParameterSequence, 200006);
+}
+
+TEST(ValueTest, NoneOfSeveralThreadsDrawsZero) {
+  const Sequence sequence(-100001);
+  const std::vector<std::int32_t> drawn = support::DrawnInCrowd(NextNumber);
+  EXPECT_EQ(std::adjacent_find(drawn.begin(), drawn.end()), drawn.end());
+  EXPECT_EQ(drawn.front(), -100000);
+  EXPECT_EQ(drawn.back(), 100000);
+  EXPECT_FALSE(std::binary_search(drawn.begin(), drawn.end(), 0));
 }
 
 TEST(AddValueToUpdateTest, WritesABlankAndThenTheValue) {
