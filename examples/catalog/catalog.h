@@ -46,7 +46,7 @@ std::uint64_t TagFiles(Store& store, const std::string& kind, const std::string&
 std::uint64_t ForgetFiles(Store& store, const std::string& path);
 
 /// Writes how SQLite would find the largest files, without the index on the size and with it. The catalogue stays as it
-/// is.
+/// is. REQUIRES: no other thread writes to std::clog, whose buffer is exchanged meanwhile.
 void ExplainLargest(Store& store, std::ostream& out);
 
 }  // namespace catalog

@@ -15,8 +15,8 @@ enum class Comparison { kSame, kDifferent, kFirstUnreadable, kSecondUnreadable }
 
 Comparison CompareContents(const OpenFile& first, const OpenFile& second) {
   constexpr std::size_t kBlock = 65536;
-  static std::vector<char> firstBlock(kBlock);
-  static std::vector<char> secondBlock(kBlock);
+  thread_local std::vector<char> firstBlock(kBlock);
+  thread_local std::vector<char> secondBlock(kBlock);
   for (std::int64_t position = 0;; position += static_cast<std::int64_t>(kBlock)) {
     const std::int64_t length = first.ReadAt(position, firstBlock.data(), kBlock);
     if (length < 0) return Comparison::kFirstUnreadable;

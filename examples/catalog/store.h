@@ -47,10 +47,13 @@ struct Location {
 
 enum class Ending { kCommit, kRollBack };
 
+/// Used by one thread at a time. Several stores may be used by several threads at the same time, on a file each.
 class Store {
  public:
   /// Opens the file; throws Failure if it cannot be opened, or if there is a key and SQLite cannot encrypt. Looks into
   /// what it holds no earlier than Ask and Change.
+  /// REQUIRES: the process has the file open nowhere else. It is opened and closed in passing here, upon which the
+  /// system would take the locks of all who have it open.
   Store(const Location& location, Access access);
 
   /// Runs `work` in a transaction that holds the file's shared lock from the start, so that nothing within it can

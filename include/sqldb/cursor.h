@@ -58,7 +58,9 @@ class SQLDB_EXPORT SQLCursorBase {
   /// 1 for the first cursor of the process, 2 for the next, across all databases.
   std::int32_t fSerialNumber;
 
-  /// The serial number given last; 0 before the first cursor. Wraps after 2,147,483,647.
+  /// The serial number given last; 0 before the first cursor. Wraps after 2,147,483,647. Advances atomically: no two
+  /// threads are given the same.
+  /// REQUIRES: read and assigned only while no other thread makes a cursor.
   static std::int32_t sfCursorSerialNumber;
 
  protected:

@@ -4,9 +4,13 @@
 // One SQLDatabase stands for one SQLite 3 database file and the one connection kept to it. Everything else reaches
 // SQLite through it.
 //
-// Order of calls: construct, Open, make tables and selects, work, Close or destroy. A database and everything made
-// from it are used by one thread at a time; nothing is locked. Cursors and values of all databases draw their numbers
-// from one counter each, so that they are made by one thread at a time in the whole process.
+// Order of calls: construct, Open, make tables and selects, work, Close or destroy.
+//
+// A database and everything made from it are used by one thread at a time; nothing is locked. Different databases may
+// be used by different threads at the same time, on one file too. What all databases share is safe: the two counters
+// from which cursors and values draw their numbers advance atomically, and SQLEmptyTerm::EmptyTerm never changes. A
+// column, term or value that several threads use at the same time is not changed meanwhile.
+// REQUIRES: for several threads, SQLite is built for them: sqlite3_threadsafe() is not 0.
 
 #include <cstdint>
 #include <string>
@@ -139,6 +143,11 @@ class SQLDB_EXPORT SQLDatabase {
   /// Asks SQLite to explain every statement of `sql` and writes the names of the operations it would run to
   /// std::clog, as `fExplainLevel` says. Runs nothing. Throws SQLite's message; nothing is then explained. As in
   /// SendQuery, anything after the last semicolon is one more statement.
+  ///
+  /// std::clog is one for the whole process. Each text is written to it by one insertion, so that those of several
+  /// threads do not mix.
+  /// REQUIRES: no other thread exchanges the buffer of std::clog meanwhile. If it is not the one that it has from the
+  /// start, and several threads write to it, it may be written to by several threads at once.
   void ExplainQuery(const std::string& sql);
 
   /// Makes a table object named `name` and registers it; names are not compared. Sends no SQL: call the table's

@@ -45,7 +45,8 @@ class SQLDB_EXPORT SQLValueBase {
   /// does nothing.
   virtual void BindingOpportunity(sqlite3_stmt* statement) const;
 
-  /// Draws the value's parameter number from the process-wide sequence. A later call draws a new one.
+  /// Draws the value's parameter number from the process-wide sequence: one that no other value, of any thread, has
+  /// drawn since the sequence began or wrapped. A later call draws a new one.
   /// REQUIRES: called before the statement's text is built, by a value that prints its name.
   void RememberParameterName();
 
@@ -56,7 +57,8 @@ class SQLDB_EXPORT SQLValueBase {
   std::int32_t fParameterNumber = 0;
 
   /// The number drawn last, by any value of the process; 0 before the first. Wraps after 2,147,483,647 to the smallest
-  /// negative number, and SQLite refuses the names of negative numbers; 0 is never drawn.
+  /// negative number, and SQLite refuses the names of negative numbers; 0 is never drawn. Advances atomically.
+  /// REQUIRES: read and assigned only while no other thread draws.
   static std::int32_t gLastNamedParameterSequence;
 };
 

@@ -24,9 +24,10 @@ void AppendOperation(std::string& explanation, bool isFirst, sqlite3_stmt* state
   if (name != nullptr) explanation += reinterpret_cast<const char*>(name);
 }
 
+// At once, so that what several threads explain does not mix.
 void LogExplanation(const std::string& sql, const char* label, const std::string& explanation) {
-  std::clog << "- (SQLDatabase::ExplainQuery) EXPLAIN Query: '" << sql << "'.\n"
-            << "  " << label << ": '" << explanation << "'.\n";
+  std::clog << "- (SQLDatabase::ExplainQuery) EXPLAIN Query: '" + sql + "'.\n" + "  " + label + ": '" + explanation +
+                   "'.\n";
 }
 
 }  // namespace
@@ -34,7 +35,7 @@ void LogExplanation(const std::string& sql, const char* label, const std::string
 void SQLDatabase::ThrowExplainError(sqlite3* connection, const char* ending) const {
   const std::string message = sqlite3_errmsg(connection);
   // The label says SendQuery on purpose: it is part of the log's format.
-  if (fLogErrors != 0) std::clog << "- (SQLDatabase::SendQuery) Explain error: '" << message << ending;
+  if (fLogErrors != 0) std::clog << "- (SQLDatabase::SendQuery) Explain error: '" + message + ending;
   throw std::runtime_error(message);
 }
 
