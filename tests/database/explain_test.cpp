@@ -1,3 +1,5 @@
+#include <iostream>
+#include <streambuf>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
@@ -23,6 +25,24 @@ static_assert(
 
 constexpr char kPlain[] = "SELECT a FROM items";
 constexpr char kSorting[] = "SELECT a FROM items ORDER BY a";
+
+// Keeps what is written to std::clog while it lives, write by write.
+class ClogWrites : public std::streambuf {
+ public:
+  ClogWrites() : fOriginal(std::clog.rdbuf(this)) {}
+  ~ClogWrites() override { std::clog.rdbuf(fOriginal); }
+
+  std::vector<std::string> fTexts;
+
+ protected:
+  std::streamsize xsputn(const char* text, std::streamsize size) override {
+    fTexts.emplace_back(text, static_cast<std::size_t>(size));
+    return size;
+  }
+
+ private:
+  std::streambuf* fOriginal;
+};
 
 class ExplainTest : public support::DatabaseTest {
  protected:
@@ -311,6 +331,17 @@ TEST_F(ExplainTest, AFinalizeErrorIsLoggedAndThrown) {
                                               "finalize = " + std::to_string(code), "errmsg"));
     EXPECT_EQ(FinalizeLeftovers(fDatabase.fConnection), 0);
   }
+}
+
+// So that what several threads write does not mix.
+TEST_F(ExplainTest, EachTextIsWrittenAtOnce) {
+  fDatabase.fExplainLevel = 1;
+  fDatabase.fLogErrors = 1;
+  const ClogWrites log;
+  fDatabase.ExplainQuery(kPlain);
+  EXPECT_EQ(MessageOf([&] { fDatabase.ExplainQuery("SELECT a FROM nowhere"); }), "no such table: nowhere");
+  EXPECT_THAT(log.fTexts, ElementsAre(AllOf(HasSubstr("EXPLAIN Query: '"), HasSubstr("Explanation: '")),
+                                      "- (SQLDatabase::SendQuery) Explain error: 'no such table: nowhere' (C).\n"));
 }
 
 TEST_F(ExplainTest, WithoutLogErrorsNoErrorIsLogged) {
