@@ -1,8 +1,15 @@
 #ifndef SQLDB_EXPORT_H
 #define SQLDB_EXPORT_H
 
-/// Marks what the library offers. Everything else is compiled with hidden visibility and stays inside libsqldb.so.
-/// Harmless in a static build.
+/// Marks what the library offers. Everything else is compiled with hidden visibility and stays inside the library; in a
+/// DLL, which has no visibility, it is just not exported. Harmless in a static build.
+#ifndef _WIN32
 #define SQLDB_EXPORT __attribute__((visibility("default")))
+#elif defined(sqldb_EXPORTS)
+// Defined while the DLL is built. Those who use it import by themselves, data too.
+#define SQLDB_EXPORT __declspec(dllexport)
+#else
+#define SQLDB_EXPORT
+#endif
 
 #endif  // SQLDB_EXPORT_H
