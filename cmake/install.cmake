@@ -1,7 +1,7 @@
 # What an installation holds. It may be moved as a whole: nothing in it knows where it was installed.
 include(CMakePackageConfigHelpers)
 
-foreach(folder IN ITEMS LIBDIR INCLUDEDIR)
+foreach(folder IN ITEMS BINDIR LIBDIR INCLUDEDIR)
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
     message(FATAL_ERROR "CMAKE_INSTALL_${folder} is to be relative to the installation, not ${CMAKE_INSTALL_${folder}}.")
   endif()
@@ -10,6 +10,7 @@ endforeach()
 install(TARGETS sqldb sqldb_kit EXPORT sqldbTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 set_target_properties(sqldb_kit PROPERTIES EXPORT_NAME kit)
 install(DIRECTORY include/sqldb kit/include/sqldb DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)

@@ -20,7 +20,9 @@ set(expected ${core} ${kit}
   ${LIBDIR}/cmake/sqldb/sqldbTargets-${config}.cmake
   ${LIBDIR}/cmake/sqldb/sqldbTargets.cmake
   ${LIBDIR}/pkgconfig/sqldb.pc)
-if(TYPE STREQUAL "SHARED_LIBRARY")
+if(TYPE STREQUAL "SHARED_LIBRARY" AND WIN32)
+  list(APPEND expected ${BINDIR}/libsqldb.dll ${LIBDIR}/libsqldb.dll.a)
+elseif(TYPE STREQUAL "SHARED_LIBRARY")
   string(REGEX MATCH "^[0-9]+" major ${VERSION})
   set(soname libsqldb.so.${major})
   list(APPEND expected ${LIBDIR}/libsqldb.so ${LIBDIR}/${soname} ${LIBDIR}/libsqldb.so.${VERSION})
@@ -50,7 +52,7 @@ foreach(file IN LISTS installed)
   endforeach()
 endforeach()
 
-if(TYPE STREQUAL "SHARED_LIBRARY")
+if(TYPE STREQUAL "SHARED_LIBRARY" AND NOT WIN32)
   execute_process(COMMAND ${READELF} --dynamic ${PREFIX}/${LIBDIR}/libsqldb.so OUTPUT_VARIABLE dynamic)
   string(FIND "${dynamic}" "Library soname: [${soname}]" at)
   if(at EQUAL -1)
