@@ -1,0 +1,40 @@
+# What the library is compiled with and linked to. Below a minimum it stops with the sentence of README.md; what only the
+# kit needs, its headers check.
+
+# Apple counts the versions of its Clang in another way.
+if(NOT CMAKE_CXX_COMPILER_ID MATCHES "^(GNU|Clang|AppleClang)$"
+    OR CMAKE_CXX_COMPILER_FRONTEND_VARIANT STREQUAL "MSVC"
+    OR (NOT CMAKE_CXX_COMPILER_ID STREQUAL "AppleClang" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 9))
+  message(FATAL_ERROR "sqldb needs GCC 9 or newer, or Clang 9 or newer. "
+    "This is ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}.")
+endif()
+
+# SQLDB_ENGINE_TARGET is what to link, SQLDB_ENGINE_VERSION which version of SQLite it is, as far as that is known.
+if(SQLDB_ENGINE STREQUAL "sqlite3")
+  find_package(SQLite3 REQUIRED)
+  if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.7.17)
+    message(FATAL_ERROR "sqldb needs SQLite 3.7.17 or newer. This is ${SQLite3_VERSION}.")
+  endif()
+  # CMake 4.3 has renamed it.
+  if(TARGET SQLite3::SQLite3)
+    set(SQLDB_ENGINE_TARGET SQLite3::SQLite3)
+  else()
+    set(SQLDB_ENGINE_TARGET SQLite::SQLite3)
+  endif()
+else()
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(SQLDB_ENGINE_${SQLDB_ENGINE} REQUIRED IMPORTED_TARGET ${SQLDB_ENGINE})
+  set(SQLDB_ENGINE_TARGET PkgConfig::SQLDB_ENGINE_${SQLDB_ENGINE})
+endif()
+
+find_package(Boost QUIET CONFIG)
+if(NOT Boost_FOUND)
+  # For headers that came without Boost's own files for CMake. Newer versions of CMake look for those only, unless asked.
+  if(POLICY CMP0167)
+    cmake_policy(SET CMP0167 OLD)
+  endif()
+  find_package(Boost REQUIRED MODULE)
+endif()
+if(Boost_VERSION VERSION_LESS 1.74)
+  message(FATAL_ERROR "sqldb needs Boost 1.74 or newer. This is ${Boost_VERSION}.")
+endif()
