@@ -22,15 +22,33 @@ bool InMemoryOrder(const First& first, const Second& second, const Rest&... rest
   return std::less<const void*>()(&first, &second) && InMemoryOrder(second, rest...);
 }
 
+struct MemberPointer {
+  std::uintptr_t function;    // where it is, or for a virtual one its place in the virtual table, in bytes
+  std::uintptr_t adjustment;  // of the object's address
+};
+
+template <typename Member>
+MemberPointer AsWords(Member member) {
+  MemberPointer words;
+  static_assert(sizeof member == sizeof words, "not an Itanium member function pointer");
+  std::memcpy(&words, &member, sizeof words);
+  return words;
+}
+
+struct HasVirtual {
+  virtual ~HasVirtual() = default;
+  virtual void Second() {}
+};
+
 // The slot of a virtual member function in its class's table, counted from 0, -1 for one that is not virtual. A virtual
-// destructor takes two slots. Reads member pointers as the Itanium C++ ABI lays them out.
+// destructor takes two slots. Reads member pointers as the Itanium C++ ABI lays them out: bit 0 of the function tells a
+// virtual one, but where an address needs that bit (on ARM it tells Thumb code), bit 0 of the adjustment does.
 template <typename Member>
 int VirtualSlot(Member member) {
-  std::uintptr_t words[2];
-  static_assert(sizeof member == sizeof words, "not an Itanium member function pointer");
-  std::memcpy(words, &member, sizeof words);
-  if (((words[0] | words[1]) & 1) == 0) return -1;
-  return static_cast<int>(words[0] / sizeof(void*));
+  const MemberPointer words = AsWords(member);
+  const bool toldByAdjustment = (AsWords(&HasVirtual::Second).adjustment & 1) != 0;
+  if (((toldByAdjustment ? words.adjustment : words.function) & 1) == 0) return -1;
+  return static_cast<int>(words.function / sizeof(void*));
 }
 
 }  // namespace support
