@@ -9,11 +9,17 @@ if(NOT CMAKE_CXX_COMPILER_ID MATCHES "^(GNU|Clang|AppleClang)$"
     "This is ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}.")
 endif()
 
-# SQLDB_ENGINE_TARGET is what to link, SQLDB_ENGINE_VERSION which version of SQLite it is, as far as that is known.
+# SQLDB_ENGINE_TARGET is what to link, SQLDB_USES_KIT whether it is new enough for the kit's tests and examples.
+set(SQLDB_USES_KIT TRUE)
 if(SQLDB_ENGINE STREQUAL "sqlite3")
   find_package(SQLite3 REQUIRED)
   if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.7.17)
     message(FATAL_ERROR "sqldb needs SQLite 3.7.17 or newer. This is ${SQLite3_VERSION}.")
+  endif()
+  if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.8.7)
+    set(SQLDB_USES_KIT FALSE)
+    message(STATUS "Tests and examples with the kit left out: sqldb::kit needs SQLite 3.8.7 or newer. "
+      "This is ${SQLite3_VERSION}.")
   endif()
   # CMake 4.3 has renamed it.
   if(TARGET SQLite3::SQLite3)

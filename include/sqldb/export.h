@@ -1,6 +1,10 @@
 #ifndef SQLDB_EXPORT_H
 #define SQLDB_EXPORT_H
 
+#if __cplusplus < 201703L
+#error "sqldb needs C++17."
+#endif
+
 /// Marks what the library offers. Everything else is compiled with hidden visibility and stays inside the library; in a
 /// DLL, which has no visibility, it is just not exported. Harmless in a static build.
 #ifndef _WIN32

@@ -1,6 +1,7 @@
 # Compiles SOURCE with COMPILER in the oldest and the newest language version. With MENDED it must compile, with MENDED
-# defined; without, it must fail with an error that matches ERROR.
-set(arguments -c -o ${OBJECT} ${SOURCE})
+# defined; without, it must fail with an error that matches ERROR. OPTIONS come before
+# the folders, which are searched after theirs, and after the language version, which they may change.
+set(arguments ${OPTIONS} -c -o ${OBJECT} ${SOURCE})
 foreach(folder IN LISTS INCLUDE_FOLDERS)
   if(folder)
     list(APPEND arguments -I ${folder})

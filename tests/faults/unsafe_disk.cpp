@@ -29,7 +29,7 @@ void Apply(std::vector<char>& contents, const UnsafeDisk::Change& change) {
     return;
   }
   if (contents.size() < offset + change.data.size()) contents.resize(offset + change.data.size());
-  std::copy(change.data.begin(), change.data.end(), contents.begin() + change.offset);
+  std::copy(change.data.begin(), change.data.end(), contents.data() + offset);
 }
 
 void Add(UnsafeDisk::File& file, UnsafeDisk::Change change) {

@@ -24,6 +24,7 @@
 #include "sqldb/cursor.h"
 #include "sqldb/database.h"
 #include "sqldb/export.h"
+#include "sqldb/kit/requirements.h"
 
 namespace sqldb::kit {
 

@@ -37,6 +37,7 @@
 #include <sqlite3.h>
 
 #include "sqldb/encoding.h"
+#include "sqldb/kit/requirements.h"
 
 namespace sqldb::kit {
 

@@ -1,0 +1,5 @@
+// The last version that is too old for the kit.
+#include_next <sqlite3.h>
+
+#undef SQLITE_VERSION_NUMBER
+#define SQLITE_VERSION_NUMBER 3008006

@@ -1,0 +1,1 @@
+#include "sqldb/sqldb.h"

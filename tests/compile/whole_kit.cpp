@@ -1,0 +1,1 @@
+#include "sqldb/kit/kit.h"
