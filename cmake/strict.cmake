@@ -10,11 +10,12 @@ function(sqldb_be_strict target)
 endfunction()
 
 # A program of tests: strict, and quick to build, since what runs in the end is the library. So it is not optimised, and
-# undefined behaviour is looked for in the library only.
+# undefined behaviour is looked for in the library only. Not for a unity build: each file has helpers of its own, and some
+# take the place of functions that others call.
 function(sqldb_be_a_test target)
   sqldb_be_strict(${target})
   target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined)
-  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF UNITY_BUILD OFF)
 endfunction()
 
 # sqldb_known_flags(RESULT FLAG...): those of the flags that the compiler knows for its target, all of which only Linux has.

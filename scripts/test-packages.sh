@@ -127,11 +127,34 @@ use_find_package() {
   build_project -DCMAKE_PREFIX_PATH="$work/$1"
 }
 
+use_components() {
+  write_project '**find_package**'
+  sed -i 's/REQUIRED/REQUIRED COMPONENTS sqldb kit OPTIONAL_COMPONENTS nothing/' CMakeLists.txt
+  cat >>CMakeLists.txt <<'END'
+if(NOT sqldb_sqldb_FOUND OR NOT sqldb_kit_FOUND OR sqldb_nothing_FOUND)
+  message(FATAL_ERROR "Other components are found than there are.")
+endif()
+END
+  build_project -DCMAKE_PREFIX_PATH="$work/$1"
+}
+
 refuse_components() {
   write_project '**find_package**'
   sed -i 's/REQUIRED/REQUIRED COMPONENTS nothing/' CMakeLists.txt
   ! cmake -S . -B build -DCMAKE_PREFIX_PATH="$work/$1" >log 2>&1 || give_up "A component that does not exist is found."
-  tr -s '[:space:]' ' ' <log | grep 'sqldb_FOUND to FALSE'
+  tr -s '[:space:]' ' ' <log | grep 'sqldb has no component nothing; its components are sqldb and kit\.'
+}
+
+# SQLite's target as CMake calls it from 4.3 on.
+use_renamed_target() {
+  write_project '**find_package**'
+  mkdir modules
+  cat >modules/FindSQLite3.cmake <<'END'
+add_library(SQLite3::SQLite3 INTERFACE IMPORTED)
+target_link_libraries(SQLite3::SQLite3 INTERFACE sqlite3)
+set(SQLite3_FOUND TRUE)
+END
+  build_project -DCMAKE_PREFIX_PATH="$work/$1" -DCMAKE_MODULE_PATH="$PWD/modules"
 }
 
 # Not SQLite as well, whose functions have the same names.
@@ -210,7 +233,9 @@ try "an installation, made and moved" make_installation shared
 try "find_package" use_find_package shared
 try "pkg-config" use_pkg_config shared
 try "a static installation, made and moved" make_installation static -DBUILD_SHARED_LIBS=OFF
-try "find_package, of a part that does not exist" refuse_components shared
+try "find_package, of components" use_components shared
+try "find_package, of a component that does not exist" refuse_components shared
+try "find_package, with a newer CMake's name for SQLite" use_renamed_target shared
 try "find_package, static" use_find_package static
 try "pkg-config, static" use_pkg_config static --static
 try "an installation on SQLCipher, made and moved" make_installation sqlcipher -DSQLDB_ENGINE=sqlcipher
