@@ -14,6 +14,7 @@ usage: scripts/test-packages.sh
 Installs what is missing and makes the archive of the sources. Builds and runs a program with what that archive gives:
   an installation that was moved, shared, static and on SQLCipher, found with CMake and with pkg-config
   the Debian packages, in a bare system, which is made in build/bare and kept; only as root
+  the sources, in the same bare system
   the sources, added to the program's own build, as a folder and as an archive
 END
 }
@@ -205,6 +206,28 @@ make_bare_system() {
   mv "$top/build/bare.part" "$top/build/bare"
 }
 
+# in_root FOLDER COMMANDS
+in_root() {
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 \
+    ${http_proxy+http_proxy="$http_proxy"} \
+    chroot "$1" bash -euo pipefail -c "$2"
+}
+
+# Whoever has just what the library needs gets it, and a line for each tool of the tests that is missing.
+build_plainly() {
+  local root=$PWD/root
+  cp -a "$top/build/bare" "$root"
+  cp -r "$work/sqldb" "$root/root"
+  in_root "$root" "cd /root
+    apt-get -q update
+    apt-get -q -y --no-install-recommends -o DPkg::Options::=--force-unsafe-io install libsqlite3-dev libboost-dev
+    cmake -S sqldb -B build | tee configured
+    cmake --build build --target sqldb catalog bare readme
+    build/tests/readme/readme >printed"
+  [[ $(<"$root/root/printed") == bolt ]]
+  [[ $(grep -c '^-- Tests left out: .*: install ' "$root/root/configured") == 3 ]]
+}
+
 use_debian_packages() {
   local root=$PWD/root commands
   cp -a "$top/build/bare" "$root"
@@ -213,17 +236,15 @@ use_debian_packages() {
   (cd "$root/root/project" && write_project '**find_package**')
   commands=$(block '**Debian packages**' | grep apt-get)
   commands=${commands/sudo apt-get/apt-get -q -y --no-install-recommends -o DPkg::Options::=--force-unsafe-io}
-  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 \
-    ${http_proxy+http_proxy="$http_proxy"} \
-    chroot "$root" bash -euc "cd /root
-      apt-get -q update
-      $commands
-      cd project
-      cmake -S . -B build
-      cmake --build build
-      build/your_program >printed
-      $(block '**pkg-config**')
-      ./program >>printed"
+  in_root "$root" "cd /root
+    apt-get -q update
+    $commands
+    cd project
+    cmake -S . -B build
+    cmake --build build
+    build/your_program >printed
+    $(block '**pkg-config**')
+    ./program >>printed"
   [[ $(<"$root/root/project/printed") == $'bolt\nbolt' ]]
 }
 
@@ -245,9 +266,10 @@ try "add_subdirectory" use_add_subdirectory
 try "FetchContent" use_fetch_content
 try "the Debian packages, as lintian wants them" make_debian_packages
 if ((EUID != 0)); then
-  printf 'SKIPPED       the Debian packages in a bare system: only root can make one\n'
+  printf 'SKIPPED       the sources and the Debian packages in a bare system: only root can make one\n'
 else
   [[ -d build/bare ]] || try "a bare system" make_bare_system
+  try "the sources in a bare system, without the tools of the tests" build_plainly
   try "the Debian packages in a bare system" use_debian_packages
 fi
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -226,7 +227,9 @@ std::string Adversarial(Generator& generator) {
                                                    "bolt"s,
                                                    " "s};
   std::string text;
-  for (auto left = generator() % 8 * (generator() % 6); left > 0; --left) text += kPieces[generator() % kPieces.size()];
+  for (auto left = generator() % 8 * (generator() % 6); left > 0; --left) {
+    text += kPieces[static_cast<std::size_t>(generator() % kPieces.size())];
+  }
   if (generator() % 4 == 0) text += static_cast<char>(generator());
   return text;
 }

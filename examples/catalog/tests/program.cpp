@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -76,7 +77,8 @@ void ProgramTest::WriteFile(const std::string& name, const std::string& content)
 void ProgramTest::MakeFolder(const std::string& name) const { std::filesystem::create_directories(Path(name)); }
 
 void ProgramTest::SetTime(const std::string& name, std::int64_t seconds, long nanoseconds) const {
-  const std::array<timespec, 2> times{timespec{seconds, nanoseconds}, timespec{seconds, nanoseconds}};
+  const timespec time{static_cast<std::time_t>(seconds), nanoseconds};
+  const std::array<timespec, 2> times{time, time};
   if (utimensat(AT_FDCWD, Path(name).c_str(), times.data(), 0) != 0) throw std::runtime_error("cannot set a time");
 }
 
