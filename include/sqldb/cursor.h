@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <boost/enable_shared_from_this.hpp>
@@ -98,8 +99,12 @@ struct SQLDB_EXPORT OffsetSpec {
   OffsetSpec() = default;
   /// Copies the entries.
   OffsetSpec(const OffsetSpec&) = default;
+  /// Takes over the entries.
+  OffsetSpec(OffsetSpec&&) = default;
   /// Takes the place of the entries.
   OffsetSpec& operator=(const OffsetSpec&) = default;
+  /// The same, taking them over.
+  OffsetSpec& operator=(OffsetSpec&&) = default;
 
   /// Appends an entry: `byteOffset` bytes into buffer number `buffer`.
   void PushOffset(std::uint32_t byteOffset, std::uint16_t buffer);
@@ -137,6 +142,7 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
  protected:
   /// Registers with `database`; see SQLCursorBase.
   SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
+  SQLStepCursorBase(SQLDatabase* database, OffsetSpec&& offsets);
 
   /// The arguments up to the first null one, with null in place of the others.
   static std::array<char*, 4> CollectBuffers(void* first, void* second, void* third, void* fourth) {
@@ -168,6 +174,8 @@ class SQLStepCursor : public SQLStepCursorBase {
   /// Copies `offsets`.
   /// REQUIRES: one offset per result column, by the time of the first row.
   SQLStepCursor(SQLDatabase* database, const OffsetSpec& offsets) : SQLStepCursorBase(database, offsets) {}
+  /// Takes `offsets` over.
+  SQLStepCursor(SQLDatabase* database, OffsetSpec&& offsets) : SQLStepCursorBase(database, std::move(offsets)) {}
 
   /// Fetches the next row into `record` and the further buffers; the first null buffer ends the list. Returns 0 when
   /// a row was delivered, 1 when there is none left, the buffers untouched. Stepping on after a 1 starts the query

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <typeinfo>
+#include <utility>
 
 #include <sqlite3.h>
 #include <unistd.h>
@@ -29,6 +30,9 @@ SQLStepCursorBase::SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& of
   database->fSpares->fOffsets.Lend(fOffsets.fItems);
   fOffsets = offsets;
 }
+
+SQLStepCursorBase::SQLStepCursorBase(SQLDatabase* database, OffsetSpec&& offsets)
+    : SQLCursorBase(database), fOffsets(std::move(offsets)) {}
 
 SQLStepCursorBase::~SQLStepCursorBase() noexcept(false) {
   if (!fFinalized) {

@@ -1,6 +1,5 @@
 #include "sqldb/table.h"
 
-#include <memory>
 #include <utility>
 
 #include <boost/make_shared.hpp>
@@ -19,23 +18,15 @@ namespace {
 
 using IntegerCursor = SQLStepCursor<std::uint32_t>;
 
-// Where the one result goes: to the start of the record. Never destroyed, so that the program's last destructors find
-// it.
-const OffsetSpec& StartOfRecord() {
-  static const OffsetSpec& offsets = *[] {
-    auto spec = std::make_unique<OffsetSpec>();
-    spec->PushOffset(0, 0);
-    return spec.release();
-  }();
-  return offsets;
-}
-
-// Makes the result column for what `expression` gives, and the cursor that fetches it.
+// Lets the select ask for what `expression` gives, and returns the cursor that fetches it to the start of a record.
 boost::shared_ptr<IntegerCursor> Ask(boost::shared_ptr<SQLSelectClass>& select, const char* expression,
-                                     ObjectMemory& memory) {
-  const ObjectAllocator<IntegerCursor, ObjectMemory::kCursor> forCursor(memory);
-  const ObjectAllocator<IntegerColumn, ObjectMemory::kColumn> forColumn(memory);
-  auto cursor = boost::allocate_shared<IntegerCursor>(forCursor, select->fDatabase, StartOfRecord());
+                                     Spares& spares) {
+  OffsetSpec offsets;
+  spares.fOffsets.Lend(offsets.fItems);
+  offsets.PushOffset(0, 0);
+  const ObjectAllocator<IntegerCursor, ObjectMemory::kCursor> forCursor(spares.fObjects);
+  auto cursor = boost::allocate_shared<IntegerCursor>(forCursor, select->fDatabase, std::move(offsets));
+  const ObjectAllocator<IntegerColumn, ObjectMemory::kColumn> forColumn(spares.fObjects);
   select << boost::allocate_shared<IntegerColumn>(forColumn, nullptr, expression, true, false, false, "");
   return cursor;
 }
@@ -46,7 +37,7 @@ std::uint32_t SQLTableClass::CountRecords(boost::shared_ptr<SQLTermBase> term) {
   SQLDatabase& database = Database();
   boost::shared_ptr<IntegerCursor> cursor;  // released after the select
   auto select = database.NewSelect(database.GetTableFromTableClass(this), 0);
-  cursor = Ask(select, "COUNT(ROWID)", database.fSpares->fObjects);
+  cursor = Ask(select, "COUNT(ROWID)", *database.fSpares);
   if (term && term->NotEmpty()) select->fTerm = std::move(term);
   select->PrepareSelect(cursor);
   std::uint32_t count = 0;
@@ -58,7 +49,7 @@ bool SQLTableClass::HasTerm(boost::shared_ptr<SQLTermBase> term) {
   SQLDatabase& database = Database();
   boost::shared_ptr<IntegerCursor> cursor;  // released after the select
   auto select = database.NewSelect(database.GetTableFromTableClass(this), 1);
-  cursor = Ask(select, "ROWID", database.fSpares->fObjects);
+  cursor = Ask(select, "ROWID", *database.fSpares);
   select->fTerm = std::move(term);
   select->PrepareSelect(cursor);
   std::uint32_t rowId = 0;

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -244,6 +245,15 @@ TEST_F(StepCursorTest, CopiesTheOffsets) {
   fOne.fItems[0].fByteOffset = 9;
   ASSERT_EQ(cursor.fOffsets.fItems.size(), 1U);
   EXPECT_EQ(cursor.fOffsets.fItems[0].fByteOffset, 0U);
+}
+
+TEST_F(StepCursorTest, TakesOverOffsetsThatNobodyElseNeeds) {
+  OffsetSpec offsets = Offsets({{4, 1}});
+  const ItemOffset* const items = offsets.fItems.data();
+  const Cursor cursor(&fDatabase, std::move(offsets));
+  EXPECT_EQ(cursor.fOffsets.fItems.data(), items);
+  ASSERT_EQ(cursor.fOffsets.fItems.size(), 1U);
+  EXPECT_EQ(cursor.fOffsets.fItems[0].fByteOffset, 4U);
 }
 
 // PrepareToQuery ------------------------------------------------------------------------------------------------------
