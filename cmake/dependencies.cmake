@@ -21,12 +21,12 @@ if(SQLDB_ENGINE STREQUAL "sqlite3")
     message(STATUS "Tests and examples with the kit left out: sqldb::kit needs SQLite 3.8.7 or newer. "
       "This is ${SQLite3_VERSION}.")
   endif()
-  # CMake 4.3 has renamed it.
-  if(TARGET SQLite3::SQLite3)
-    set(SQLDB_ENGINE_TARGET SQLite3::SQLite3)
-  else()
-    set(SQLDB_ENGINE_TARGET SQLite::SQLite3)
+  # CMake has called it so since 4.3.
+  if(NOT TARGET SQLite3::SQLite3)
+    add_library(SQLite3::SQLite3 INTERFACE IMPORTED)
+    target_link_libraries(SQLite3::SQLite3 INTERFACE SQLite::SQLite3)
   endif()
+  set(SQLDB_ENGINE_TARGET SQLite3::SQLite3)
 else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SQLDB_ENGINE_${SQLDB_ENGINE} REQUIRED IMPORTED_TARGET ${SQLDB_ENGINE})
