@@ -16,8 +16,8 @@ namespace {
 std::uint64_t allocations = 0;
 
 // What sqldb and its kit may make of one statement, or of one row, beyond the calls by hand. First what the application
-// makes: its values, its term, its list of an order, its cursor; then what the library does. The kit's InsertMany, which is given
-// all rows of a Run, makes nothing for a row, and compiles its statement.
+// makes: its values, its term, its list of an order, its cursor; then what the library does. The kit's InsertMany,
+// which is given all rows of a Run, makes nothing for a row, and compiles its statement.
 const std::map<std::string, double> kMost = {
     {"insert/sqldb", 3 + 1},
     {"insert, reused values/sqldb", 1},

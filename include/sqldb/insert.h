@@ -29,8 +29,8 @@ class TextStream;
 /// wrong.
 ///
 /// Once the table is destroyed, every operation throws "Condition is not met." and leaves `fQuery` as it is; so does
-/// PerformInsert when a value destroys the table while it is printed. Once only the database is, PerformInsert throws that, with the text kept as after any failed send.
-/// REQUIRES: no entry of the lists is null.
+/// PerformInsert when a value destroys the table while it is printed. Once only the database is, PerformInsert throws
+/// that, with the text kept as after any failed send. REQUIRES: no entry of the lists is null.
 class SQLDB_EXPORT SQLInsertClass {
  public:
   /// A statement on `table` without columns and values; see SQLTableClass::NewInsert.

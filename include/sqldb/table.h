@@ -75,8 +75,9 @@ class SQLDB_EXPORT SQLTableClass {
   /// Sends CREATE INDEX for the index TABLE_COLUMN. The name is not looked up among the columns.
   void CreateIndexForColumn(const std::string& columnName);
 
-  /// Deletes the rows for which `term` holds; ALL of them if it is null or empty. Never waits for a busy file. A term that
-  /// lets go of the table's last owner while it is printed makes it throw "Condition is not met.", with nothing deleted.
+  /// Deletes the rows for which `term` holds; ALL of them if it is null or empty. Never waits for a busy file. A term
+  /// that lets go of the table's last owner while it is printed makes it throw "Condition is not met.", with nothing
+  /// deleted.
   void DeleteRecords(boost::shared_ptr<SQLTermBase> term);
 
   /// How many rows `term` holds for; all of them if it is null or empty. Counts beyond 32 bits are not supported.

@@ -45,8 +45,8 @@ class SQLDB_EXPORT SQLEmptyTerm : public SQLTermBase {
 
   bool NotEmpty() const override;
 
-  /// The one to pass wherever a term is expected. Made before the program's globals and released after them, in a static
-  /// build too.
+  /// The one to pass wherever a term is expected. Made before the program's globals and released after them, in a
+  /// static build too.
   static boost::shared_ptr<SQLTermBase> EmptyTerm;
 };
 
