@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sqldb/encoding.h"
+#include "terms/block_encoding.h"
 
 namespace support {
 
@@ -67,6 +68,19 @@ inline Bytes ModelEncoding(const Bytes& input) {
   return encoded;
 }
 
+// `text` carries its terminating zero.
+inline Bytes ModelDecoding(const Bytes& text) {
+  Bytes decoded;
+  const std::size_t end = text.size() - 1;
+  for (std::size_t i = 1; i < end; ++i) {
+    const bool isEscape = text[i] == 0x01;
+    // The terminator may be what is escaped, and is the end all the same.
+    if (isEscape) ++i;
+    decoded.push_back(static_cast<Byte>(text[i] - (isEscape ? 1 : 0) + text[0]));
+  }
+  return decoded;
+}
+
 // ---------------------------------------------------------------------------------------------------------------------
 
 constexpr Byte kUntouched = 0xA5;
@@ -90,30 +104,42 @@ class ExactBlock {
   std::unique_ptr<Byte[]> fBytes;
 };
 
+// The library as applications call it, which takes the blocks that suit the processor, and what it does where none of
+// the others suit.
+struct Coder {
+  const char* name;
+  int (*encode)(const Byte* in, int n, Byte* out);
+  int (*decode)(const Byte* in, Byte* out);
+};
+
+inline constexpr Coder kLibrary{"the library", sqlite_encode_binary, sqlite_decode_binary};
+inline constexpr Coder kPortable{"portable blocks", sqldb::EncodeBinary<sqldb::PortableBlock>,
+                                 sqldb::DecodeBinary<sqldb::PortableBlock>};
+inline constexpr Coder kCoders[] = {kLibrary, kPortable};
+
 // `encoded` carries its terminating zero, and the result its full number of bytes.
-inline Bytes Decode(const Bytes& encoded) {
+inline Bytes Decode(const Bytes& encoded, const Coder& coder = kLibrary) {
   const ExactBlock in(encoded);
   const ExactBlock out(encoded.size() < 2 ? 0 : encoded.size() - 2);
-  return out.First(static_cast<std::size_t>(sqlite_decode_binary(in.Get(), out.Get())));
+  return out.First(static_cast<std::size_t>(coder.decode(in.Get(), out.Get())));
 }
 
-inline Bytes DecodeInPlace(const Bytes& encoded) {
+inline Bytes DecodeInPlace(const Bytes& encoded, const Coder& coder = kLibrary) {
   const ExactBlock block(encoded);
-  return block.First(static_cast<std::size_t>(sqlite_decode_binary(block.Get(), block.Get())));
+  return block.First(static_cast<std::size_t>(coder.decode(block.Get(), block.Get())));
 }
 
 // Empty when encoding and decoding `input` does all it should.
-inline std::string ComplaintAbout(const Bytes& input) {
+inline std::string ComplaintAbout(const Bytes& input, const Bytes& expected, const Coder& coder) {
   const ExactBlock in(input);
   const int n = static_cast<int>(input.size());
-  const Bytes expected = ModelEncoding(input);
-  const int length = sqlite_encode_binary(in.Get(), n, nullptr);
+  const int length = coder.encode(in.Get(), n, nullptr);
   if (length != static_cast<int>(expected.size()) - 1)
     return "the length without a buffer is " + std::to_string(length);
   if (length + 1 > n + 2 + 3 * n / 254) return "the result is longer than the bound";
 
   const ExactBlock out(expected.size());
-  const int written = sqlite_encode_binary(in.Get(), n, out.Get());
+  const int written = coder.encode(in.Get(), n, out.Get());
   if (written != length) return "the length with a buffer is " + std::to_string(written);
   const Bytes encoded = out.All();
   if (encoded != expected) return "the encoded form is not the expected one";
@@ -121,8 +147,27 @@ inline std::string ComplaintAbout(const Bytes& input) {
   if (std::count(encoded.begin(), encoded.end(), 0x00) != 1) return "a zero byte is inside";
   if (std::count(encoded.begin(), encoded.end(), 0x27) != 0) return "a quote is inside";
 
-  if (Decode(encoded) != input) return "decoding does not give the input back";
-  if (DecodeInPlace(encoded) != input) return "decoding in place does not give the input back";
+  if (Decode(encoded, coder) != input) return "decoding does not give the input back";
+  if (DecodeInPlace(encoded, coder) != input) return "decoding in place does not give the input back";
+  return "";
+}
+
+inline std::string ComplaintAbout(const Bytes& input) {
+  const Bytes expected = ModelEncoding(input);
+  for (const Coder& coder : kCoders) {
+    const std::string complaint = ComplaintAbout(input, expected, coder);
+    if (!complaint.empty()) return std::string(coder.name) + ": " + complaint;
+  }
+  return "";
+}
+
+// The same of decoding any string, which carries its terminating zero.
+inline std::string ComplaintAboutDecoding(const Bytes& text) {
+  const Bytes expected = ModelDecoding(text);
+  for (const Coder& coder : kCoders) {
+    if (Decode(text, coder) != expected) return std::string(coder.name) + ": the decoded form is not the expected one";
+    if (DecodeInPlace(text, coder) != expected) return std::string(coder.name) + ": decoding in place differs";
+  }
   return "";
 }
 

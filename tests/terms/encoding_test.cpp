@@ -13,19 +13,22 @@
 #include <gtest/gtest.h>
 
 #include "support/naive_encoding.h"
+#include "terms/byte_blocks.h"
 
 namespace {
 
 using support::Byte;
 using support::Bytes;
+using support::Coder;
 using support::ComplaintAbout;
+using support::ComplaintAboutDecoding;
 using support::Decode;
 using support::DecodeInPlace;
 using support::EscapesByOffset;
 using support::ExactBlock;
+using support::kCoders;
 using support::kUntouched;
 using support::Minus;
-using support::ModelEncoding;
 using support::NeedsEscape;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -45,6 +48,7 @@ Bytes Encode(const Bytes& input) {
 }
 
 #define EXPECT_ENCODES(input) EXPECT_EQ(ComplaintAbout(input), "") << ::testing::PrintToString(input)
+#define EXPECT_DECODES(text) EXPECT_EQ(ComplaintAboutDecoding(text), "") << ::testing::PrintToString(text)
 
 template <typename NextByte>
 Bytes Generate(std::size_t length, NextByte nextByte) {
@@ -118,9 +122,10 @@ TEST(EncodingTest, EverySingleByte) {
   for (unsigned byte = 0; byte < 256; ++byte) EXPECT_ENCODES(Bytes{static_cast<Byte>(byte)});
 }
 
-TEST(EncodingTest, EveryPairOfBytes) {
+TEST(EncodingTest, PairsOfBytes) {
   for (unsigned first = 0; first < 256; ++first) {
-    for (unsigned second = 0; second < 256; ++second) {
+    // Each value sees every fifth one; the exhaustive test sees all.
+    for (unsigned second = first % 5; second < 256; second += 5) {
       EXPECT_ENCODES((Bytes{static_cast<Byte>(first), static_cast<Byte>(second)}));
     }
   }
@@ -131,12 +136,15 @@ TEST(EncodingTest, AMillionBytes) {
   EXPECT_ENCODES(Generate(1000000, [&] { return random(256); }));
 }
 
-// How many bytes the coder handles at a time. What it does must not depend on it.
+// How many bytes the coder looks at before it guesses an offset, and how many it decodes at a time. What it does must
+// not depend on them.
+constexpr std::size_t kBeginning = 1024;
 constexpr std::size_t kStretch = 4096;
 
 TEST(EncodingTest, LongInputsOfFewValues) {
   RandomBytes random(6);
-  for (const std::size_t length : {kStretch - 1, kStretch, kStretch + 1, 2 * kStretch, 3 * kStretch + 5}) {
+  for (const std::size_t length : {kBeginning - 1, kBeginning, kBeginning + 1, kBeginning + 31, kBeginning + 32,
+                                   kStretch - 1, kStretch, kStretch + 1, 2 * kStretch, 3 * kStretch + 5}) {
     EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>('a' + random(26)); }));
     EXPECT_ENCODES(Generate(length, [&] { return static_cast<Byte>(0xF0 + random(16)); }));
     EXPECT_ENCODES(Generate(length, [&] { return random(250); }));
@@ -145,17 +153,106 @@ TEST(EncodingTest, LongInputsOfFewValues) {
 
 // The letters alone take offset 1. One byte more spoils it for another one, and many different ones spoil all.
 TEST(EncodingTest, WhatTheBeginningSuggestsIsTakenBackWhereverTheRestForbidsIt) {
-  for (const std::size_t position : {kStretch - 1, kStretch, kStretch + 1, 2 * kStretch - 1, 2 * kStretch, 9999ul}) {
+  constexpr std::size_t kLength = 2000;
+  std::vector<std::size_t> positions(34);
+  std::iota(positions.begin(), positions.end(), kBeginning - 1);
+  for (std::size_t fromEnd = 1; fromEnd <= 34; ++fromEnd) positions.push_back(kLength - fromEnd);
+  for (const std::size_t position : positions) {
     for (const Byte spoiler : {Byte{0x01}, Byte{0x02}, Byte{0x28}}) {
-      Bytes input(10000, 'a');
+      Bytes input(kLength, 'a');
       input[position] = spoiler;
       EXPECT_ENCODES(input);
     }
   }
-  Bytes input(10000, 'a');
+  Bytes input(kLength, 'a');
   const Bytes all = EveryValueOnce();
   std::copy(all.begin(), all.end(), input.end() - 256);
   EXPECT_ENCODES(input);
+}
+
+TEST(EncodingTest, OneGuessAfterAnotherIsTakenBack) {
+  // Each block spoils the offset that the ones before it leave, until there are too many to go on guessing, or no
+  // offset is left.
+  for (const std::size_t distance : {32U, 33U, 100U, 1000U}) {
+    for (const std::size_t spoilers : {1U, 2U, 3U, 30U, 256U}) {
+      Bytes input(kBeginning + distance * spoilers, 'a');
+      for (std::size_t i = 0; i < spoilers; ++i) input[kBeginning + distance * i] = static_cast<Byte>(1 + i);
+      EXPECT_ENCODES(input);
+    }
+  }
+}
+
+TEST(EncodingTest, NoGuessIsMadeWhereTheBeginningLeavesNoOffset) {
+  // Twice in the beginning, then never again.
+  Bytes input = EveryValueOnce();
+  input.insert(input.end(), input.begin(), input.end());
+  input.resize(3 * kBeginning, 'a');
+  EXPECT_ENCODES(input);
+}
+
+// All values except the three that `offset` turns into forbidden ones.
+Bytes ValuesAllowedBy(int offset) {
+  Bytes bytes;
+  for (int byte = 0; byte < 256; ++byte) {
+    if (!NeedsEscape(Minus(byte, offset))) bytes.push_back(static_cast<Byte>(byte));
+  }
+  return bytes;
+}
+
+// What `offset` turns into bytes that need an escape where `forbidden` says so, followed by what makes it the best one.
+Bytes WithEscapes(const std::vector<int>& forbidden, int offset) {
+  Bytes bytes(forbidden.size());
+  std::transform(forbidden.begin(), forbidden.end(), bytes.begin(), [&](int shifted) {
+    // Any value but a forbidden one stands for no escape.
+    return static_cast<Byte>((NeedsEscape(shifted) ? shifted : 0x80) + offset);
+  });
+  const Bytes allowed = ValuesAllowedBy(offset);
+  const auto escapes = std::count_if(forbidden.begin(), forbidden.end(), NeedsEscape);
+  for (std::ptrdiff_t i = 0; i <= escapes; ++i) bytes.insert(bytes.end(), allowed.begin(), allowed.end());
+  return bytes;
+}
+
+constexpr int kNoEscape = 0x80;
+
+TEST(EncodingTest, EscapesAreWrittenWhereverTheyAreDue) {
+  constexpr std::size_t kLength = 67;
+  for (std::size_t position = 0; position < kLength; ++position) {
+    for (const int first : support::kForbidden) {
+      std::vector<int> forbidden(kLength, kNoEscape);
+      forbidden[position] = first;
+      EXPECT_ENCODES(WithEscapes(forbidden, 0x43));
+      // A second one, next to it, in the same block of bytes or in the next one.
+      for (const std::size_t distance : {1U, 2U, 31U, 32U}) {
+        std::vector<int> two = forbidden;
+        two[(position + distance) % kLength] = 0x27 - first;
+        EXPECT_ENCODES(WithEscapes(two, 0x43));
+      }
+    }
+  }
+}
+
+TEST(EncodingTest, EscapesAtTheEndAreWritten) {
+  // What makes the offset the best one comes first.
+  for (std::size_t length = 1; length <= 70; length += 3) {
+    for (std::size_t position = 0; position < length; ++position) {
+      std::vector<int> forbidden(length, kNoEscape);
+      forbidden[position] = 0x01;
+      Bytes input = WithEscapes(forbidden, 0x99);
+      std::rotate(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(length), input.end());
+      EXPECT_ENCODES(input);
+    }
+  }
+}
+
+TEST(EncodingTest, EscapesLieAsCloseAsTheyMay) {
+  RandomBytes random(7);
+  for (unsigned density = 1; density <= 8; ++density) {
+    for (std::size_t length = 60; length <= 140; length += 20) {
+      std::vector<int> forbidden(length);
+      for (int& shifted : forbidden) shifted = random(8) < density ? support::kForbidden[random(3)] : kNoEscape;
+      EXPECT_ENCODES(WithEscapes(forbidden, 0xFE));
+    }
+  }
 }
 
 TEST(EncodingTest, AnEmptyInputBecomesTheLetterX) {
@@ -202,10 +299,7 @@ TEST(EncodingTest, TheQuoteIsNeverAnOffset) {
 }
 
 TEST(EncodingTest, TheQuoteIsNoOffsetEvenWhereItAloneNeedsNoEscape) {
-  Bytes bytes;
-  for (unsigned byte = 0; byte < 256; ++byte) {
-    if (!NeedsEscape(Minus(static_cast<int>(byte), 0x27))) bytes.push_back(static_cast<Byte>(byte));
-  }
+  const Bytes bytes = ValuesAllowedBy(0x27);
   const Bytes encoded = Encode(bytes);
   EXPECT_NE(encoded[0], 0x27);
   EXPECT_GT(encoded.size(), bytes.size() + 2);
@@ -213,10 +307,7 @@ TEST(EncodingTest, TheQuoteIsNoOffsetEvenWhereItAloneNeedsNoEscape) {
 }
 
 TEST(EncodingTest, TheLastOffsetIsFoundWhenOnlyItNeedsNoEscape) {
-  Bytes bytes;
-  for (unsigned byte = 0; byte < 256; ++byte) {
-    if (!NeedsEscape(Minus(static_cast<int>(byte), 0xFF))) bytes.push_back(static_cast<Byte>(byte));
-  }
+  const Bytes bytes = ValuesAllowedBy(0xFF);
   const Bytes encoded = Encode(bytes);
   EXPECT_EQ(encoded[0], 0xFF);
   EXPECT_EQ(encoded.size(), bytes.size() + 2);
@@ -225,11 +316,7 @@ TEST(EncodingTest, TheLastOffsetIsFoundWhenOnlyItNeedsNoEscape) {
 TEST(EncodingTest, EveryOffsetButTheQuoteIsChosenWhereItAloneNeedsNoEscape) {
   for (int offset = 1; offset <= 255; ++offset) {
     if (offset == 0x27) continue;
-    Bytes bytes;
-    for (int byte = 0; byte < 256; ++byte) {
-      if (!NeedsEscape(Minus(byte, offset))) bytes.push_back(static_cast<Byte>(byte));
-    }
-    EXPECT_EQ(Encode(bytes)[0], offset);
+    EXPECT_EQ(Encode(ValuesAllowedBy(offset))[0], offset);
   }
 }
 
@@ -318,34 +405,146 @@ TEST(DecodingTest, NothingPastTheTerminatorIsReadAfterAnEscape) {
   EXPECT_THAT(out.All(), ElementsAre(0x04, kUntouched, kUntouched, kUntouched, kUntouched));
 }
 
+// `before` and `after` bytes around `middle`, with the terminating zero.
+Bytes Surrounded(std::size_t before, const Bytes& middle, std::size_t after) {
+  Bytes text{0x30};
+  text.insert(text.end(), before, 'x');
+  text.insert(text.end(), middle.begin(), middle.end());
+  text.insert(text.end(), after, 'y');
+  text.push_back(0);
+  return text;
+}
+
 TEST(DecodingTest, EscapesAreUndoneWhereverTheyLie) {
-  for (std::size_t before = kStretch - 3; before <= kStretch + 3; ++before) {
-    for (const std::size_t after : {std::size_t{0}, std::size_t{1}, kStretch, 2 * kStretch}) {
-      Bytes text{0x30};
-      text.insert(text.end(), before, 'x');
-      text.insert(text.end(), {0x01, 0x05, 0x01, 0x01});
-      text.insert(text.end(), after, 'y');
-      text.push_back(0);
-      Bytes expected(before, 'x' + 0x30);
-      expected.insert(expected.end(), {0x34, 0x30});
-      expected.insert(expected.end(), after, 'y' + 0x30);
-      ASSERT_EQ(Decode(text), expected) << before << " " << after;
-      ASSERT_EQ(DecodeInPlace(text), expected) << before << " " << after;
+  std::vector<std::size_t> lengths(70);
+  std::iota(lengths.begin(), lengths.end(), std::size_t{0});
+  for (std::size_t length = kStretch - 3; length <= kStretch + 3; ++length) lengths.push_back(length);
+  for (const std::size_t before : lengths) {
+    for (const std::size_t after :
+         {std::size_t{0}, std::size_t{1}, std::size_t{31}, std::size_t{32}, std::size_t{66}, kStretch, 2 * kStretch}) {
+      EXPECT_DECODES(Surrounded(before, {0x01, 0x05}, after));
+      EXPECT_DECODES(Surrounded(before, {0x01, 0x05, 0x01, 0x01}, after));
+      EXPECT_DECODES(Surrounded(before, {0x01, 0x05, 'z', 0x01, 0x28}, after));
     }
-    Bytes text{0x30};
-    text.insert(text.end(), before, 'x');
-    text.insert(text.end(), {0x01, 0x00});
-    Bytes expected(before, 'x' + 0x30);
-    expected.push_back(0x2F);
-    ASSERT_EQ(Decode(text), expected) << before;
+    EXPECT_DECODES(Surrounded(before, {0x01}, 0));
+    EXPECT_DECODES(Surrounded(before, {0x01, 0x01, 'z', 0x01}, 0));
   }
 }
 
-TEST(DecodingTest, MalformedStringsDecodeInPlaceToTheSame) {
+TEST(DecodingTest, EscapesOfEscapesAreUndoneInPairs) {
+  for (std::size_t before = 0; before <= 33; ++before) {
+    for (std::size_t escapes = 1; escapes <= 66; ++escapes) {
+      EXPECT_DECODES(Surrounded(before, Bytes(escapes, 0x01), 0));
+      EXPECT_DECODES(Surrounded(before, Bytes(escapes, 0x01), 70));
+    }
+  }
+}
+
+TEST(DecodingTest, EscapesLieAsCloseAsTheyMay) {
+  RandomBytes random(8);
+  for (unsigned values = 2; values <= 64; values *= 2) {
+    for (std::size_t length = 1; length <= 3 * kStretch; length = 2 * length + 1) {
+      // Of few values, so that one in `values` is an escape.
+      EXPECT_DECODES(Surrounded(0, Generate(length, [&] { return static_cast<Byte>(1 + random(values)); }), 0));
+    }
+  }
+}
+
+TEST(DecodingTest, StringsOfTwoBytesAndAnEscapeAreDecoded) {
   for (unsigned first = 1; first < 256; ++first) {
-    for (unsigned second = 1; second < 256; ++second) {
-      const Bytes text{0x30, static_cast<Byte>(first), static_cast<Byte>(second), 0x01, 0x00};
-      ASSERT_EQ(DecodeInPlace(text), Decode(text)) << first << " " << second;
+    for (unsigned second = first % 3; second < 256; second += 3) {
+      if (second == 0) continue;
+      EXPECT_DECODES((Bytes{0x30, static_cast<Byte>(first), static_cast<Byte>(second), 0x01, 0x00}));
+    }
+  }
+}
+
+TEST(DecodingTest, OnlyTheDecodedBytesAreWrittenAndOnlyTheStringIsRead) {
+  for (const Coder& coder : kCoders) {
+    for (std::size_t before = 0; before <= 140; ++before) {
+      const Bytes text = Surrounded(before, {0x01, 0x05}, 70);
+      const Bytes expected = support::ModelDecoding(text);
+      const ExactBlock in(text);
+      // What the string may become at most, though it becomes one byte less.
+      const ExactBlock out(text.size() - 2);
+      const int decoded = coder.decode(in.Get(), out.Get());
+      EXPECT_EQ(out.First(static_cast<std::size_t>(decoded)), expected) << coder.name;
+      EXPECT_EQ(in.All(), text) << coder.name;
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// What the coder is made of
+
+template <typename Block>
+class ByteBlocksTest : public ::testing::Test {
+ protected:
+  static constexpr std::size_t kSize = Block::kSize;
+
+  static Block Load(const Bytes& bytes) { return Block::Load(ExactBlock(bytes).Get()); }
+  static Bytes Stored(const Block& block) {
+    const ExactBlock bytes(kSize);
+    block.Store(bytes.Get());
+    return bytes.All();
+  }
+  // Every byte value follows on every other, so that whatever passes from one to the next is seen.
+  static Bytes Mixed(unsigned value, std::size_t position) {
+    Bytes bytes(kSize);
+    for (std::size_t i = 0; i < kSize; ++i) bytes[i] = static_cast<Byte>(value + (i - position) * (2 * position + 1));
+    return bytes;
+  }
+  template <typename Holds>
+  static sqldb::BlockMask MaskOf(const Bytes& bytes, Holds holds) {
+    sqldb::BlockMask mask = 0;
+    for (std::size_t i = 0; i < kSize; ++i) mask |= sqldb::BlockMask{holds(bytes[i])} << i;
+    return mask;
+  }
+};
+
+using Blocks = ::testing::Types<sqldb::PortableBlock, sqldb::NativeBlock>;
+TYPED_TEST_SUITE(ByteBlocksTest, Blocks);
+
+TYPED_TEST(ByteBlocksTest, WhatIsLoadedIsStoredFromAndToAnyAddress) {
+  const Bytes bytes = this->Mixed(1, 3);
+  for (std::size_t from = 0; from < this->kSize; ++from) {
+    for (std::size_t to = 0; to < this->kSize; ++to) {
+      Bytes in(from + this->kSize);
+      std::copy(bytes.begin(), bytes.end(), in.begin() + static_cast<std::ptrdiff_t>(from));
+      Bytes out(to + this->kSize);
+      TypeParam::Load(&in[from]).Store(&out[to]);
+      EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), &out[to])) << from << " " << to;
+    }
+  }
+}
+
+TYPED_TEST(ByteBlocksTest, EachByteIsShiftedByItself) {
+  for (unsigned value = 0; value < 256; ++value) {
+    for (unsigned shift = 0; shift < 256; ++shift) {
+      Bytes bytes = this->Mixed(value, shift % this->kSize);
+      const TypeParam shifted = this->Load(bytes).Plus(static_cast<Byte>(shift));
+      for (Byte& byte : bytes) byte = static_cast<Byte>(byte + shift);
+      ASSERT_EQ(this->Stored(shifted), bytes) << value << " " << shift;
+    }
+  }
+}
+
+TYPED_TEST(ByteBlocksTest, EqualAndForbiddenBytesAreFoundWhereTheyAre) {
+  for (unsigned value = 0; value < 256; ++value) {
+    for (std::size_t position = 0; position < this->kSize; ++position) {
+      // Beside zeros, beside its neighbours, and beside many.
+      Bytes lonely(this->kSize);
+      lonely[position] = static_cast<Byte>(value);
+      Bytes close(this->kSize, static_cast<Byte>(value + 1));
+      close[position] = static_cast<Byte>(value);
+      for (const Bytes& bytes : {lonely, close, this->Mixed(value, position)}) {
+        const TypeParam block = this->Load(bytes);
+        ASSERT_EQ(block.EqualTo(static_cast<Byte>(value)),
+                  this->MaskOf(bytes, [&](Byte byte) { return byte == value; }))
+            << value << " " << position;
+        ASSERT_EQ(block.Forbidden(), this->MaskOf(bytes, [](Byte byte) { return NeedsEscape(byte); }))
+            << value << " " << position;
+      }
     }
   }
 }
