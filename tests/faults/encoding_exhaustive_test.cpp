@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -66,10 +67,13 @@ class ThreeBytes {
     fInput = {first, second, third};
     std::copy(fInput.begin(), fInput.end(), fIn.Get());
     const Bytes expected = support::ModelEncoding(fInput);
-    return expected.size() == kEncoded && sqlite_encode_binary(fIn.Get(), 3, nullptr) == kEncoded - 1 &&
-           sqlite_encode_binary(fIn.Get(), 3, fOut.Get()) == kEncoded - 1 && Holds(fOut, expected) &&
-           sqlite_decode_binary(fOut.Get(), fDecoded.Get()) == 3 && Holds(fDecoded, fInput) &&
-           sqlite_decode_binary(fOut.Get(), fOut.Get()) == 3 && Holds(fOut, fInput);
+    return expected.size() == kEncoded &&
+           std::all_of(std::begin(support::kCoders), std::end(support::kCoders), [&](const support::Coder& coder) {
+             return coder.encode(fIn.Get(), 3, nullptr) == kEncoded - 1 &&
+                    coder.encode(fIn.Get(), 3, fOut.Get()) == kEncoded - 1 && Holds(fOut, expected) &&
+                    coder.decode(fOut.Get(), fDecoded.Get()) == 3 && Holds(fDecoded, fInput) &&
+                    coder.decode(fOut.Get(), fOut.Get()) == 3 && Holds(fOut, fInput);
+           });
   }
 
  private:
@@ -121,6 +125,151 @@ TEST(EncodingExhaustive, EveryLengthUpToSixHundred) {
   std::printf("encoding: %d inputs of 0 to %zu bytes, %d differences\n", comparison.Inputs(), kLongest,
               comparison.Differences());
   EXPECT_EQ(comparison.Inputs(), static_cast<int>(kLongest + 1) * kValues / static_cast<int>(kStep) * 3);
+  EXPECT_EQ(comparison.Differences(), 0);
+}
+
+// Three blocks of 32 bytes, which are what the coders handle at a time.
+constexpr std::size_t kThreeBlocks = 96;
+
+// All values as often as makes `offset` the best one, if the bytes that precede them need no more than `escapes`
+// escapes with it: without the three that it forbids.
+Bytes AllowedValues(int offset, int escapes) {
+  Bytes bytes;
+  for (int i = 0; i <= escapes; ++i) {
+    for (int value = 0; value < kValues; ++value) {
+      if (!support::NeedsEscape(support::Minus(value, offset))) bytes.push_back(static_cast<Byte>(value));
+    }
+  }
+  return bytes;
+}
+
+TEST(EncodingExhaustive, EveryPairOfEscapesInThreeBlocks) {
+  constexpr int kOffset = 0x43;
+  Comparison comparison;
+  ForEachValue([&](Byte first) {
+    if (first >= kThreeBlocks) return;
+    for (std::size_t second = first; second < kThreeBlocks; ++second) {
+      for (const int one : support::kForbidden) {
+        for (const int other : support::kForbidden) {
+          Bytes input(kThreeBlocks, 0x80);
+          input[first] = static_cast<Byte>(one + kOffset);
+          input[second] = static_cast<Byte>(other + kOffset);
+          Bytes most = AllowedValues(kOffset, 2);
+          // At the beginning and at the end.
+          most.insert(most.begin(), input.begin(), input.end());
+          comparison.Look(most);
+          std::rotate(most.begin(), most.begin() + kThreeBlocks, most.end());
+          comparison.Look(most);
+        }
+      }
+    }
+  });
+  std::printf("encoding: %d inputs with one or two escapes, %d differences\n", comparison.Inputs(),
+              comparison.Differences());
+  EXPECT_EQ(comparison.Inputs(), static_cast<int>(kThreeBlocks * (kThreeBlocks + 1) / 2) * 9 * 2);
+  EXPECT_EQ(comparison.Differences(), 0);
+}
+
+TEST(EncodingExhaustive, EveryValueAtEveryPlaceOfThreeBlocks) {
+  constexpr int kOffset = 0xD9;
+  Comparison comparison;
+  ForEachValue([&](Byte value) {
+    for (std::size_t place = 0; place < kThreeBlocks; ++place) {
+      Bytes input(kThreeBlocks, 0x80);
+      input[place] = value;
+      // Without an escape, whatever the value.
+      comparison.Look(input);
+      // With one, if the value is forbidden.
+      const Bytes most = AllowedValues(kOffset, 1);
+      input.insert(input.end(), most.begin(), most.end());
+      input.push_back(static_cast<Byte>(kOffset));
+      comparison.Look(input);
+    }
+  });
+  std::printf("encoding: %d inputs with any value at any place, %d differences\n", comparison.Inputs(),
+              comparison.Differences());
+  EXPECT_EQ(comparison.Inputs(), kValues * static_cast<int>(kThreeBlocks) * 2);
+  EXPECT_EQ(comparison.Differences(), 0);
+}
+
+TEST(EncodingExhaustive, RandomLengthsOfEveryDensity) {
+  constexpr int kInputs = 40;
+  constexpr unsigned kLongest = 9000;
+  Comparison comparison;
+  // Among the values from 0 to the given one, with one more at times: from zeros to random bytes.
+  ForEachValue([&](Byte value) {
+    std::mt19937 random(value);
+    for (int i = 0; i < kInputs; ++i) {
+      Bytes input(random() % kLongest);
+      const unsigned rare = 1 + static_cast<unsigned>(random() % 1000);
+      for (Byte& byte : input) {
+        byte = static_cast<Byte>(random() % (random() % rare == 0 ? unsigned{kValues} : 1U + value));
+      }
+      comparison.Look(input);
+    }
+  });
+  std::printf("encoding: %d inputs of 0 to %u bytes, %d differences\n", comparison.Inputs(), kLongest,
+              comparison.Differences());
+  EXPECT_EQ(comparison.Inputs(), kValues * kInputs);
+  EXPECT_EQ(comparison.Differences(), 0);
+}
+
+// Looks at strings to decode, which no encoder may have made, and counts those that differ from the model.
+class DecodingComparison {
+ public:
+  void Look(const Bytes& text) {
+    ++fTexts;
+    const std::string complaint = support::ComplaintAboutDecoding(text);
+    if (complaint.empty()) return;
+    if (++fDifferences == 1) {
+      std::printf("decoding: first difference: %s: %s\n", ::testing::PrintToString(text).c_str(), complaint.c_str());
+    }
+  }
+
+  int Texts() const { return fTexts; }
+  int Differences() const { return fDifferences; }
+
+ private:
+  std::atomic<int> fTexts{0};
+  std::atomic<int> fDifferences{0};
+};
+
+TEST(EncodingExhaustive, EveryPairOfEscapesInEveryStringOfThreeBlocks) {
+  DecodingComparison comparison;
+  ForEachValue([&](Byte first) {
+    for (std::size_t length = first + std::size_t{1}; length <= kThreeBlocks; ++length) {
+      for (std::size_t second = first; second < length; ++second) {
+        Bytes text(1 + length, 'x');
+        text[1 + first] = 0x01;
+        text[1 + second] = 0x01;
+        text.push_back(0);
+        comparison.Look(text);
+      }
+    }
+  });
+  std::printf("decoding: %d strings with one or two escapes, %d differences\n", comparison.Texts(),
+              comparison.Differences());
+  EXPECT_EQ(comparison.Texts(), static_cast<int>(kThreeBlocks * (kThreeBlocks + 1) * (kThreeBlocks + 2) / 6));
+  EXPECT_EQ(comparison.Differences(), 0);
+}
+
+TEST(EncodingExhaustive, RandomStringsOfEveryDensityOfEscapes) {
+  constexpr int kTexts = 40;
+  constexpr unsigned kLongest = 9000;
+  DecodingComparison comparison;
+  ForEachValue([&](Byte values) {
+    std::mt19937 random(values);
+    for (int i = 0; i < kTexts; ++i) {
+      Bytes text(1 + random() % kLongest);
+      // From 1, the escape, to the given value.
+      for (Byte& byte : text) byte = static_cast<Byte>(1 + random() % (values == 0 ? 1U : values));
+      text.push_back(0);
+      comparison.Look(text);
+    }
+  });
+  std::printf("decoding: %d strings of 1 to %u bytes, %d differences\n", comparison.Texts(), kLongest,
+              comparison.Differences());
+  EXPECT_EQ(comparison.Texts(), kValues * kTexts);
   EXPECT_EQ(comparison.Differences(), 0);
 }
 
