@@ -33,6 +33,8 @@ const std::map<std::string, double> kMost = {
     {"select/sqldb", 3 + 1},
     {"encode text/sqldb", 0},
     {"encode random bytes/sqldb", 0},
+    {"encode random bytes, 4 KiB each/sqldb", 0},
+    {"encode zeros/sqldb", 0},
     {"decode text/sqldb", 0},
     {"decode random bytes/sqldb", 0},
     {"decode in place text/sqldb", 0},

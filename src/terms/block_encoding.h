@@ -98,13 +98,13 @@ const unsigned char* FindForbidden(const unsigned char* in, const unsigned char*
 constexpr unsigned char ShiftOf(unsigned offset) { return static_cast<unsigned char>(256 - offset); }
 
 // An offset that needs no escape in [in, rest), whose values are counted in `totals`, is the smallest one of all if it
-// needs none in [rest, end) either. Tries those from `first` on, but not for longer than it takes to look at all bytes
-// once more. Returns 256 if it found none; then `totals` have more values than are there.
+// needs none in [rest, end) either. Tries one after another, but not for longer than it takes to look at all bytes once
+// more. Returns 256 if it found none; then `totals` have more values than are there.
 template <typename Block>
 unsigned ConfirmedOffset(const unsigned char* in, const unsigned char* rest, const unsigned char* end,
-                         std::uint32_t (&totals)[256], unsigned first) {
+                         std::uint32_t (&totals)[256]) {
   const auto size = static_cast<std::size_t>(end - in);
-  unsigned offset = first;
+  unsigned offset = FreeOffset(totals, 1);
   for (std::size_t spent = 0; offset < 256 && spent < size;) {
     const unsigned char* const forbidden = FindForbidden<Block>(rest, end, ShiftOf(offset));
     if (forbidden == end) return offset;
@@ -127,17 +127,18 @@ Offset ChooseOffset(const unsigned char* in, std::size_t size) {
     if (offset < 256) return Offset{offset, 0};
   }
 
-  // Text uses few values, nearly all of which occur in its beginning.
+  // Text uses few values, nearly all of which occur in its beginning. Of most values together there is hardly an offset
+  // that forbids none.
   constexpr std::size_t kBeginning = 1024;
+  constexpr std::ptrdiff_t kMost = 224;
   const std::size_t beginning = std::min(size, kBeginning);
   ByteCounts counts;
   counts.Add(in, beginning);
   std::uint32_t totals[256];
   counts.GetTotals(totals);
-  const Offset guess = BestOffset(totals);
-  if (beginning == size) return guess;
-  if (guess.escapes == 0) {
-    const unsigned offset = ConfirmedOffset<Block>(in, in + beginning, in + size, totals, guess.value);
+  if (beginning == size) return BestOffset(totals);
+  if (256 - std::count(totals, totals + 256, 0U) <= kMost) {
+    const unsigned offset = ConfirmedOffset<Block>(in, in + beginning, in + size, totals);
     if (offset < 256) return Offset{offset, 0};
   }
   counts.Add(in + beginning, size - beginning);
