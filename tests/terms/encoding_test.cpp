@@ -7,6 +7,7 @@
 #include <numeric>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -503,7 +504,13 @@ class ByteBlocksTest : public ::testing::Test {
 };
 
 using Blocks = ::testing::Types<sqldb::PortableBlock, sqldb::NativeBlock>;
-TYPED_TEST_SUITE(ByteBlocksTest, Blocks);
+struct BlockName {
+  template <typename Block>
+  static std::string GetName(int) {
+    return std::is_same_v<Block, sqldb::PortableBlock> ? "Portable" : "Native";
+  }
+};
+TYPED_TEST_SUITE(ByteBlocksTest, Blocks, BlockName);
 
 TYPED_TEST(ByteBlocksTest, WhatIsLoadedIsStoredFromAndToAnyAddress) {
   const Bytes bytes = this->Mixed(1, 3);
