@@ -219,7 +219,7 @@ class Worker:
     def tests_pass(self, path, limit):
         # Most of the tests' time goes into the encoding, which nothing else depends on.
         encoding = "EncodingTest.*:DecodingTest.*:ByteBlocksTest/*"
-        only = encoding if path.name in ("encoding.cpp", "block_encoding.h") else "-" + encoding
+        only = encoding if path.name in ("encoding.cpp", "block_encoding.h", "byte_blocks.h") else "-" + encoding
         environment = dict(os.environ, LD_LIBRARY_PATH=str(self.tree / "build"), GTEST_FAIL_FAST="1",
                            GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT)
         # Whatever a killed test leaves behind goes with the folder; in memory, since SQLite syncs its files.

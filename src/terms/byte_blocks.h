@@ -12,6 +12,7 @@
 //   Plus(shift)    each byte plus `shift`, modulo 256
 //   EqualTo(value) which bytes are `value`
 //   Forbidden()    which bytes are forbidden in encoded text: the zero byte, the escape and the quote
+//   Watch          sees many blocks; its Forbidden() is not 0 if one of them had a forbidden byte
 
 #include <cstddef>
 #include <cstdint>
@@ -63,6 +64,18 @@ class PortableBlock {
   BlockMask Forbidden() const {
     return ~Mask(Allowed(fWords[0]), Allowed(fWords[1]), Allowed(fWords[2]), Allowed(fWords[3]));
   }
+
+  class Watch {
+   public:
+    void See(const PortableBlock& block) {
+      fAllowed &=
+          Allowed(block.fWords[0]) & Allowed(block.fWords[1]) & Allowed(block.fWords[2]) & Allowed(block.fWords[3]);
+    }
+    std::uint64_t Forbidden() const { return ~fAllowed & kHigh; }
+
+   private:
+    std::uint64_t fAllowed = kHigh;
+  };
 
  private:
   static constexpr std::uint64_t kOnes = 0x0101010101010101;
@@ -125,6 +138,27 @@ class Sse2Block {
 
   BlockMask Forbidden() const { return Mask(Forbidden(fFirst), Forbidden(fSecond)); }
 
+  class Watch {
+   public:
+    void See(const Sse2Block& block) {
+      fLeast = Least(fLeast, block.fFirst, block.fSecond);
+      const __m128i quotes = Repeated(kQuote);
+      fLeastFromQuote =
+          Least(fLeastFromQuote, _mm_xor_si128(block.fFirst, quotes), _mm_xor_si128(block.fSecond, quotes));
+    }
+    std::uint64_t Forbidden() const {
+      const __m128i atMostEscape = _mm_cmpeq_epi8(_mm_min_epu8(fLeast, Repeated(kEscape)), fLeast);
+      return Mask(atMostEscape, _mm_cmpeq_epi8(fLeastFromQuote, Repeated(0)));
+    }
+
+   private:
+    static __m128i Least(__m128i a, __m128i b, __m128i c) { return _mm_min_epu8(a, _mm_min_epu8(b, c)); }
+
+    // Of the bytes seen at each place.
+    __m128i fLeast = Repeated(0xFF);
+    __m128i fLeastFromQuote = Repeated(0xFF);
+  };
+
  private:
   Sse2Block(__m128i first, __m128i second) : fFirst(first), fSecond(second) {}
 
@@ -169,6 +203,25 @@ class NeonBlock {
   }
 
   BlockMask Forbidden() const { return Mask(Forbidden(fFirst), Forbidden(fSecond)); }
+
+  class Watch {
+   public:
+    void See(const NeonBlock& block) {
+      fLeast = Least(fLeast, block.fFirst, block.fSecond);
+      const uint8x16_t quotes = vdupq_n_u8(kQuote);
+      fLeastFromQuote = Least(fLeastFromQuote, veorq_u8(block.fFirst, quotes), veorq_u8(block.fSecond, quotes));
+    }
+    std::uint64_t Forbidden() const {
+      return vmaxvq_u8(vorrq_u8(vcleq_u8(fLeast, vdupq_n_u8(kEscape)), vceqzq_u8(fLeastFromQuote)));
+    }
+
+   private:
+    static uint8x16_t Least(uint8x16_t a, uint8x16_t b, uint8x16_t c) { return vminq_u8(a, vminq_u8(b, c)); }
+
+    // Of the bytes seen at each place.
+    uint8x16_t fLeast = vdupq_n_u8(0xFF);
+    uint8x16_t fLeastFromQuote = vdupq_n_u8(0xFF);
+  };
 
  private:
   NeonBlock(uint8x16_t first, uint8x16_t second) : fFirst(first), fSecond(second) {}

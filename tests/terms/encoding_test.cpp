@@ -154,9 +154,10 @@ TEST(EncodingTest, LongInputsOfFewValues) {
 
 // The letters alone take offset 1. One byte more spoils it for another one, and many different ones spoil all.
 TEST(EncodingTest, WhatTheBeginningSuggestsIsTakenBackWhereverTheRestForbidsIt) {
-  constexpr std::size_t kLength = 2000;
+  constexpr std::size_t kLength = 2200;
   std::vector<std::size_t> positions(34);
   std::iota(positions.begin(), positions.end(), kBeginning - 1);
+  for (std::size_t position = kBeginning + 100; position < kLength; position += 33) positions.push_back(position);
   for (std::size_t fromEnd = 1; fromEnd <= 34; ++fromEnd) positions.push_back(kLength - fromEnd);
   for (const std::size_t position : positions) {
     for (const Byte spoiler : {Byte{0x01}, Byte{0x02}, Byte{0x28}}) {
@@ -512,6 +513,21 @@ struct BlockName {
   }
 };
 TYPED_TEST_SUITE(ByteBlocksTest, Blocks, BlockName);
+
+TYPED_TEST(ByteBlocksTest, OneForbiddenByteAmongManyBlocksIsSeen) {
+  for (unsigned value = 0; value < 256; ++value) {
+    for (std::size_t position = 0; position < 3 * this->kSize; ++position) {
+      for (const Byte others : {Byte{0x02}, Byte{0x26}, Byte{0x28}, Byte{0xFF}}) {
+        Bytes bytes(3 * this->kSize, others);
+        bytes[position] = static_cast<Byte>(value);
+        typename TypeParam::Watch watch;
+        EXPECT_EQ(watch.Forbidden(), 0U);
+        for (std::size_t i = 0; i < bytes.size(); i += this->kSize) watch.See(TypeParam::Load(&bytes[i]));
+        ASSERT_EQ(watch.Forbidden() != 0, NeedsEscape(static_cast<int>(value))) << value << " " << position;
+      }
+    }
+  }
+}
 
 TYPED_TEST(ByteBlocksTest, WhatIsLoadedIsStoredFromAndToAnyAddress) {
   const Bytes bytes = this->Mixed(1, 3);
