@@ -81,28 +81,21 @@ unsigned FreeOffset(const Count (&counts)[256], unsigned first) {
   return offset;
 }
 
-// The beginning of the first block with a byte that needs an escape, or `end`.
-template <typename Block>
-const unsigned char* FindForbidden(const unsigned char* in, const unsigned char* end, unsigned char shift) {
-  // Many at once, which takes less time, until one of them is it.
-  constexpr std::size_t kWatched = 16 * Block::kSize;
-  for (; static_cast<std::size_t>(end - in) >= kWatched; in += kWatched) {
-    typename Block::Watch watch;
-    for (std::size_t i = 0; i < kWatched; i += Block::kSize) watch.See(Block::Load(in + i).Plus(shift));
-    if (watch.Forbidden() != 0) break;
-  }
-  while (static_cast<std::size_t>(end - in) >= Block::kSize) {
-    if (Block::Load(in).Plus(shift).Forbidden() != 0) return in;
-    in += Block::kSize;
-  }
-  for (const unsigned char* rest = in; rest < end; ++rest) {
-    const auto shifted = static_cast<unsigned char>(*rest + shift);
-    if (shifted <= kEscape || shifted == kQuote) return in;
-  }
-  return end;
-}
-
 constexpr unsigned char ShiftOf(unsigned offset) { return static_cast<unsigned char>(256 - offset); }
+
+// Whether a byte needs an escape: not 0 if one does.
+template <typename Block>
+std::uint64_t Forbidden(const unsigned char* in, std::size_t size, unsigned char shift) {
+  typename Block::Watch watch;
+  std::size_t i = 0;
+  for (; i + Block::kSize <= size; i += Block::kSize) watch.See(Block::Load(in + i).Plus(shift));
+  // The rest, filled up with a byte that was there.
+  unsigned char last[Block::kSize];
+  std::memset(last, in[0], Block::kSize);
+  std::memcpy(last, in + i, size - i);
+  watch.See(Block::Load(last).Plus(shift));
+  return watch.Forbidden();
+}
 
 // An offset that needs no escape in [in, rest), whose values are counted in `totals`, is the smallest one of all if it
 // needs none in [rest, end) either. Tries one after another, but not for longer than it takes to look at all bytes once
@@ -110,28 +103,34 @@ constexpr unsigned char ShiftOf(unsigned offset) { return static_cast<unsigned c
 template <typename Block>
 unsigned ConfirmedOffset(const unsigned char* in, const unsigned char* rest, const unsigned char* end,
                          std::uint32_t (&totals)[256]) {
+  constexpr std::size_t kStretch = 64 * Block::kSize;
   const auto size = static_cast<std::size_t>(end - in);
   unsigned offset = FreeOffset(totals, 1);
-  for (std::size_t spent = 0; offset < 256 && spent < size;) {
-    const unsigned char* const forbidden = FindForbidden<Block>(rest, end, ShiftOf(offset));
-    if (forbidden == end) return offset;
-    spent += static_cast<std::size_t>(forbidden - in);
-    const std::size_t block = std::min(Block::kSize, static_cast<std::size_t>(end - forbidden));
-    for (std::size_t i = 0; i < block; ++i) ++totals[forbidden[i]];
+  std::size_t spent = 0;
+  const unsigned char* next = rest;
+  while (offset < 256 && spent < size) {
+    if (next == end) return offset;
+    const std::size_t stretch = std::min(kStretch, static_cast<std::size_t>(end - next));
+    if (Forbidden<Block>(next, stretch, ShiftOf(offset)) == 0) {
+      next += stretch;
+      continue;
+    }
+    spent += static_cast<std::size_t>(next - in) + stretch;
+    std::for_each(next, next + stretch, [&](unsigned char byte) { ++totals[byte]; });
     offset = FreeOffset(totals, offset);
+    next = rest;
   }
   return 256;
 }
 
 template <typename Block>
 Offset ChooseOffset(const unsigned char* in, std::size_t size) {
-  // So few bytes hardly ever need an escape, and to see which there are takes less than to add up four tables.
-  constexpr std::size_t kFew = 256;
+  // Each byte rules out three of the 254 offsets at most.
+  constexpr std::size_t kFew = 84;
   if (size <= kFew) {
     unsigned char occurs[256] = {};
     for (std::size_t i = 0; i < size; ++i) occurs[in[i]] = 1;
-    const unsigned offset = FreeOffset(occurs, 1);
-    if (offset < 256) return Offset{offset, 0};
+    return Offset{FreeOffset(occurs, 1), 0};
   }
 
   // Text uses few values, nearly all of which occur in its beginning. Of most values together there is hardly an offset
@@ -143,7 +142,6 @@ Offset ChooseOffset(const unsigned char* in, std::size_t size) {
   counts.Add(in, beginning);
   std::uint32_t totals[256];
   counts.GetTotals(totals);
-  if (beginning == size) return BestOffset(totals);
   if (256 - std::count(totals, totals + 256, 0U) <= kMost) {
     const unsigned offset = ConfirmedOffset<Block>(in, in + beginning, in + size, totals);
     if (offset < 256) return Offset{offset, 0};
@@ -159,20 +157,11 @@ Offset ChooseOffset(const unsigned char* in, std::size_t size) {
 // Adds `shift` to each byte. `out` may be `in`, or lie before it.
 template <typename Block>
 void Shift(const unsigned char* in, std::size_t size, unsigned char shift, unsigned char* out) {
-  // Two at a time, for compilers that do not unroll loops.
-  for (; size >= 2 * Block::kSize; size -= 2 * Block::kSize) {
-    const Block first = Block::Load(in).Plus(shift);
-    const Block second = Block::Load(in + Block::kSize).Plus(shift);
-    first.Store(out);
-    second.Store(out + Block::kSize);
-    in += 2 * Block::kSize;
-    out += 2 * Block::kSize;
-  }
-  if (size >= Block::kSize) {
+#pragma GCC unroll 2
+  for (; size >= Block::kSize; size -= Block::kSize) {
     Block::Load(in).Plus(shift).Store(out);
     in += Block::kSize;
     out += Block::kSize;
-    size -= Block::kSize;
   }
   for (; size > 0; --size) *out++ = static_cast<unsigned char>(*in++ + shift);
 }

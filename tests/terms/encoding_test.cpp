@@ -137,9 +137,10 @@ TEST(EncodingTest, AMillionBytes) {
   EXPECT_ENCODES(Generate(1000000, [&] { return random(256); }));
 }
 
-// How many bytes the coder looks at before it guesses an offset, and how many it decodes at a time. What it does must
-// not depend on them.
+// How many bytes the coder looks at before it guesses an offset, at how many at a time to confirm it, and how many it
+// decodes at a time. What it does must not depend on them.
 constexpr std::size_t kBeginning = 1024;
+constexpr std::size_t kLook = 2048;
 constexpr std::size_t kStretch = 4096;
 
 TEST(EncodingTest, LongInputsOfFewValues) {
@@ -154,10 +155,13 @@ TEST(EncodingTest, LongInputsOfFewValues) {
 
 // The letters alone take offset 1. One byte more spoils it for another one, and many different ones spoil all.
 TEST(EncodingTest, WhatTheBeginningSuggestsIsTakenBackWhereverTheRestForbidsIt) {
-  constexpr std::size_t kLength = 2200;
+  constexpr std::size_t kLength = 4200;
   std::vector<std::size_t> positions(34);
   std::iota(positions.begin(), positions.end(), kBeginning - 1);
-  for (std::size_t position = kBeginning + 100; position < kLength; position += 33) positions.push_back(position);
+  for (std::size_t position = kBeginning + 100; position < kLength; position += 97) positions.push_back(position);
+  for (std::size_t position = kBeginning + kLook - 2; position <= kBeginning + kLook + 2; ++position) {
+    positions.push_back(position);
+  }
   for (std::size_t fromEnd = 1; fromEnd <= 34; ++fromEnd) positions.push_back(kLength - fromEnd);
   for (const std::size_t position : positions) {
     for (const Byte spoiler : {Byte{0x01}, Byte{0x02}, Byte{0x28}}) {
