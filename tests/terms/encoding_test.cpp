@@ -367,8 +367,10 @@ TEST(DecodingTest, NoTerminatorIsWritten) {
 }
 
 TEST(DecodingTest, AnEmptyStringGivesNothingAndNothingPastItIsRead) {
-  EXPECT_THAT(Decode({0x00}), IsEmpty());
-  EXPECT_THAT(Decode({0x00, 0x41}), IsEmpty());
+  for (const Coder& coder : kCoders) {
+    EXPECT_THAT(Decode({0x00}, coder), IsEmpty()) << coder.name;
+    EXPECT_THAT(Decode({0x00, 0x41}, coder), IsEmpty()) << coder.name;
+  }
 }
 
 TEST(DecodingTest, OffsetOneIsNotTakenForAnEscape) {
