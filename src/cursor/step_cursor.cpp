@@ -81,7 +81,9 @@ __attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buff
   if (!fColumns.empty()) static_cast<void>(fOffsets.fItems[fColumns.size() - 1]);
   const ItemOffset* const items = fOffsets.fItems.data();
   std::size_t index = 0;
-  for (auto entry = fColumns.begin(); entry != fColumns.end(); ++entry) {
+  // The end is not kept: it would take the register that `integer` needs.
+  auto entry = fColumns.begin();
+  while (entry != fColumns.end()) {
     const SQLColumnBase& column = **entry;
     // The library's own column is recognised, since a virtual call costs as much as all the rest. Its type's address
     // will do: where another library has a copy of the type, the column is called like any other.
@@ -91,6 +93,7 @@ __attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buff
     } else {
       column.AssignTo(buffers[items[index].fBuffer] + items[index].fByteOffset, statement, static_cast<int>(index));
     }
+    ++entry;
     ++index;
   }
   ++fRowCount;
