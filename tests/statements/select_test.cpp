@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/allocations.h"
 #include "support/engine.h"
 #include "support/fixtures.h"
 #include "support/layout.h"
@@ -25,8 +26,10 @@ using support::MakeTerm;
 using support::MessageOf;
 using support::TextTerm;
 using support::Witness;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 using CursorPointer = boost::shared_ptr<SQLCursorBase>;
 using ColumnPointer = boost::shared_ptr<SQLColumnBase>;
@@ -594,6 +597,72 @@ TEST_F(SelectTest, DestructionSendsNothing) {
   CallRecorder recorder;
   fSelect.reset();
   EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
+TEST_F(SelectTest, WhatDestructionReleasesMayDestroyTheDatabase) {
+  for (const std::string releases : {"order", "term", "column", "column of the cursor"}) {
+    SCOPED_TRACE(releases);
+    auto database = std::make_unique<SQLDatabase>(DatabasePath(), false);
+    database->Open();
+    auto select = database->NewSelect(database->NewTable("t"), 0);
+    const auto end = [&] { database.reset(); };
+    const auto column = [&] {
+      return ColumnPointer(new Witness<SQLColumnBase>(end, nullptr, "a", "INTEGER", 4u, true, false, false, ""));
+    };
+    if (releases == "order") select->fOrder.push_back(OrderItem{column(), 1});
+    if (releases == "term") select->fTerm.reset(new Witness<TextTerm>(end, " 1"));
+    if (releases == "column") select << column();
+    const CursorPointer cursor(new SQLCursorBase(database.get()));
+    if (releases == "column of the cursor") cursor->fColumns = {column()};
+    select->SetupSelect(cursor);
+    cursor->fColumns.clear();
+    select.reset();
+    EXPECT_FALSE(database);
+  }
+}
+
+// The memory that one select leaves to the next.
+
+class SpareMemoryTest : public SelectTest {
+ protected:
+  // How often the library allocates for a select of so many columns, on a cursor of its own.
+  std::uint64_t AllocationsOf(int columns) {
+    const auto cursor = NewCursor();
+    const support::AllocationCount count;
+    auto select = fDatabase.NewSelect(fTable, 0);
+    for (int i = 0; i < columns; ++i) select << fA;
+    select->SetupSelect(cursor);
+    select.reset();
+    return count.Count();
+  }
+};
+
+TEST_F(SpareMemoryTest, ASelectAfterAnotherAllocatesItsCallbackOnly) {
+  AllocationsOf(200);
+  EXPECT_EQ(AllocationsOf(200), 1u);
+  EXPECT_EQ(AllocationsOf(3), 1u);
+}
+
+TEST_F(SpareMemoryTest, TheMemoryOfAVeryLongListIsGivenBack) {
+  AllocationsOf(1000);
+  AllocationsOf(1000);
+  EXPECT_GT(AllocationsOf(1000), 3u);
+}
+
+TEST_F(SpareMemoryTest, AListThatIsInUseIsNotLentToTheNextSelect) {
+  AllocationsOf(20);
+  const auto first = fDatabase.NewSelect(fTable, 0);
+  auto second = fDatabase.NewSelect(fTable, 0);
+  const auto use = [](SelectPointer select, const ColumnPointer& column) {
+    for (int i = 0; i < 20; ++i) select << column;
+  };
+  use(first, fA);
+  use(second, fB);
+  EXPECT_THAT(first->fColumns, Each(fA));
+  EXPECT_THAT(second->fColumns, Each(fB));
+  second.reset();
+  EXPECT_THAT(first->fColumns, SizeIs(20));
+  EXPECT_THAT(first->fColumns, Each(fA));
 }
 
 // Selects that outlive their database.
