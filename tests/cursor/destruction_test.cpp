@@ -13,7 +13,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#ifndef _WIN32
 #include <sys/resource.h>
+#endif
 #include <boost/core/null_deleter.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/scoped_ptr.hpp>
@@ -782,7 +784,7 @@ class DestructionDeathTest : public DestructionTest {
   // once the cursor has nothing to finalize any more.
   template <typename Release>
   void ExpectDeath(Cursor& cursor, const Release& release) {
-    EXPECT_DEATH(WithoutMemoryImage(release), kFinalizeMessage);
+    EXPECT_DEATH_IF_SUPPORTED(WithoutMemoryImage(release), kFinalizeMessage);
     sqlite3_finalize(cursor.fStatement);
     cursor.fFinalized = true;
     release();
@@ -790,8 +792,10 @@ class DestructionDeathTest : public DestructionTest {
 
   template <typename Release>
   static void WithoutMemoryImage(const Release& release) {
+#ifndef _WIN32
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
+#endif
     release();
   }
 

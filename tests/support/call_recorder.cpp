@@ -3,8 +3,10 @@
 #include <cstdlib>
 #include <iostream>
 
-#include <dlfcn.h>
 #include <unistd.h>
+#ifndef SQLDB_WRAPPED_CALLS
+#include <dlfcn.h>
+#endif
 
 #include "support/allocations.h"
 
@@ -23,8 +25,9 @@ struct Silence {
   Silence& operator=(const Silence&) = delete;
 };
 
+#ifndef SQLDB_WRAPPED_CALLS
 template <typename Function>
-Function* Real(const char* name) {
+Function* Next(const char* name) {
   void* const symbol = dlsym(RTLD_NEXT, name);
   if (symbol == nullptr) {
     std::cerr << "no real " << name << "\n";
@@ -32,6 +35,7 @@ Function* Real(const char* name) {
   }
   return reinterpret_cast<Function*>(symbol);
 }
+#endif
 
 }  // namespace
 
@@ -135,14 +139,36 @@ class Interposer {
 
 using support::Call;
 using support::Interposer;
-using support::Real;
 using support::Silence;
+
+// OURS(f) is called in the place of REAL(f): found before it, or led there by the linker, see
+// cmake/call_recorder.cmake.
+#ifdef SQLDB_WRAPPED_CALLS
+#define OURS(function) __wrap_##function
+#define REAL(function) &__real_##function
+#else
+#define OURS(function) function
+#define REAL(function) support::Next<decltype(function)>(#function)
+#endif
 
 extern "C" {
 
-int sqlite3_open(const char* path, sqlite3** connection) {
+#ifdef SQLDB_WRAPPED_CALLS
+decltype(sqlite3_open) __real_sqlite3_open;
+decltype(sqlite3_close) __real_sqlite3_close;
+decltype(sqlite3_errmsg) __real_sqlite3_errmsg;
+decltype(sqlite3_prepare) __real_sqlite3_prepare;
+decltype(sqlite3_step) __real_sqlite3_step;
+decltype(sqlite3_finalize) __real_sqlite3_finalize;
+decltype(sqlite3_column_int) __real_sqlite3_column_int;
+decltype(sqlite3_column_text) __real_sqlite3_column_text;
+decltype(sqlite3_create_collation) __real_sqlite3_create_collation;
+decltype(usleep) __real_usleep;
+#endif
+
+int OURS(sqlite3_open)(const char* path, sqlite3** connection) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(const char*, sqlite3**)>("sqlite3_open");
+  static auto* const real = REAL(sqlite3_open);
   if (!Interposer::Listening()) return real(path, connection);
   Call call;
   call.function = "open";
@@ -158,9 +184,9 @@ int sqlite3_open(const char* path, sqlite3** connection) {
   return call.result;
 }
 
-int sqlite3_close(sqlite3* connection) {
+int OURS(sqlite3_close)(sqlite3* connection) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(sqlite3*)>("sqlite3_close");
+  static auto* const real = REAL(sqlite3_close);
   if (!Interposer::Listening()) return real(connection);
   Call call;
   call.function = "close";
@@ -173,9 +199,9 @@ int sqlite3_close(sqlite3* connection) {
   return call.result;
 }
 
-const char* sqlite3_errmsg(sqlite3* connection) {
+const char* OURS(sqlite3_errmsg)(sqlite3* connection) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<const char*(sqlite3*)>("sqlite3_errmsg");
+  static auto* const real = REAL(sqlite3_errmsg);
   if (!Interposer::Listening()) return real(connection);
   Call call;
   call.function = "errmsg";
@@ -190,9 +216,10 @@ const char* sqlite3_errmsg(sqlite3* connection) {
   return message;
 }
 
-int sqlite3_prepare(sqlite3* connection, const char* sql, int length, sqlite3_stmt** statement, const char** tail) {
+int OURS(sqlite3_prepare)(sqlite3* connection, const char* sql, int length, sqlite3_stmt** statement,
+                          const char** tail) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(sqlite3*, const char*, int, sqlite3_stmt**, const char**)>("sqlite3_prepare");
+  static auto* const real = REAL(sqlite3_prepare);
   if (!Interposer::Listening()) return real(connection, sql, length, statement, tail);
   Call call;
   call.function = "prepare";
@@ -210,9 +237,9 @@ int sqlite3_prepare(sqlite3* connection, const char* sql, int length, sqlite3_st
   return call.result;
 }
 
-int sqlite3_step(sqlite3_stmt* statement) {
+int OURS(sqlite3_step)(sqlite3_stmt* statement) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_step");
+  static auto* const real = REAL(sqlite3_step);
   if (!Interposer::Listening()) return real(statement);
   Call call;
   call.function = "step";
@@ -225,9 +252,9 @@ int sqlite3_step(sqlite3_stmt* statement) {
   return call.result;
 }
 
-int sqlite3_finalize(sqlite3_stmt* statement) {
+int OURS(sqlite3_finalize)(sqlite3_stmt* statement) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(sqlite3_stmt*)>("sqlite3_finalize");
+  static auto* const real = REAL(sqlite3_finalize);
   if (!Interposer::Listening()) return real(statement);
   Call call;
   call.function = "finalize";
@@ -241,9 +268,9 @@ int sqlite3_finalize(sqlite3_stmt* statement) {
   return call.result;
 }
 
-int sqlite3_column_int(sqlite3_stmt* statement, int column) {
+int OURS(sqlite3_column_int)(sqlite3_stmt* statement, int column) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(sqlite3_stmt*, int)>("sqlite3_column_int");
+  static auto* const real = REAL(sqlite3_column_int);
   if (!Interposer::Listening()) return real(statement, column);
   Call call;
   call.function = "column_int";
@@ -257,9 +284,9 @@ int sqlite3_column_int(sqlite3_stmt* statement, int column) {
   return call.result;
 }
 
-const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
+const unsigned char* OURS(sqlite3_column_text)(sqlite3_stmt* statement, int column) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<const unsigned char*(sqlite3_stmt*, int)>("sqlite3_column_text");
+  static auto* const real = REAL(sqlite3_column_text);
   if (!Interposer::Listening()) return real(statement, column);
   Call call;
   call.function = "column_text";
@@ -275,11 +302,10 @@ const unsigned char* sqlite3_column_text(sqlite3_stmt* statement, int column) {
   return text;
 }
 
-int sqlite3_create_collation(sqlite3* connection, const char* name, int encoding, void* user,
-                             int (*compare)(void*, int, const void*, int, const void*)) {
+int OURS(sqlite3_create_collation)(sqlite3* connection, const char* name, int encoding, void* user,
+                                   int (*compare)(void*, int, const void*, int, const void*)) {
   const support::AllocationPause unseen;
-  using Compare = int (*)(void*, int, const void*, int, const void*);
-  static auto* const real = Real<int(sqlite3*, const char*, int, void*, Compare)>("sqlite3_create_collation");
+  static auto* const real = REAL(sqlite3_create_collation);
   if (!Interposer::Listening()) return real(connection, name, encoding, user, compare);
   Call call;
   call.function = "create_collation";
@@ -295,9 +321,9 @@ int sqlite3_create_collation(sqlite3* connection, const char* name, int encoding
   return call.result;
 }
 
-int usleep(useconds_t microseconds) {
+int OURS(usleep)(useconds_t microseconds) {
   const support::AllocationPause unseen;
-  static auto* const real = Real<int(useconds_t)>("usleep");
+  static auto* const real = REAL(usleep);
   if (!Interposer::Simulated()) return real(microseconds);
   // SQLite's own waits, too, take no time; only the library's are noted.
   if (Interposer::Listening()) Interposer::Sleep(microseconds);

@@ -67,7 +67,7 @@ std::string DatabaseTest::DatabasePath() const {
   if (const char* const elsewhere = std::getenv("SQLDB_TEST_DATABASES")) {
     static const bool isLoaded = (LoadModule(std::getenv("SQLDB_TEST_MODULE")), true);
     static_cast<void>(isLoaded);
-    const std::string name = std::filesystem::path(path).parent_path().filename();
+    const std::string name = std::filesystem::path(path).parent_path().filename().string();
     path = elsewhere;
     path.replace(path.find('%'), 1, name);
   }

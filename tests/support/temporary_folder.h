@@ -1,9 +1,8 @@
 #ifndef SQLDB_TESTS_TEMPORARY_FOLDER_H
 #define SQLDB_TESTS_TEMPORARY_FOLDER_H
 
-#include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
+#include <random>
 #include <string>
 #include <system_error>
 
@@ -13,9 +12,11 @@ namespace support {
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    std::string pattern = std::filesystem::temp_directory_path() / "sqldb-test-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
-    fPath = pattern;
+    std::random_device random;
+    do {
+      const auto folder = std::filesystem::temp_directory_path() / ("sqldb-test-" + std::to_string(random()));
+      fPath = folder.generic_string();
+    } while (!std::filesystem::create_directory(fPath));
   }
   ~TemporaryFolder() {
     std::error_code ignored;
