@@ -13,9 +13,11 @@ SQLDatabase::SQLDatabase(const std::string& path, bool readOnly)
     : fPath(path), fReadOnly(readOnly), fSpares(boost::make_shared<Spares>()), fLifetime(boost::make_shared<bool>()) {}
 
 SQLDatabase::~SQLDatabase() {
-  // First of all: what the release of the tables destroys must leave the lists alone, one of which may be gone.
+  // First of all: what the release of the tables destroys must leave the lists alone.
   fDestroying = true;
   if (fConnection != nullptr && fIsOpen) Close();
+  // By the vector's own destructor libc++ would release the last one first.
+  for (boost::shared_ptr<SQLTableClass>& table : fTables) table.reset();
 }
 
 void SQLDatabase::Create() { CommonOpen(); }
