@@ -33,6 +33,18 @@ else()
   set(SQLDB_ENGINE_TARGET PkgConfig::SQLDB_ENGINE_${SQLDB_ENGINE})
 endif()
 
+set(CMAKE_REQUIRED_QUIET ON)
+set(CMAKE_REQUIRED_FLAGS ${CMAKE_CXX17_STANDARD_COMPILE_OPTION})
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles("
+  #include <charconv>
+  int main() { char text[32]; return std::to_chars(text, text + sizeof text, 0.5).ptr == text; }" SQLDB_PRINTS_REALS)
+unset(CMAKE_REQUIRED_FLAGS)
+if(NOT SQLDB_PRINTS_REALS)
+  set(SQLDB_USES_KIT FALSE)
+  message(STATUS "Tests and examples with the kit left out: the standard library has no std::to_chars for double.")
+endif()
+
 find_package(Boost QUIET CONFIG)
 if(NOT Boost_FOUND)
   # For headers that came without Boost's own files for CMake. Newer versions of CMake look for those only, unless asked.

@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -164,8 +165,10 @@ TEST_F(TableTest, InsertBindsEveryFieldAndReturnsTheRowid) {
   CreateAndFill();
   CallRecorder recorder;
   EXPECT_EQ(fParts.Insert({7, "it's", 0.1}), 7);
-  EXPECT_THAT(recorder.Sql(), ElementsAre(testing::MatchesRegex(
-                                  "INSERT INTO parts \\( id, name, price \\) VALUES \\(:[0-9]+,:[0-9]+,:[0-9]+ \\)")));
+  // Not by GoogleTest's own expressions, which know no ranges on Windows.
+  const std::regex insert("INSERT INTO parts \\( id, name, price \\) VALUES \\(:[0-9]+,:[0-9]+,:[0-9]+ \\)");
+  EXPECT_THAT(recorder.Sql(),
+              ElementsAre(testing::Truly([&](const std::string& sql) { return std::regex_match(sql, insert); })));
   EXPECT_EQ(fParts.Insert({8, "", {}}), 8);
   EXPECT_THAT(Content(), ElementsAre("1|bolt|0.25", "2|nut|NULL", "7|it's|0.1", "8||NULL"));
 }

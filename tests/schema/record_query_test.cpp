@@ -433,9 +433,13 @@ TEST_F(RecordQueryTest, OneQueryAfterTheOtherAllocatesItsCallbackOnly) {
     fTable->HasTerm(term);
   };
   query();
+  // A 32-bit libc++ has no room for this text in the string itself: in the argument, and in the column that copies it.
+  const support::AllocationCount ofText;
+  { const std::string argument("COUNT(ROWID)"), copy(argument); }
+  const std::uint64_t expected = 2 + ofText.Count();
   const support::AllocationCount count;
   query();
-  EXPECT_EQ(count.Count(), 2u);
+  EXPECT_EQ(count.Count(), expected);
 }
 
 TEST_F(RecordQueryTest, QueriesOnATableThatIsNotRegisteredThrowBeforeAnySql) {
