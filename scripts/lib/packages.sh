@@ -10,6 +10,11 @@ has_header() {
   command -v c++ >/dev/null && c++ -E -x c++ -include "$1" /dev/null >/dev/null 2>&1
 }
 
+# Whether Clang finds libc++, headers and library.
+has_libcxx() {
+  clang++ -stdlib=libc++ -x c++ -o /dev/null - >/dev/null 2>&1 <<<$'#include <string>\nint main(int n, char**) { return std::to_string(n).empty(); }'
+}
+
 # Whether Clang finds the runtime of the sanitizers, which Debian packages separately.
 has_clang_runtime() {
   clang++ -fsanitize=address,undefined -x c++ -o /dev/null - >/dev/null 2>&1 <<<'int main() {}'
@@ -35,6 +40,13 @@ has() {
     proj-data) [[ -e /usr/share/proj/proj.db ]] ;;
     libgtest-dev) has_header gtest/gtest.h ;;
     libgmock-dev) has_header gmock/gmock.h ;;
+    googletest) [[ -e /usr/src/googletest/CMakeLists.txt ]] ;;
+    libc++-* | libc++abi-*) has_libcxx ;;
+    qemu-user-static) command -v qemu-s390x-static >/dev/null ;;
+    g++-mingw-w64-x86-64-posix) command -v x86_64-w64-mingw32-g++-posix >/dev/null ;;
+    g++-*-linux-gnu*) command -v "${1#g++-}-g++" >/dev/null ;;
+    emscripten) command -v emcc >/dev/null ;;
+    nodejs) command -v node >/dev/null ;;
     libbenchmark-dev) has_header benchmark/benchmark.h ;;
     libsqlitecpp-dev) has_header SQLiteCpp/SQLiteCpp.h ;;
     libsoci-dev) has_header soci/soci.h ;;
