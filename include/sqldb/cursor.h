@@ -169,7 +169,7 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
 ///
 /// Usually held through a boost::shared_ptr<SQLCursorBase>, as SQLSelectClass::PrepareSelect takes it.
 template <typename T>
-class SQLStepCursor : public SQLStepCursorBase {
+class SQLDB_EXPORT SQLStepCursor : public SQLStepCursorBase {
  public:
   /// Copies `offsets`.
   /// REQUIRES: one offset per result column, by the time of the first row.

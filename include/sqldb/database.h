@@ -215,8 +215,7 @@ class SQLDB_EXPORT SQLDatabase {
 
   sqlite3* fClosedConnection = nullptr;
   boost::shared_ptr<Spares> fSpares;
-  // What hangs on the database watches this. It goes before the lists: what they let go of finds no database any
-  // more.
+  // What hangs on the database watches this.
   boost::shared_ptr<void> fLifetime;
 };
 

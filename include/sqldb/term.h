@@ -46,7 +46,7 @@ class SQLDB_EXPORT SQLEmptyTerm : public SQLTermBase {
   bool NotEmpty() const override;
 
   /// The one to pass wherever a term is expected. Made before the program's globals and released after them, in a
-  /// static build too.
+  /// static build too, unless those are given an init_priority.
   static boost::shared_ptr<SQLTermBase> EmptyTerm;
 };
 

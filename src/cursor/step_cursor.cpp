@@ -20,6 +20,15 @@ namespace {
 constexpr int kBusyRetries = 600;
 constexpr useconds_t kBusyWait = 100000;  // microseconds
 
+// By which the library's own column is recognised. Without RTTI none is.
+#ifdef __cpp_rtti
+const std::type_info* TypeOf(const SQLColumnBase& column) { return &typeid(column); }
+const std::type_info* TypeOfIntegerColumn() { return &typeid(IntegerColumn); }
+#else
+const char* TypeOf(const SQLColumnBase&) { return nullptr; }
+const char* TypeOfIntegerColumn() { return ""; }
+#endif
+
 }  // namespace
 
 void OffsetSpec::PushOffset(std::uint32_t byteOffset, std::uint16_t buffer) {
@@ -76,7 +85,7 @@ __attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buff
   const int result = sqlite3_step(fStatement);
   if (result != SQLITE_ROW && !AdvanceUnlessDone(result)) return 1;
   sqlite3_stmt* const statement = fStatement;
-  const std::type_info* const integer = &typeid(IntegerColumn);
+  const auto* const integer = TypeOfIntegerColumn();
   // Looked at here, where the standard library's checks see an entry that is missing.
   if (!fColumns.empty()) static_cast<void>(fOffsets.fItems[fColumns.size() - 1]);
   const ItemOffset* const items = fOffsets.fItems.data();
@@ -87,7 +96,7 @@ __attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buff
     const SQLColumnBase& column = **entry;
     // The library's own column is recognised, since a virtual call costs as much as all the rest. Its type's address
     // will do: where another library has a copy of the type, the column is called like any other.
-    if (__builtin_expect(&typeid(column) == integer, 1)) {
+    if (__builtin_expect(TypeOf(column) == integer, 1)) {
       const std::uint32_t value = IntegerOf(statement, static_cast<int>(index));
       std::memcpy(buffers[items[index].fBuffer] + items[index].fByteOffset, &value, sizeof value);
     } else {

@@ -16,6 +16,8 @@ SQLDatabase::~SQLDatabase() {
   // First of all: what the release of the tables destroys must leave the lists alone.
   fDestroying = true;
   if (fConnection != nullptr && fIsOpen) Close();
+  // What the tables release finds no database any more.
+  fLifetime.reset();
   // By the vector's own destructor libc++ would release the last one first.
   for (boost::shared_ptr<SQLTableClass>& table : fTables) table.reset();
 }

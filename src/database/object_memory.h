@@ -1,6 +1,7 @@
 #ifndef SQLDB_SRC_DATABASE_OBJECT_MEMORY_H
 #define SQLDB_SRC_DATABASE_OBJECT_MEMORY_H
 
+#include <atomic>
 #include <cstddef>
 #include <new>
 
@@ -8,7 +9,8 @@ namespace sqldb {
 
 // The memory of the objects that a query makes and lets go of, one block of each kind kept for the next query: an
 // application may look up as many rows as it has. Lives as long as its database and the objects, which may outlive the
-// database; used by one thread at a time, as all of these are.
+// database. Whoever was given one of the objects may release it in another thread, so that blocks are taken and given
+// back atomically.
 class ObjectMemory {
  public:
   // All objects of a kind are of one type.
@@ -19,31 +21,29 @@ class ObjectMemory {
   ObjectMemory(const ObjectMemory&) = delete;
   ObjectMemory& operator=(const ObjectMemory&) = delete;
   void Leave() {
-    if (--fUsers == 0) delete this;
+    if (fUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
 
   void* Take(Kind kind, std::size_t size) {
-    void* block = fKept[kind];
+    void* block = fKept[kind].exchange(nullptr, std::memory_order_acquire);
     if (block == nullptr) block = ::operator new(size);
-    fKept[kind] = nullptr;
-    ++fUsers;
+    fUsers.fetch_add(1, std::memory_order_relaxed);
     return block;
   }
   void GiveBack(Kind kind, void* block) {
     // Of two, the one that was in use last is the one that is in the cache.
-    ::operator delete(fKept[kind]);
-    fKept[kind] = block;
+    ::operator delete(fKept[kind].exchange(block, std::memory_order_acq_rel));
     Leave();
   }
 
  private:
   ~ObjectMemory() {
-    for (void* const block : fKept) ::operator delete(block);
+    for (const std::atomic<void*>& block : fKept) ::operator delete(block.load(std::memory_order_relaxed));
   }
 
-  void* fKept[kKinds] = {};
+  std::atomic<void*> fKept[kKinds] = {};
   // The database, and each block that is taken.
-  std::size_t fUsers = 1;
+  std::atomic<std::size_t> fUsers{1};
 };
 
 // For boost::allocate_shared.

@@ -17,7 +17,7 @@ namespace sqldb {
 template <typename List>
 class Spare {
  public:
-  // Gives the memory to `list`, unless that has more already.
+  // Gives the memory to `list`, unless that has more already. REQUIRES: `list` is empty.
   void Lend(List& list) {
     if (list.capacity() < fKept.capacity()) list = std::move(fKept);
   }

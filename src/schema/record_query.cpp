@@ -38,7 +38,7 @@ std::uint32_t SQLTableClass::CountRecords(boost::shared_ptr<SQLTermBase> term) {
   boost::shared_ptr<IntegerCursor> cursor;  // released after the select
   auto select = database.NewSelect(database.GetTableFromTableClass(this), 0);
   cursor = Ask(select, "COUNT(ROWID)", *database.fSpares);
-  if (term && term->NotEmpty()) select->fTerm = std::move(term);
+  if (term && term->NotEmpty()) select->fTerm = term;
   select->PrepareSelect(cursor);
   std::uint32_t count = 0;
   cursor->Step(count);
@@ -50,7 +50,7 @@ bool SQLTableClass::HasTerm(boost::shared_ptr<SQLTermBase> term) {
   boost::shared_ptr<IntegerCursor> cursor;  // released after the select
   auto select = database.NewSelect(database.GetTableFromTableClass(this), 1);
   cursor = Ask(select, "ROWID", *database.fSpares);
-  select->fTerm = std::move(term);
+  select->fTerm = term;
   select->PrepareSelect(cursor);
   std::uint32_t rowId = 0;
   return cursor->Step(rowId) == 0;

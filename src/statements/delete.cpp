@@ -19,7 +19,7 @@ void SQLDeleteClass::SetUpDelete() {
   TextLoan text(fTable->fText);
   text->Add("DELETE FROM ").Add(fTable->fName);
   PrintWhere(*text, fTerm);
-  fQuery = text->Text();
+  text->CopyTo(fQuery);
 }
 
 void SQLDeleteClass::PerformDelete() {

@@ -72,7 +72,7 @@ void SQLSelectClass::SetUp(const boost::shared_ptr<SQLCursorBase>& cursor) {
   text.CopyTo(query);
   cursor->fIsShared = true;
   fCallback = new SelectCallback(cursor);
-  if (spares != nullptr) spares->fColumnsOfCursor.Lend(cursor->fColumns);
+  if (spares != nullptr && cursor->fColumns.empty()) spares->fColumnsOfCursor.Lend(cursor->fColumns);
   cursor->fColumns = fColumns;
   fQuery = std::move(query);
 }

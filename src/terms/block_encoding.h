@@ -238,7 +238,8 @@ template <typename Block>
 std::size_t DecodeStretch(const unsigned char* in, std::size_t size, unsigned char offset, unsigned char*& out) {
   const unsigned char* next = in;
   const unsigned char* const end = in + size;
-  while (static_cast<std::size_t>(end - next) > 2 * Block::kSize) {
+  // What a block writes beyond what its bytes become, those after it overwrite: each becomes half a byte at least.
+  while (static_cast<std::size_t>(end - next) > 3 * Block::kSize) {
     const Block block = Block::Load(next);
     block.Plus(offset).Store(out);
     // As in ShiftAndEscape.

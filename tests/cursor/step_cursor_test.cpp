@@ -630,6 +630,14 @@ TEST_F(StepCursorTest, OffsetsBeyondTheColumnsAreIgnored) {
   EXPECT_EQ(fRecord, 1U);
 }
 
+#ifdef _GLIBCXX_ASSERTIONS
+TEST_F(StepCursorTest, AnOffsetThatIsMissingStopsADebugBuild) {
+  Cursor cursor(&fDatabase, fOne);
+  Prepare(cursor, {"a", "b"});
+  EXPECT_DEATH(cursor.Step(fRecord), "Assertion '__n < this->size\\(\\)' failed");
+}
+#endif
+
 TEST_F(StepCursorTest, TheColumnListDrivesTheWalkNotTheResult) {
   Cursor cursor(&fDatabase, fOne);
   cursor.fColumns.push_back(MakeColumn("a"));

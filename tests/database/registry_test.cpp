@@ -369,6 +369,14 @@ TEST_F(TeardownTest, TablesAreReleasedFirstToLastAfterTheClose) {
   EXPECT_THAT(recorder.Lines(), ElementsAre("close = 0", "note b", "note a", "note c"));
 }
 
+TEST_F(TeardownTest, WhatATableReleasesFindsNoDatabase) {
+  std::string message;
+  AddWitness(*fDatabase->NewTable("items"),
+             [&message, kept = fDatabase->NewTable("kept")] { message = MessageOf([&] { kept->IsWritable(); }); });
+  fDatabase.reset();
+  EXPECT_EQ(message, "Condition is not met.");
+}
+
 TEST_F(TeardownTest, TheFlagIsUpWhileTheTablesAreReleased) {
   bool sawFlag = false;
   AddWitness(*fDatabase->NewTable("items"),

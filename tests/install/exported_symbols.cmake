@@ -14,6 +14,7 @@ set(classes
   sqldb::SQLInsertClass
   sqldb::SQLReplaceClass
   sqldb::SQLSelectClass
+  "sqldb::SQLStepCursor<unsigned int>"
   sqldb::SQLStepCursorBase
   sqldb::SQLTableClass
   sqldb::SQLTermBase

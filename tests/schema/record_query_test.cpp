@@ -1,6 +1,8 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -10,6 +12,7 @@
 #include "support/allocations.h"
 #include "support/engine.h"
 #include "support/fixtures.h"
+#include "support/witness.h"
 
 namespace {
 
@@ -200,6 +203,43 @@ TEST_F(RecordQueryTest, DeletePassesSQLitesMessageOnAndLetsTheTermGo) {
   const auto term = MakeTerm(" nope = 1");
   EXPECT_EQ(MessageOf([&] { fTable->DeleteRecords(term); }), "no such column: nope");
   EXPECT_EQ(term.use_count(), 1);
+}
+
+TEST_F(RecordQueryTest, ATermThatNobodyElseHoldsIsReleasedAfterTheQuery) {
+  int released = 0;
+  const auto term = [&] {
+    return shared_ptr<SQLTermBase>(new support::Witness<TextTerm>(
+        [&] {
+          ++released;
+          EXPECT_THAT(fDatabase.fSelects, IsEmpty());
+          EXPECT_THAT(fDatabase.fCursors, IsEmpty());
+        },
+        " qty > 1"));
+  };
+  fTable->CountRecords(term());
+  fTable->HasTerm(term());
+  EXPECT_EQ(released, 2);
+}
+
+// Takes itself away from the select that prints it.
+class LeavingTerm : public SQLTermBase {
+ public:
+  explicit LeavingTerm(sqldb::SQLDatabase& database) : fDatabase(database) {}
+  std::ostream& Print(std::ostream& out) const override {
+    fDatabase.fSelects.back()->fTerm.reset();
+    return out << fText;
+  }
+  bool NotEmpty() const override { return true; }
+
+ private:
+  sqldb::SQLDatabase& fDatabase;
+  const std::string fText = " qty > 1 AND 'a text that has no room in the string itself' <> ''";
+};
+
+TEST_F(RecordQueryTest, ATermMayLeaveItsSelectWhileItIsPrinted) {
+  FillTable();
+  EXPECT_EQ(fTable->CountRecords(boost::make_shared<LeavingTerm>(fDatabase)), 2u);
+  EXPECT_TRUE(fTable->HasTerm(boost::make_shared<LeavingTerm>(fDatabase)));
 }
 
 TEST_F(RecordQueryTest, EachQueryTakesOneCursorNumberAndLeavesTheListsAsTheyWere) {
@@ -412,6 +452,33 @@ TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayOutliveTheDatabase) {
   ASSERT_EQ(kept.size(), 2u);
   EXPECT_EQ(kept[0]->fName, "COUNT(ROWID)");
   EXPECT_EQ(kept[1]->fName, "ROWID");
+}
+
+TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayBeReleasedInAnotherThread) {
+  constexpr std::uint32_t kQueries = 2000;
+  std::mutex mutex;
+  std::vector<shared_ptr<sqldb::SQLColumnBase>> kept;
+  bool isOver = false;
+  fObserver.fAction = [&] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    kept.push_back(fDatabase.fSelects.at(0)->fColumns.at(0));
+  };
+  std::thread other([&] {
+    for (bool wasOver = false; !wasOver;) {
+      std::vector<shared_ptr<sqldb::SQLColumnBase>> released;  // after the lock, beside the queries
+      const std::lock_guard<std::mutex> lock(mutex);
+      released.swap(kept);
+      wasOver = isOver;
+    }
+  });
+  std::uint32_t sum = 0;
+  for (std::uint32_t i = 0; i < kQueries; ++i) sum += fTable->CountRecords(fTerm);
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    isOver = true;
+  }
+  other.join();
+  EXPECT_EQ(sum, kQueries);
 }
 
 TEST_F(ObservedQueryTest, QueriesMayBeMadeInTheMiddleOfAnother) {

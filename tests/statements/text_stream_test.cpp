@@ -214,6 +214,19 @@ TEST_F(TextStreamTest, NothingThatATermLeavesReachesTheNextText) {
   EXPECT_EQ(next->fQuery, std::string("DELETE FROM t WHERE") + kNumbers);
 }
 
+TEST_F(TextStreamTest, ABufferThatATermExchangesDoesNotGetTheNextText) {
+  std::ostringstream elsewhere;
+  const auto print = [&](std::ostream& out) {
+    out << " a = 1";
+    out.rdbuf(elsewhere.rdbuf());
+  };
+  const auto next = fTable->NewDelete(PrintedTerm(PrintNumbers));
+  fTable->NewDelete(PrintedTerm(print))->SetUpDelete();
+  next->SetUpDelete();
+  EXPECT_EQ(next->fQuery, std::string("DELETE FROM t WHERE") + kNumbers);
+  EXPECT_EQ(elsewhere.str(), "");
+}
+
 TEST_F(TextStreamTest, NothingThatAValueLeavesStaysOnTheInsertsStream) {
   const auto insert = InsertOf(PrintedValue(Unsettle));
   insert->fQuery.fill('0');
@@ -303,17 +316,25 @@ TEST_F(TextStreamTest, TermCannotLeaveTheText) {
   EXPECT_EQ(statement->fQuery, "DELETE FROM t WHERE a = 1");
 }
 
+// A delete has the text copied to where it keeps it, an update lets the stream keep it beside its buffer.
 TEST_F(TextStreamTest, MemoryOfAVeryLongTextIsGivenBack) {
-  const auto allocationsOf = [this](const std::string& condition) {
-    const auto statement = fTable->NewDelete(MakeTerm(condition));
+  const auto allocationsOf = [this](const std::string& condition, bool isUpdate) {
+    const auto deletion = fTable->NewDelete(MakeTerm(condition));
+    const auto update = UpdateOf(MakeValue("1"), MakeTerm(condition));
     const AllocationCount count;
-    statement->SetUpDelete();
+    if (isUpdate) {
+      update->PerformUpdate(false);
+    } else {
+      deletion->SetUpDelete();
+    }
     return count.Count();
   };
   const std::string shortCondition = " a = 1 AND a < 2 AND a < 3 AND a < 4";
-  allocationsOf(" a = 1" + std::string(100000, ' '));
-  const std::uint64_t afterLong = allocationsOf(shortCondition);
-  EXPECT_GT(afterLong, allocationsOf(shortCondition));
+  for (const bool isUpdate : {false, true}) {
+    allocationsOf(" a = 1" + std::string(100000, ' '), isUpdate);
+    const std::uint64_t afterLong = allocationsOf(shortCondition, isUpdate);
+    EXPECT_EQ(afterLong, allocationsOf(shortCondition, isUpdate) + (isUpdate ? 2 : 1));
+  }
 }
 
 // Texts that a Print leaves incomplete. Each way in which it may do so is tried on each statement.

@@ -483,6 +483,25 @@ TEST(DecodingTest, OnlyTheDecodedBytesAreWrittenAndOnlyTheStringIsRead) {
   }
 }
 
+TEST(DecodingTest, BytesBehindTheDecodedOnesStayAsTheyAre) {
+  std::mt19937 random(1);
+  for (const Coder& coder : kCoders) {
+    for (std::size_t size = 1; size <= 400; ++size) {
+      Bytes text{0x05};
+      // Escapes in one byte of two to one of sixteen.
+      for (std::size_t i = 0; i < size; ++i) {
+        text.push_back(random() % (2 + size % 15) == 0 ? 0x01 : static_cast<unsigned char>(2 + random() % 200));
+      }
+      text.push_back(0x07);
+      text.push_back(0x00);
+      Bytes out(text.size(), 0xEE);
+      const int decoded = coder.decode(text.data(), out.data());
+      ASSERT_EQ(Bytes(out.begin() + decoded, out.end()), Bytes(out.size() - static_cast<std::size_t>(decoded), 0xEE))
+          << coder.name << " " << size;
+    }
+  }
+}
+
 // ---------------------------------------------------------------------------------------------------------------------
 // What the coder is made of
 
