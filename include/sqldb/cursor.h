@@ -142,6 +142,7 @@ class SQLDB_EXPORT SQLStepCursorBase : public SQLCursorBase, public boost::enabl
  protected:
   /// Registers with `database`; see SQLCursorBase.
   SQLStepCursorBase(SQLDatabase* database, const OffsetSpec& offsets);
+  /// The same, taking `offsets` over.
   SQLStepCursorBase(SQLDatabase* database, OffsetSpec&& offsets);
 
   /// The arguments up to the first null one, with null in place of the others.
