@@ -18,8 +18,8 @@ ENCODING = ["encode text", "encode random bytes", "encode random bytes, 4 KiB ea
 
 # What sqldb is to need at most, as a multiple of the calls by hand: of their instructions, or of the time to count and
 # copy the bytes. The kit: of their instructions, and of their time.
-INSTRUCTION_GOALS = {"scan": 1.06, "callback scan": 1.02, "count": 1.06, "has": 1.06, "insert": 1.04, "replace": 1.04,
-                     "update": 1.05, "update, reused values": 1.05, "delete": 1.05, "select": 1.06}
+INSTRUCTION_GOALS = {"scan": 1.06, "callback scan": 1.02, "count": 1.08, "has": 1.08, "insert": 1.04, "replace": 1.04,
+                     "update": 1.05, "update, reused values": 1.05, "delete": 1.05, "select": 1.05}
 TIME_GOALS = {"encode text": 0.25, "encode random bytes": 1.25, "encode random bytes, 4 KiB each": 1.6,
               "encode zeros": 0.25, "decode text": 0.2, "decode random bytes": 0.6, "decode in place text": 0.2,
               "decode in place random bytes": 0.6}
@@ -287,9 +287,9 @@ and the kit consists of headers.
 {programs}
 """
 
-REMARKS = """What misses its goal: a scan into a struct, by what a column costs, which is a virtual call that reads the value and
-stores it at its offset. A select with its own cursor, by the objects that the application can reach and keep: itself,
-its list of columns, its cursor and its callback."""
+REMARKS = """What remains of a scan into a struct is to find each column's place and to store its value there. What remains of a
+select, a count and a has is what the application can reach, the select, its lists, its cursor and its callback, though
+most of its memory is that of the query before, and the stream into which a term prints."""
 
 
 def main():
