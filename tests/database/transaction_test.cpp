@@ -193,8 +193,8 @@ TEST_F(TransactionTest, CloseKeepsTheLevelsSoThatTheNextBeginSendsNothing) {
   fDatabase.EndTransaction(false, false);
   fDatabase.Close();
   ExpectState(1, false);
-  EXPECT_THAT(Items(), IsEmpty()) << "SQLite has rolled the transaction back";
   fDatabase.Open();
+  EXPECT_THAT(Rows("SELECT a FROM items"), IsEmpty()) << "SQLite has rolled the transaction back";
   CallRecorder recorder;
   fDatabase.BeginTransaction();
   EXPECT_THAT(recorder.Lines(), IsEmpty());

@@ -455,7 +455,7 @@ TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayOutliveTheDatabase) {
 }
 
 TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayBeReleasedInAnotherThread) {
-  constexpr std::uint32_t kQueries = 2000;
+  constexpr std::uint32_t kQueries = 500;
   std::mutex mutex;
   std::vector<shared_ptr<sqldb::SQLColumnBase>> kept;
   bool isOver = false;
@@ -464,7 +464,7 @@ TEST_F(ObservedQueryTest, WhatIsKeptOfAQueryMayBeReleasedInAnotherThread) {
     kept.push_back(fDatabase.fSelects.at(0)->fColumns.at(0));
   };
   std::thread other([&] {
-    for (bool wasOver = false; !wasOver;) {
+    for (bool wasOver = false; !wasOver; std::this_thread::yield()) {
       std::vector<shared_ptr<sqldb::SQLColumnBase>> released;  // after the lock, beside the queries
       const std::lock_guard<std::mutex> lock(mutex);
       released.swap(kept);
