@@ -52,7 +52,7 @@ done
 # shellcheck disable=SC2016  # expanded by the shell that is started
 stage "allocations" bash -o pipefail -c '"$1" | tee "$2"' - "$build/bench/bench_allocations" "$results/allocations.txt"
 stage "instructions" valgrind --quiet --tool=callgrind --collect-atstart=no \
-  --callgrind-out-file="$results/instructions" "$build/bench/bench_instructions"
+  --callgrind-out-file="$results/instructions.%p" "$build/bench/bench_instructions"
 # shellcheck disable=SC2016
 stage "programs" bash -c 'python3 scripts/lib/programs.py "$1" >"$2"' - "$build" "$results/programs.json"
 stage "report" python3 scripts/lib/performance.py "$results" docs

@@ -90,7 +90,9 @@ class TextStream : public std::ostream {
   // and went on.
   void CopyTo(std::string& text) {
     ThrowOnLoss(*this);
-    text = fBuffer.Text();
+    // Cheaper than an assignment.
+    text.clear();
+    text.append(fBuffer.Text());
   }
 
   // The finished text in memory that is kept, too; valid until the next call. Throws as CopyTo does.

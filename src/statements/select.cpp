@@ -66,15 +66,13 @@ void SQLSelectClass::SetUp(const boost::shared_ptr<SQLCursorBase>& cursor) {
   }
   if (fOffset != 0) text.Add(" OFFSET ").Add(fOffset);
 
-  std::string query;
   Spares* const spares = fDatabaseLifetime.expired() ? nullptr : fDatabase->fSpares.get();
-  if (spares != nullptr) spares->fText.Lend(query);
-  text.CopyTo(query);
+  if (spares != nullptr && fQuery.empty()) spares->fText.Lend(fQuery);
+  text.CopyTo(fQuery);
   cursor->fIsShared = true;
   fCallback = new SelectCallback(cursor);
   if (spares != nullptr && cursor->fColumns.empty()) spares->fColumnsOfCursor.Lend(cursor->fColumns);
   cursor->fColumns = fColumns;
-  fQuery = std::move(query);
 }
 
 void SQLSelectClass::PrepareSelect(boost::shared_ptr<SQLCursorBase> cursor) {
