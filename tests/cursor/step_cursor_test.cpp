@@ -779,8 +779,10 @@ TEST_F(StepFailureTest, ALockedTableIsNotWaitedFor) {
 }
 
 TEST_F(StepFailureTest, ExtendedBusyCodesAreNotWaitedFor) {
-  const int busyTimeout = SQLITE_BUSY | (3 << 8);  // a name has only been given to it since SQLite 3.32
-  for (const int code : {SQLITE_BUSY_RECOVERY, SQLITE_BUSY_SNAPSHOT, busyTimeout}) {
+  // To which names have only been given since SQLite 3.8 and 3.32.
+  const int busySnapshot = SQLITE_BUSY | (2 << 8);
+  const int busyTimeout = SQLITE_BUSY | (3 << 8);
+  for (const int code : {SQLITE_BUSY_RECOVERY, busySnapshot, busyTimeout}) {
     fRecorder.Clear();
     fRecorder.Force("step", code);
     EXPECT_THROW(fOwned->Step(fRecord), std::runtime_error) << code;

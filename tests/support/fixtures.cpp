@@ -14,7 +14,7 @@ void LoadModule(const char* path) {
   const CallRecorder::Pause pause;
   sqlite3* connection = nullptr;
   if (sqlite3_open(":memory:", &connection) != SQLITE_OK) throw std::runtime_error("cannot open a database in memory");
-  sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
+  sqlite3_enable_load_extension(connection, 1);
   const int result = sqlite3_load_extension(connection, path, nullptr, nullptr);
   sqlite3_close(connection);
   if (result != SQLITE_OK) throw std::runtime_error(std::string("cannot load ") + path);
