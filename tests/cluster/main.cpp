@@ -19,7 +19,7 @@ using Arguments = std::vector<std::string>;
 void Load(const std::string& module) {
   sqldb::SQLDatabase database(":memory:", false);
   database.Open();
-  sqlite3_db_config(database.fConnection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
+  sqlite3_enable_load_extension(database.fConnection, 1);
   char* message = nullptr;
   if (sqlite3_load_extension(database.fConnection, module.c_str(), nullptr, &message) == SQLITE_OK) return;
   const std::string reason = message != nullptr ? message : "no reason given";

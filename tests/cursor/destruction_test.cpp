@@ -445,15 +445,15 @@ TEST_F(DestructionTest, ACursorDeletedByADestructorThatUnwindingRunsEndsQuietly)
 }
 
 TEST_F(DestructionTest, WhatAColumnThrewDoesNotMakeTheEndFail) {
-  class ThrowingColumn : public sqldb::SQLColumnBase {
+  class ColumnThatThrows : public sqldb::SQLColumnBase {
    public:
-    ThrowingColumn() : SQLColumnBase(nullptr, "x", "INTEGER", 4, true, false, false, "") {}
+    ColumnThatThrows() : SQLColumnBase(nullptr, "x", "INTEGER", 4, true, false, false, "") {}
     void AssignTo(void*, sqlite3_stmt*, int) const override { throw std::logic_error("the application's own"); }
   };
   CallRecorder recorder;
   EXPECT_NO_THROW({
     Cursor cursor(&fDatabase, OneOffset());
-    cursor.fColumns.push_back(boost::make_shared<ThrowingColumn>());
+    cursor.fColumns.push_back(boost::make_shared<ColumnThatThrows>());
     cursor.PrepareToQuery("SELECT a FROM t");
     std::uint32_t record = 0;
     EXPECT_THROW(cursor.Step(record), std::logic_error);

@@ -15,6 +15,7 @@ using sqldb::SQLTableClass;
 using support::Call;
 using support::CallRecorder;
 using support::FinalizeLeftovers;
+using support::kNotMet;
 using support::MessageOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -30,8 +31,6 @@ static_assert(std::is_same_v<decltype(&SQLDatabase::GetTableFromTableClass),
 static_assert(std::is_same_v<decltype(&SQLDatabase::DropTable), void (SQLDatabase::*)(shared_ptr<SQLTableClass>)>);
 static_assert(std::is_same_v<decltype(&SQLDatabase::RemoveSelect), void (SQLDatabase::*)(SQLSelectClass*)>);
 static_assert(std::is_same_v<decltype(&SQLDatabase::RemoveCursor), void (SQLDatabase::*)(SQLCursorBase*)>);
-
-constexpr char kNotMet[] = "Condition is not met.";
 
 // A column that does something when the table that files it is destroyed.
 class Witness : public sqldb::SQLColumnBase {
@@ -438,13 +437,13 @@ TEST_F(TeardownTest, APreparedCursorThatDiesWithATableFinalizesItsStatement) {
 }
 
 TEST_F(TeardownTest, NeitherSelectsNorCursorsAreDestroyed) {
-  struct Cursor : SQLCursorBase {
-    explicit Cursor(SQLDatabase* database, bool& destroyed) : SQLCursorBase(database), fDestroyed(destroyed) {}
-    ~Cursor() override { fDestroyed = true; }
+  struct MortalCursor : SQLCursorBase {
+    explicit MortalCursor(SQLDatabase* database, bool& destroyed) : SQLCursorBase(database), fDestroyed(destroyed) {}
+    ~MortalCursor() override { fDestroyed = true; }
     bool& fDestroyed;
   };
   bool destroyed = false;
-  auto cursor = std::make_unique<Cursor>(fDatabase.get(), destroyed);
+  auto cursor = std::make_unique<MortalCursor>(fDatabase.get(), destroyed);
   auto select = fDatabase->NewSelect(fDatabase->NewTable("items"), 3);
   fDatabase.reset();
   EXPECT_FALSE(destroyed);

@@ -66,7 +66,7 @@ foreach(symbol IN LISTS symbols)
       set(known ${name})
     endif()
   elseif(kind MATCHES "^[VWu]$" AND
-      name MATCHES "^([^(]*[ &*])?(std|boost|__gnu_cxx)::|^operator (new|delete)\\(.*void\\*\\)$")
+      name MATCHES "^(decltype\\(.*\\) )?([^(]*[ &*])?(std|boost|__gnu_cxx)::|^operator (new|delete)\\(.*void\\*\\)$")
     continue()  # what the compiler did not inline of the libraries' templates
   elseif(kind MATCHES "^[TW]$")
     foreach(scope IN LISTS classes)

@@ -23,6 +23,7 @@ using sqldb::SQLTermBase;
 using support::Call;
 using support::CallRecorder;
 using support::DatabaseTest;
+using support::kNotMet;
 using support::MakeTerm;
 using support::MessageOf;
 using support::OtherConnection;
@@ -32,8 +33,6 @@ using testing::IsEmpty;
 
 using IntegerColumn = sqldb::SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::uint32_t>>;
 using Cursor = sqldb::SQLStepCursor<std::uint32_t>;
-
-constexpr char kNotMet[] = "Condition is not met.";
 
 static_assert(
     std::is_same_v<decltype(&SQLTableClass::CountRecords), std::uint32_t (SQLTableClass::*)(shared_ptr<SQLTermBase>)>);

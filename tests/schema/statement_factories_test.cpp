@@ -15,14 +15,13 @@ using sqldb::SQLTermBase;
 using sqldb::SQLUpdateClass;
 using support::CallRecorder;
 using support::DatabaseTest;
+using support::kNotMet;
 using support::MakeColumn;
 using support::MakeTerm;
 using support::MakeValue;
 using support::MessageOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr char kNotMet[] = "Condition is not met.";
 
 static_assert(std::is_same_v<decltype(&SQLTableClass::NewInsert), shared_ptr<SQLInsertClass> (SQLTableClass::*)()>);
 static_assert(std::is_same_v<decltype(&SQLTableClass::NewReplace), shared_ptr<SQLReplaceClass> (SQLTableClass::*)()>);

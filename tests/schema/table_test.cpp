@@ -21,12 +21,11 @@ using support::CallRecorder;
 using support::DatabaseTest;
 using support::InMemoryOrder;
 using support::IntegerColumn;
+using support::kNotMet;
 using support::MakeColumn;
 using support::MessageOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr char kNotMet[] = "Condition is not met.";
 
 static_assert(!std::is_polymorphic_v<SQLTableClass>);
 static_assert(!std::is_copy_constructible_v<SQLTableClass> && !std::is_copy_assignable_v<SQLTableClass>);
@@ -374,7 +373,9 @@ TEST_F(TableTest, FailedIndexKeepsTheCreatedFlag) {
   EXPECT_EQ(MessageOf([&] { fTable->CreateIndexForColumn("a"); }), "no such table: main.items");
   EXPECT_FALSE(fTable->fCreated);
   fTable->Create();
-  EXPECT_EQ(MessageOf([&] { fTable->CreateIndexForColumn("b"); }), "no such column: b");
+  const std::string message = MessageOf([&] { fTable->CreateIndexForColumn("b"); });
+  EXPECT_EQ(message, sqlite3_errmsg(fDatabase.fConnection));
+  EXPECT_EQ(sqlite3_errcode(fDatabase.fConnection), SQLITE_ERROR);
   EXPECT_TRUE(fTable->fCreated);
 }
 

@@ -14,6 +14,7 @@ using support::CallRecorder;
 using support::InMemoryOrder;
 using support::MakeTerm;
 using support::MessageOf;
+using support::SilentTerm;
 using support::TextTerm;
 using support::Witness;
 using ::testing::ElementsAre;
@@ -31,12 +32,6 @@ static_assert(std::is_same_v<decltype(&SQLDeleteClass::SetUpDelete), void (SQLDe
 static_assert(std::is_same_v<decltype(&SQLDeleteClass::PerformDelete), void (SQLDeleteClass::*)()>);
 
 namespace {
-
-// Prints a condition, but inherits the NotEmpty that says there is none.
-class SilentTerm : public SQLTermBase {
- public:
-  std::ostream& Print(std::ostream& out) const override { return out << " a = 1"; }
-};
 
 // A table t with three rows.
 class DeleteTest : public support::DatabaseTest {

@@ -18,10 +18,12 @@ using sqldb::SQLTableClass;
 using sqldb::SQLValueBase;
 using support::BoundInteger;
 using support::CallRecorder;
+using support::DoNotDelete;
 using support::InMemoryOrder;
 using support::MakeColumn;
 using support::MakeValue;
 using support::MessageOf;
+using support::OwnFailure;
 using support::TextValue;
 using support::Witness;
 using ::testing::ElementsAre;
@@ -60,10 +62,6 @@ static_assert(std::is_same_v<decltype(PresentBindingOpportunity::fStatement), sq
 static_assert(std::is_invocable_r_v<void, PresentBindingOpportunity, ValuePointer>);
 
 namespace {
-
-struct OwnFailure {};
-
-void DoNotDelete(SQLInsertClass*) {}
 
 // Prints a literal, and runs a piece of the test when it is offered a statement.
 class ActingValue : public TextValue {
@@ -507,14 +505,14 @@ TEST(PresentBindingOpportunityTest, OffersItsStatementToEachValue) {
 // Destruction.
 
 TEST_F(InsertTest, LeavesTheTablesListWhenDestroyed) {
-  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete));
+  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete<SQLInsertClass>));
   fInsert.reset();
   EXPECT_THAT(fTable->fInserts, IsEmpty());
 }
 
 TEST_F(InsertTest, ReplaceLeavesTheTablesListWhenDestroyed) {
   fInsert.reset(new SQLReplaceClass(*fTable));
-  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete));
+  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete<SQLInsertClass>));
   fInsert.reset();
   EXPECT_THAT(fTable->fInserts, IsEmpty());
 }
@@ -538,7 +536,7 @@ TEST_F(InsertTest, LeavesTheListThenReleasesValuesColumnsAndStream) {
   const auto note = [&](const std::string& name) {
     return [&notes, name, this] { notes.push_back(name + (fTable->fInserts.empty() ? "" : " while listed")); };
   };
-  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete));
+  fTable->fInserts.push_back(boost::shared_ptr<SQLInsertClass>(fInsert.get(), DoNotDelete<SQLInsertClass>));
   fInsert->fColumns.emplace_back(
       new Witness<SQLColumnBase>(note("column"), nullptr, "a", "INTEGER", 4u, true, false, false, ""));
   fInsert->fValues.emplace_back(new Witness<TextValue>(note("value"), "1"));

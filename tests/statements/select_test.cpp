@@ -24,6 +24,7 @@ using support::InMemoryOrder;
 using support::MakeColumn;
 using support::MakeTerm;
 using support::MessageOf;
+using support::OwnFailure;
 using support::TextTerm;
 using support::Witness;
 using ::testing::Each;
@@ -91,8 +92,6 @@ class CollectingCursor : public SQLCursorBase {
 
 using CollectingPointer = boost::shared_ptr<CollectingCursor>;
 using StepCursor = sqldb::SQLStepCursor<std::uint32_t>;
-
-struct OwnFailure {};
 
 // A table t with the columns a and b, holding (1, 30), (2, 20), (3, 10), and a select over it without columns.
 class SelectTest : public support::DatabaseTest {

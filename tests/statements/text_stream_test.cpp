@@ -23,14 +23,14 @@ using support::MakeColumn;
 using support::MakeTerm;
 using support::MakeValue;
 using support::MessageOf;
+using support::OwnFailure;
 using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
 
-struct OwnFailure {};
-
+using StepCursor = sqldb::SQLStepCursor<std::uint32_t>;
 using Printer = std::function<void(std::ostream&)>;
 
 class PrintingTerm : public SQLTermBase {
@@ -637,7 +637,6 @@ TEST_F(AllocationSweepTest, PreparedSelectIsCompiledWholeOrNotAtAll) {
   select->fOffset = 1;
   sqldb::OffsetSpec offsets;
   offsets.PushOffset(0, 0);
-  using StepCursor = sqldb::SQLStepCursor<std::uint32_t>;
   boost::shared_ptr<StepCursor> cursor(new StepCursor(&fDatabase, offsets));
   Sweep(
       "SELECT a FROM t WHERE" + HugeCondition() + " LIMIT -1 OFFSET 1", [&] { select->PrepareSelect(cursor); },

@@ -14,6 +14,7 @@ using sqldb::SQLUpdateClass;
 using sqldb::SQLValueBase;
 using support::BoundInteger;
 using support::CallRecorder;
+using support::DoNotDelete;
 using support::InMemoryOrder;
 using support::MakeColumn;
 using support::MakeTerm;
@@ -36,8 +37,6 @@ static_assert(std::is_same_v<decltype(SQLUpdateClass::fTerm), boost::shared_ptr<
 static_assert(std::is_same_v<decltype(&SQLUpdateClass::PerformUpdate), void (SQLUpdateClass::*)(bool)>);
 
 namespace {
-
-void DoNotDelete(SQLUpdateClass*) {}
 
 // A table t with two rows, and an update of it.
 class UpdateTest : public support::DatabaseTest {
@@ -227,7 +226,7 @@ TEST_F(UpdateTest, NeverWaitsForABusyFile) {
 }
 
 TEST_F(UpdateTest, LeavesTheTablesListWhenDestroyed) {
-  fTable->fUpdates.push_back(boost::shared_ptr<SQLUpdateClass>(fUpdate.get(), DoNotDelete));
+  fTable->fUpdates.push_back(boost::shared_ptr<SQLUpdateClass>(fUpdate.get(), DoNotDelete<SQLUpdateClass>));
   fUpdate.reset();
   EXPECT_THAT(fTable->fUpdates, IsEmpty());
 }
@@ -237,7 +236,7 @@ TEST_F(UpdateTest, LeavesTheListThenReleasesTermValuesAndColumns) {
   const auto note = [&](const std::string& name) {
     return [&notes, name, this] { notes.push_back(name + (fTable->fUpdates.empty() ? "" : " while listed")); };
   };
-  fTable->fUpdates.push_back(boost::shared_ptr<SQLUpdateClass>(fUpdate.get(), DoNotDelete));
+  fTable->fUpdates.push_back(boost::shared_ptr<SQLUpdateClass>(fUpdate.get(), DoNotDelete<SQLUpdateClass>));
   fUpdate->fColumns.emplace_back(
       new Witness<SQLColumnBase>(note("column"), nullptr, "a", "INTEGER", 4u, true, false, false, ""));
   fUpdate->fValues.emplace_back(new Witness<TextValue>(note("value"), "1"));

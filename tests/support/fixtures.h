@@ -21,6 +21,16 @@
 
 namespace support {
 
+// What a call that would reach a dead object, or ends nothing, reports.
+constexpr char kNotMet[] = "Condition is not met.";
+
+// What an application's own piece throws, which is none of the library's failures.
+struct OwnFailure {};
+
+// For a shared pointer to what another owns.
+template <typename T>
+void DoNotDelete(T*) {}
+
 // A connection that is not the library's and is never recorded: the other program that shares the file.
 class OtherConnection {
  public:
@@ -77,6 +87,12 @@ using IntegerColumn = sqldb::SQLColumnClass<std::uint32_t, 4, ColumnTraits<std::
 
 // A nullable 32-bit integer column without a table.
 boost::shared_ptr<sqldb::SQLColumnBase> MakeColumn(const std::string& name);
+
+// Prints a condition, but inherits the NotEmpty that says there is none.
+class SilentTerm : public sqldb::SQLTermBase {
+ public:
+  std::ostream& Print(std::ostream& out) const override { return out << " a = 1"; }
+};
 
 // A term that prints a given text, which should begin with a blank.
 class TextTerm : public sqldb::SQLTermBase {

@@ -15,6 +15,7 @@ using support::MakeColumn;
 using support::MakeTerm;
 using support::MakeValue;
 using support::MessageOf;
+using support::SilentTerm;
 using support::TextTerm;
 using support::VirtualSlot;
 
@@ -29,12 +30,6 @@ static_assert(std::is_same_v<decltype(&SQLTermBase::NotEmpty), bool (SQLTermBase
 static_assert(std::is_same_v<decltype(&SQLEmptyTerm::NotEmpty), bool (SQLEmptyTerm::*)() const>);
 static_assert(std::is_same_v<decltype(&SQLEmptyTerm::Print), std::ostream& (SQLTermBase::*)(std::ostream&) const>,
               "inherited");
-
-// Says what to print, but not that there is anything.
-class SilentTerm : public SQLTermBase {
- public:
-  std::ostream& Print(std::ostream& out) const override { return out << " a = 1"; }
-};
 
 void ExpectPrintsNothing(const SQLTermBase& term) {
   std::ostringstream text;
