@@ -16,9 +16,9 @@ if(SQLDB_ENGINE STREQUAL "sqlite3")
   if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.7.17)
     message(FATAL_ERROR "sqldb needs SQLite 3.7.17 or newer. This is ${SQLite3_VERSION}.")
   endif()
-  if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.8.7)
+  if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.15)
     set(SQLDB_USES_KIT FALSE)
-    message(STATUS "Tests and examples with the kit left out: sqldb::kit needs SQLite 3.8.7 or newer. "
+    message(STATUS "Tests and examples with the kit left out: sqldb::kit needs SQLite 3.15 or newer. "
       "This is ${SQLite3_VERSION}.")
   endif()
   # CMake has called it so since 4.3.

@@ -30,7 +30,7 @@ Installs what is missing, then builds the library and runs its tests on each NAM
   cxx20 cxx20-clang cxx23 cxx23-clang
                  the later language versions with this machine's GCC and Clang
   newest-sqlite  the newest SQLite that the npm package better-sqlite3 brings
-  oldest-sqlite  SQLite 3.8.7, the oldest that the kit supports
+  oldest-sqlite  SQLite 3.15, the oldest that the kit supports
   oldest-core    SQLite 3.7.17, the oldest that the core alone was tried with
 Without NAME: all, and if all pass, the table in docs/platforms.md is renewed.
 
@@ -64,10 +64,10 @@ release=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
 [[ $release == bookworm ]] || give_up "This needs Debian 12 (bookworm), whose compilers and emulators it knows."
 ((EUID == 0)) || give_up "This needs root, to make Debian roots and to run other processors' programs."
 
-# npm packages with SQLite's sources: the latest, whatever Node.js it wants for itself, and ones that bring 3.8.7.1 and
+# npm packages with SQLite's sources: the latest, whatever Node.js it wants for itself, and ones that bring 3.15.0 and
 # 3.7.17.
 newest_sqlite=better-sqlite3@latest
-oldest_sqlite=sqlite3@3.0.4
+oldest_sqlite=sqlite3@3.1.8
 oldest_core=sqlite3@2.1.19
 
 top=$PWD

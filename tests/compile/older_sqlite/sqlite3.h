@@ -2,4 +2,4 @@
 #include_next <sqlite3.h>
 
 #undef SQLITE_VERSION_NUMBER
-#define SQLITE_VERSION_NUMBER 3008006
+#define SQLITE_VERSION_NUMBER 3014002

@@ -19,8 +19,8 @@
 #error "sqldb::kit needs RTTI."
 #endif
 
-#if SQLITE_VERSION_NUMBER < 3008007
-#error "sqldb::kit needs SQLite 3.8.7 or newer."
+#if SQLITE_VERSION_NUMBER < 3015000
+#error "sqldb::kit needs SQLite 3.15 or newer."
 #endif
 
 #endif  // SQLDB_KIT_REQUIREMENTS_H
