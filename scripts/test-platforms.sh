@@ -212,9 +212,15 @@ run_webassembly() {
 include(/usr/share/emscripten/cmake/Modules/Platform/Emscripten.cmake)
 set(CMAKE_CXX_FLAGS_INIT -fexceptions)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-fexceptions -sNODERAWFS=1 -sALLOW_MEMORY_GROWTH=1 -sEXIT_RUNTIME=1 -O1")
-# What an Emscripten of this age makes takes a Node.js that can fetch for a browser.
-set(CMAKE_CROSSCOMPILING_EMULATOR node --no-experimental-fetch)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/run)
 END
+  # What an Emscripten of this age makes takes a Node.js that can fetch for a browser, and does not see the environment.
+  cat >"$folder/run" <<'END'
+#!/bin/sh
+case "$*" in *--gtest*) set -- "$@" "--gtest_filter=$GTEST_FILTER" ;; esac
+exec node --no-experimental-fetch "$@"
+END
+  chmod +x "$folder/run"
   # Where Debian's Emscripten has its tools, which a Node.js from elsewhere does not know.
   export NODE_PATH=/usr/share/nodejs
   build_static_needs "$folder" emcc emar -DCMAKE_TOOLCHAIN_FILE="$toolchain" -Dgtest_disable_pthreads=ON

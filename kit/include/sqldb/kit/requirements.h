@@ -10,17 +10,17 @@
 
 #include "sqldb/export.h"
 
-// libc++ has it long before it has all that the macro stands for.
-#if defined(_LIBCPP_VERSION) ? _LIBCPP_VERSION < 14000 : !defined(__cpp_lib_to_chars)
-#error "sqldb::kit needs std::to_chars for double: libstdc++ 11 or newer, or libc++ 14 or newer."
-#endif
-
 #ifndef __cpp_rtti
 #error "sqldb::kit needs RTTI."
 #endif
 
 #if SQLITE_VERSION_NUMBER < 3015000
 #error "sqldb::kit needs SQLite 3.15 or newer."
+#endif
+
+// libc++ has it long before it has all that the macro stands for.
+#if defined(_LIBCPP_VERSION) ? _LIBCPP_VERSION < 14000 : !defined(__cpp_lib_to_chars)
+#error "sqldb::kit needs std::to_chars for double: libstdc++ 11 or newer, or libc++ 14 or newer."
 #endif
 
 #endif  // SQLDB_KIT_REQUIREMENTS_H
