@@ -18,9 +18,9 @@ Installs what is missing, then runs each PART of
   faults    failing memory and disks, lost power, kills, contention, every short input of the encoding
   threads   eight threads with a database each through every operation, ten million rows, under ThreadSanitizer
   fuzz      the fuzzers of the encoding, two million runs each
-  coverage  all lines and branches of the library and of the kit are run by their unit tests
-  chars     the unit tests with signed and unsigned char, and overflow that stops the program
-  valgrind  the unit tests under Valgrind
+  coverage  all lines and branches of the library and of the kit are run by their unit tests, with unsigned char and
+            with overflow that stops the program
+  valgrind  the unit tests with signed char and with overflow that stops the program, by themselves and under Valgrind
   engines   the tests on SQLCipher, another library with SQLite's interface
   packages  the library in every way that README.md shows, see scripts/test-packages.sh
   bench     every measurement once, without regard to the time, and the allocations of each operation
@@ -35,10 +35,10 @@ case ${1-} in
     ;;
 esac
 parts=("$@")
-((${#parts[@]} > 0)) || parts=(faults threads fuzz coverage chars valgrind engines)
+((${#parts[@]} > 0)) || parts=(faults threads fuzz coverage valgrind engines)
 for part in "${parts[@]}"; do
   case $part in
-    faults | threads | fuzz | coverage | chars | valgrind | engines | packages | bench) ;;
+    faults | threads | fuzz | coverage | valgrind | engines | packages | bench) ;;
     *)
       usage >&2
       exit 2
@@ -89,15 +89,6 @@ run_fuzz() {
 
 run_coverage() { check "coverage" scripts/coverage.sh; }
 
-run_chars() {
-  local preset
-  for preset in signed-char unsigned-char; do
-    build "$preset"
-    check "$preset: test" "build/$preset/tests/sqldb_tests" --gtest_brief=1
-    check "$preset: test of the kit" "build/$preset/kit/tests/sqldb_kit_tests" --gtest_brief=1
-  done
-}
-
 # The test program brings its own operator new, which Valgrind leaves alone, and watches malloc below it. The children that
 # the death tests fork end in mid-work, and are not looked at.
 under_valgrind() {
@@ -108,6 +99,8 @@ under_valgrind() {
 
 run_valgrind() {
   build signed-char
+  check "signed-char: test" build/signed-char/tests/sqldb_tests --gtest_brief=1
+  check "signed-char: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_brief=1
   under_valgrind "valgrind: test" build/signed-char/tests/sqldb_tests
   # Without the hundreds of thousands of values, which the sanitizers see.
   under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_filter=-LiteralFuzzTest.*
