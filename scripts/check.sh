@@ -61,10 +61,10 @@ build() {
   check "$1: build" cmake --build --preset "$1" --parallel "$jobs"
 }
 
-# One after the other, since some of them depend on how the processors are shared out; with what each prints.
+# With what each prints.
 run_faults() {
   build faults
-  check "faults: test" ctest --preset faults --verbose --no-tests=error
+  check "faults: test" ctest --preset faults --verbose --parallel "$jobs" --no-tests=error
 }
 
 run_threads() {
