@@ -223,6 +223,8 @@ END
   chmod +x "$folder/run"
   # Where Debian's Emscripten has its tools, which a Node.js from elsewhere does not know.
   export NODE_PATH=/usr/share/nodejs
+  # CMake does not ask this compiler who it is.
+  em++ --version
   build_static_needs "$folder" emcc emar -DCMAKE_TOOLCHAIN_FILE="$toolchain" -Dgtest_disable_pthreads=ON
   test_static webassembly "$folder" -DCMAKE_TOOLCHAIN_FILE="$toolchain"
 }

@@ -26,13 +26,13 @@ def count(text):
 
 def first(pattern, text):
     found = re.search(pattern, text)
-    return " ".join(found.groups()) if found else "?"
+    return " ".join(filter(None, found.groups())) if found else "?"
 
 
 def main():
     name, log, folder, seconds = sys.argv[1:]
     log, folder = pathlib.Path(log).read_text(errors="replace"), pathlib.Path(folder)
-    compiler = first(r"The CXX compiler identification is (\S+ \S+)", log)
+    compiler = first(r"The CXX compiler identification is (\S+ \S+)|emcc \((Emscripten).*\) (\S+)", log)
     engine = first(r'Found SQLite3: .*found version "([^"]+)"', log)
     totals = [0, 0, len((folder / "left-out").read_text().split())]
     for results in folder.glob("**/LastTest.log"):
