@@ -419,6 +419,8 @@ TEST_P(MishapTest, FailedSetupLeavesAnEarlierOneOfTheSelectInPlace) {
   const auto select = SelectOf(nullptr);
   select->SetupSelect(NewCursor());
   const auto* const callback = select->fCallback;
+  // Whose memory the next text could take.
+  SelectOf(MakeTerm(" a = 1" + std::string(100, ' ')))->SetupSelect(NewCursor());
   select->fTerm = Term();
   EXPECT_TRUE(GetParam().fIsThrownBy([&] { select->SetupSelect(NewCursor()); }));
   EXPECT_EQ(select->fQuery, "SELECT a FROM t");
