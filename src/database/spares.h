@@ -17,11 +17,9 @@ namespace sqldb {
 template <typename List>
 class Spare {
  public:
-  // Gives the memory to `list`, unless that has more already. REQUIRES: `list` is empty.
-  void Lend(List& list) {
-    if (list.capacity() < fKept.capacity()) list = std::move(fKept);
-  }
-  // Takes the memory of `list`.
+  // Gives the memory to `list`. REQUIRES: `list` is empty.
+  void Lend(List& list) { list = std::move(fKept); }
+  // Takes the memory of `list`, if that is more than what is kept.
   // REQUIRES: what it still holds releases nothing of the application's, whose destructors may end the database.
   void TakeBack(List& list) {
     const std::size_t capacity = list.capacity();

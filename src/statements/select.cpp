@@ -89,8 +89,6 @@ void SQLSelectClass::PerformSelect(boost::shared_ptr<SQLCursorBase> cursor) {
 
 boost::shared_ptr<SQLSelectClass>& operator<<(boost::shared_ptr<SQLSelectClass>& select,
                                               boost::shared_ptr<SQLColumnBase> column) {
-  // So that most selects allocate at most once for their columns.
-  if (select->fColumns.empty()) select->fColumns.reserve(8);
   select->fColumns.push_back(std::move(column));
   return select;
 }

@@ -642,6 +642,13 @@ TEST_F(SpareMemoryTest, ASelectAfterAnotherAllocatesItsCallbackOnly) {
   EXPECT_EQ(AllocationsOf(3), 1u);
 }
 
+TEST_F(SpareMemoryTest, WhatNeededNoneLeavesWhatIsThere) {
+  AllocationsOf(200);
+  fDatabase.NewSelect(fTable, 0);
+  NewCursor();
+  EXPECT_EQ(AllocationsOf(200), 1u);
+}
+
 TEST_F(SpareMemoryTest, TheMemoryOfAVeryLongListIsGivenBack) {
   AllocationsOf(1000);
   AllocationsOf(1000);
