@@ -25,8 +25,11 @@ constexpr useconds_t kBusyWait = 100000;  // microseconds
 const std::type_info* TypeOf(const SQLColumnBase& column) { return &typeid(column); }
 const std::type_info* TypeOfIntegerColumn() { return &typeid(IntegerColumn); }
 #else
-int TypeOf(const SQLColumnBase&) { return 0; }
-int TypeOfIntegerColumn() { return 1; }
+const void* TypeOf(const SQLColumnBase&) { return nullptr; }
+const void* TypeOfIntegerColumn() {
+  static constexpr char kNone = 0;
+  return &kNone;
+}
 #endif
 
 }  // namespace
@@ -85,7 +88,7 @@ __attribute__((always_inline)) inline int SQLStepCursorBase::FetchRow(const Buff
   const int result = sqlite3_step(fStatement);
   if (result != SQLITE_ROW && !AdvanceUnlessDone(result)) return 1;
   sqlite3_stmt* const statement = fStatement;
-  const auto integer = TypeOfIntegerColumn();
+  const auto* const integer = TypeOfIntegerColumn();
   // Looked at here, where the standard library's checks see an entry that is missing.
   if (!fColumns.empty()) static_cast<void>(fOffsets.fItems[fColumns.size() - 1]);
   const ItemOffset* const items = fOffsets.fItems.data();
