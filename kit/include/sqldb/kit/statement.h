@@ -1,0 +1,169 @@
+#ifndef SQLDB_KIT_STATEMENT_H
+#define SQLDB_KIT_STATEMENT_H
+
+// What runs statements: the values for their parameters, and the lease of a compiled statement.
+//
+// A connection keeps the statements that it has compiled. A lease takes one out of what is kept and gives it back, reset,
+// when it ends, by return or by exception: what is kept never stands on a row, and a second use of the same text while
+// the first one runs gets a statement of its own.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/type.h"
+
+namespace sqldb::kit {
+
+/// A value for a parameter with a name; see Named.
+template <typename T>
+struct NamedValue {
+  /// As it stands in the SQL: ":kind", "@kind" or "$kind".
+  const char* name;
+  /// Lives as long as the call that it is an argument of.
+  const T& value;
+};
+
+/// The value of the parameter `name`, written as in the SQL: Named(":kind", kind).
+/// REQUIRES: `value` outlives the call that takes it.
+template <typename T>
+NamedValue<T> Named(const char* name, const T& value) {
+  return NamedValue<T>{name, value};
+}
+
+namespace detail {
+
+class Connection;
+struct KeptStatement;
+
+/// Shares the ownership of a connection's state. Counted without atomic operations: a connection and all that was made
+/// from it are used by one thread at a time.
+class SQLDB_EXPORT ConnectionPointer {
+ public:
+  ConnectionPointer() = default;
+  explicit ConnectionPointer(Connection* connection) noexcept;
+  ConnectionPointer(const ConnectionPointer& other) noexcept : ConnectionPointer(other.fConnection) {}
+  ConnectionPointer(ConnectionPointer&& other) noexcept : fConnection(other.fConnection) {
+    other.fConnection = nullptr;
+  }
+  ConnectionPointer& operator=(ConnectionPointer other) noexcept {
+    Connection* const mine = fConnection;
+    fConnection = other.fConnection;
+    other.fConnection = mine;
+    return *this;
+  }
+  ~ConnectionPointer();
+
+  Connection* Get() const noexcept { return fConnection; }
+  Connection& operator*() const noexcept { return *fConnection; }
+  Connection* operator->() const noexcept { return fConnection; }
+
+ private:
+  Connection* fConnection = nullptr;
+};
+
+/// A value for a parameter, without its type.
+struct Argument {
+  /// Null: the parameters are given in order.
+  const char* name;
+  const void* value;
+  void (*bind)(const Target& target, const void* value);
+};
+
+template <typename T>
+void BindAny(const Target& target, const void* value) {
+  Codec<T>::Bind(target, *static_cast<const T*>(value));
+}
+SQLDB_EXPORT void BindNothing(const Target& target, const void* value);
+/// `value` points to a std::string_view.
+SQLDB_EXPORT void BindView(const Target& target, const void* value);
+/// `value` is the text, up to its zero byte. Throws Error for a null one.
+SQLDB_EXPORT void BindCharacters(const Target& target, const void* value);
+
+template <typename T, std::enable_if_t<!std::is_pointer_v<T>, int> = 0>
+Argument ArgumentOf(const T& value) {
+  return Argument{nullptr, &value, &BindAny<T>};
+}
+inline Argument ArgumentOf(const std::nullopt_t& value) { return Argument{nullptr, &value, &BindNothing}; }
+inline Argument ArgumentOf(const std::string_view& value) { return Argument{nullptr, &value, &BindView}; }
+template <typename T, typename = std::enable_if_t<std::is_same_v<T, const char*> || std::is_same_v<T, char*>>>
+Argument ArgumentOf(const T& value) {
+  return Argument{nullptr, value, &BindCharacters};
+}
+template <typename T>
+Argument ArgumentOf(const NamedValue<T>& named) {
+  Argument argument = ArgumentOf(named.value);
+  argument.name = named.name;
+  return argument;
+}
+
+template <typename T>
+constexpr bool kIsNamed = false;
+template <typename T>
+constexpr bool kIsNamed<NamedValue<T>> = true;
+
+/// The arguments of a call. An array of none is not allowed, hence the one more.
+template <typename... T>
+struct Arguments {
+  static_assert((kIsNamed<T> && ...) || !(kIsNamed<T> || ...),
+                "Give all parameters in order, or all of them by name with Named.");
+
+  explicit Arguments(const T&... values) : all{ArgumentOf(values)..., Argument{}} {}
+
+  static constexpr std::size_t kCount = sizeof...(T);
+  Argument all[sizeof...(T) + 1];
+};
+
+/// What SQLite is told about the values that are bound.
+enum class Values {
+  /// They end before the statement is stepped for the last time, so it copies them.
+  kTemporary,
+  /// They outlive the execution.
+  kLasting,
+};
+
+/// The use of a compiled statement. Moved from, it is only to be destroyed.
+class SQLDB_EXPORT Lease {
+ public:
+  /// Takes the statement of `sql`, or compiles it. Throws Error, among others if `sql` has no statement or several.
+  Lease(ConnectionPointer connection, std::string_view sql);
+  Lease(Lease&& other) noexcept;
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+  Lease& operator=(Lease&&) = delete;
+  ~Lease();
+
+  /// Binds all parameters. Throws Error, and binds nothing, if there are too few or too many, or if a name is not that
+  /// of a parameter or there twice.
+  void Bind(const Argument* arguments, std::size_t count, Values values);
+
+  /// Runs to the next row. Returns false if there is none left. Waits for a busy file as long as the database was told
+  /// to. Throws Error; the statement is then reset.
+  bool Step();
+
+  /// Runs to the end, from the beginning; rows are passed over. Returns the number of rows that were inserted, updated
+  /// or deleted.
+  std::int64_t Finish();
+
+  /// Lets it begin anew; what is bound stays.
+  void Reset() noexcept;
+
+  /// Throws Error if the database has been closed meanwhile.
+  sqlite3_stmt* Statement() const;
+  int ColumnCount() const noexcept;
+  /// Whether running it may change the file.
+  bool IsWriting() const noexcept;
+
+ private:
+  ConnectionPointer fConnection;
+  KeptStatement* fKept;
+};
+
+}  // namespace detail
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_STATEMENT_H

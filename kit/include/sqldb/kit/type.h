@@ -1,0 +1,275 @@
+#ifndef SQLDB_KIT_TYPE_H
+#define SQLDB_KIT_TYPE_H
+
+// How a C++ type is stored: Type<T> names what SQLite stores for it, and converts in both directions. The same two
+// functions serve columns, parameters and literals.
+//
+//   enum class Kind { kBolt, kNut };
+//   template <>
+//   struct sqldb::kit::Type<Kind> {
+//     using Stored = std::string;
+//     static std::string Store(Kind kind) { return kind == Kind::kBolt ? "bolt" : "nut"; }
+//     static Kind Load(const std::string& stored) { return stored == "bolt" ? Kind::kBolt : Kind::kNut; }
+//   };
+//
+// What is there already:
+//
+//   bool                     INTEGER  0 or 1
+//   integers                 INTEGER  not char and wchar_t, which are characters
+//   float, double            REAL     infinities are kept; NaN, which SQLite would store as NULL, is refused
+//   std::string              TEXT     any bytes, zero bytes included
+//   char[N], array<char, N>  TEXT     up to N bytes, filled up with zero bytes
+//   Blob                     BLOB
+//   EncodedBytes             TEXT     in the encoding of sqldb/encoding.h
+//   std::optional<T>         as T     no value is NULL
+//
+// A value is converted if nothing is lost, otherwise ConversionError is thrown: 2.0 can be read into an integer, 1.5
+// and "2" cannot; an integer into a double, if that holds it exactly; NULL into a std::optional only.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "sqldb/export.h"
+
+struct sqlite3_stmt;
+struct sqlite3_value;
+
+namespace sqldb::kit {
+
+/// The bytes of a BLOB.
+using Blob = std::vector<unsigned char>;
+
+/// Bytes that are stored as text, by sqlite_encode_binary.
+struct EncodedBytes {
+  /// As they are, not encoded.
+  std::vector<unsigned char> bytes;
+
+  /// The same bytes.
+  friend bool operator==(const EncodedBytes& a, const EncodedBytes& b) { return a.bytes == b.bytes; }
+  /// Other bytes.
+  friend bool operator!=(const EncodedBytes& a, const EncodedBytes& b) { return !(a == b); }
+};
+
+/// How values of type T are stored:
+///
+///   using Stored = ...                 std::int64_t, double, std::string or Blob, or a type that has a Type itself
+///   static Stored Store(const T&)
+///   static T Load(const Stored&)
+///
+/// What the two functions throw passes through the operation that they are part of.
+template <typename T, typename = void>
+struct Type;
+
+namespace detail {
+
+template <typename T, typename... Others>
+constexpr bool kIsOneOf = (std::is_same_v<T, Others> || ...);
+
+template <typename T>
+constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
+                                     unsigned long, long long, unsigned long long>;
+
+/// A value that SQLite has: a column of a row, or an argument of a function.
+struct Source {
+  sqlite3_value* value;
+  /// For the message of a ConversionError: whose column it is, from 0.
+  sqlite3_stmt* statement;
+  int column;
+};
+
+/// A parameter to be bound.
+struct Target {
+  sqlite3_stmt* statement;
+  /// From 1.
+  int parameter;
+  /// Whether a text or blob stays where it is until it is bound anew, so that SQLite need not copy it.
+  bool isLasting;
+};
+
+SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
+
+SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
+SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
+SQLDB_EXPORT double ReadReal(const Source& source);
+/// Valid until the statement is stepped or reset.
+SQLDB_EXPORT std::string_view ReadText(const Source& source);
+/// The same.
+SQLDB_EXPORT std::string_view ReadBlob(const Source& source);
+
+SQLDB_EXPORT void BindNull(const Target& target);
+SQLDB_EXPORT void BindInteger(const Target& target, std::int64_t value);
+SQLDB_EXPORT void BindReal(const Target& target, double value);
+SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
+SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
+
+SQLDB_EXPORT std::string IntegerLiteral(std::int64_t value);
+SQLDB_EXPORT std::string RealLiteral(double value);
+SQLDB_EXPORT std::string TextLiteral(std::string_view text);
+SQLDB_EXPORT std::string BlobLiteral(std::string_view bytes);
+
+/// Throws the ConversionError that says what is stored in the column and why it does not fit: "an integer outside ...".
+[[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
+[[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
+
+/// What a value of type T comes to in the end: kSql, Load, Bind and Literal. By way of its Type, if it has one.
+template <typename T, typename = void>
+struct Codec {
+  using Stored = std::decay_t<decltype(Type<T>::Store(std::declval<const T&>()))>;
+  using Inner = Codec<Stored>;
+  static constexpr const char* kSql = Inner::kSql;
+  static constexpr bool kCanBeNull = Inner::kCanBeNull;
+
+  static void Load(const Source& source, T& value) {
+    Stored stored{};
+    Inner::Load(source, stored);
+    value = Type<T>::Load(stored);
+  }
+  static void Bind(Target target, const T& value) {
+    // What it is stored as ends with this call.
+    target.isLasting = false;
+    Inner::Bind(target, Type<T>::Store(value));
+  }
+  static std::string Literal(const T& value) { return Inner::Literal(Type<T>::Store(value)); }
+};
+
+template <typename T>
+struct Codec<T, std::enable_if_t<kIsInteger<T>>> {
+  static constexpr const char* kSql = "INTEGER";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, T& value) {
+    const std::int64_t stored = ReadInteger(source);
+    const auto read = static_cast<T>(stored);
+    if (!Fits(read) || static_cast<std::int64_t>(read) != stored) {
+      ThrowUnfit(source, "an integer that does not fit into what it is read into");
+    }
+    value = read;
+  }
+  static void Bind(const Target& target, T value) { BindInteger(target, Checked(value)); }
+  static std::string Literal(T value) { return IntegerLiteral(Checked(value)); }
+
+ private:
+  // All with a sign do, since none is wider.
+  static constexpr bool Fits(T value) {
+    return std::is_signed_v<T> ||
+           static_cast<std::uint64_t>(value) <= std::uint64_t{std::numeric_limits<std::int64_t>::max()};
+  }
+  static std::int64_t Checked(T value) {
+    if (!Fits(value)) ThrowUnfit("An integer does not fit into 64 bits with a sign.");
+    return static_cast<std::int64_t>(value);
+  }
+};
+
+template <>
+struct Codec<bool> {
+  static constexpr const char* kSql = "INTEGER";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, bool& value) {
+    const std::int64_t stored = ReadInteger(source);
+    if (stored != 0 && stored != 1) ThrowUnfit(source, "an integer that is neither 0 nor 1");
+    value = stored != 0;
+  }
+  static void Bind(const Target& target, bool value) { BindInteger(target, value ? 1 : 0); }
+  static std::string Literal(bool value) { return value ? "1" : "0"; }
+};
+
+template <typename T>
+struct Codec<T, std::enable_if_t<kIsOneOf<T, float, double>>> {
+  static constexpr const char* kSql = "REAL";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, T& value) { value = static_cast<T>(ReadReal(source)); }
+  static void Bind(const Target& target, T value) { BindReal(target, static_cast<double>(value)); }
+  static std::string Literal(T value) { return RealLiteral(static_cast<double>(value)); }
+};
+
+template <>
+struct Codec<std::string> {
+  static constexpr const char* kSql = "TEXT";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, std::string& value) { value = ReadText(source); }
+  static void Bind(const Target& target, const std::string& value) { BindText(target, value); }
+  static std::string Literal(const std::string& value) { return TextLiteral(value); }
+};
+
+/// All up to the zero bytes at their end.
+SQLDB_EXPORT std::string_view Unfilled(const char* characters, std::size_t size) noexcept;
+/// Fills the rest with zero bytes.
+SQLDB_EXPORT void FillWithText(const Source& source, char* characters, std::size_t size);
+
+template <typename Characters, std::size_t kSize>
+struct CharactersCodec {
+  static constexpr const char* kSql = "TEXT";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, Characters& value) { FillWithText(source, std::data(value), kSize); }
+  static void Bind(const Target& target, const Characters& value) {
+    BindText(target, Unfilled(std::data(value), kSize));
+  }
+  static std::string Literal(const Characters& value) { return TextLiteral(Unfilled(std::data(value), kSize)); }
+};
+template <std::size_t N>
+struct Codec<char[N]> : CharactersCodec<char[N], N> {};
+template <std::size_t N>
+struct Codec<std::array<char, N>> : CharactersCodec<std::array<char, N>, N> {};
+
+inline std::string_view Bytes(const Blob& blob) {
+  return std::string_view(reinterpret_cast<const char*>(blob.data()), blob.size());
+}
+
+template <>
+struct Codec<Blob> {
+  static constexpr const char* kSql = "BLOB";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, Blob& value) {
+    const std::string_view bytes = ReadBlob(source);
+    value.assign(bytes.begin(), bytes.end());
+  }
+  static void Bind(const Target& target, const Blob& value) { BindBlob(target, Bytes(value)); }
+  static std::string Literal(const Blob& value) { return BlobLiteral(Bytes(value)); }
+};
+
+template <typename T>
+struct Codec<std::optional<T>> {
+  static constexpr const char* kSql = Codec<T>::kSql;
+  static constexpr bool kCanBeNull = true;
+
+  static void Load(const Source& source, std::optional<T>& value) {
+    if (IsNull(source)) {
+      value.reset();
+    } else {
+      Codec<T>::Load(source, value ? *value : value.emplace());
+    }
+  }
+  static void Bind(const Target& target, const std::optional<T>& value) {
+    value ? Codec<T>::Bind(target, *value) : BindNull(target);
+  }
+  static std::string Literal(const std::optional<T>& value) { return value ? Codec<T>::Literal(*value) : "NULL"; }
+};
+
+}  // namespace detail
+
+/// Throws std::length_error for more than 2,000,000,000 bytes.
+template <>
+struct SQLDB_EXPORT Type<EncodedBytes> {
+  /// The encoding.
+  using Stored = std::string;
+  /// The bytes encoded.
+  static std::string Store(const EncodedBytes& value);
+  /// The bytes that the text stands for.
+  static EncodedBytes Load(const std::string& stored);
+};
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_TYPE_H

@@ -1,0 +1,131 @@
+#include "sqldb/kit/statement.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "connection.h"
+
+namespace sqldb::kit::detail {
+
+namespace {
+
+std::string Plural(std::size_t number, const char* noun) {
+  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+[[noreturn]] void ThrowMisuse(const std::string& message, const KeptStatement& kept) {
+  throw Error(message, SQLITE_MISUSE, kept.sql);
+}
+
+void CheckCount(const KeptStatement& kept, std::size_t count) {
+  const auto wanted = static_cast<std::size_t>(kept.parameterCount);
+  if (count != wanted) {
+    ThrowMisuse("The statement has " + Plural(wanted, "parameter") + ", and is given " + Plural(count, "value") + ".",
+                kept);
+  }
+}
+
+// The places of the parameters that the arguments name; all of them are then named.
+int PlaceOf(const KeptStatement& kept, const Argument* arguments, std::size_t index) {
+  const char* const name = arguments[index].name;
+  for (std::size_t i = 0; i < index; ++i) {
+    if (std::strcmp(arguments[i].name, name) == 0) ThrowMisuse("The parameter " + std::string(name) + " is given twice.", kept);
+  }
+  const int place = sqlite3_bind_parameter_index(kept.statement, name);
+  if (place == 0) ThrowMisuse("The statement has no parameter " + std::string(name) + ".", kept);
+  return place;
+}
+
+// Marks the time in which a statement of the kit waits for a busy file.
+class Stepping {
+ public:
+  explicit Stepping(Connection& connection) noexcept : fIsStepping(connection.fIsStepping), fBefore(fIsStepping) {
+    fIsStepping = true;
+  }
+  ~Stepping() { fIsStepping = fBefore; }
+  Stepping(const Stepping&) = delete;
+  Stepping& operator=(const Stepping&) = delete;
+
+ private:
+  bool& fIsStepping;
+  const bool fBefore;
+};
+
+}  // namespace
+
+void BindNothing(const Target& target, const void*) { BindNull(target); }
+
+void BindView(const Target& target, const void* value) {
+  BindText(target, *static_cast<const std::string_view*>(value));
+}
+
+void BindCharacters(const Target& target, const void* value) {
+  if (value == nullptr) throw Error("A text is a null pointer; std::nullopt stands for NULL.", SQLITE_MISUSE);
+  BindText(target, static_cast<const char*>(value));
+}
+
+Lease::Lease(ConnectionPointer connection, std::string_view sql)
+    : fConnection(std::move(connection)), fKept(&fConnection->fStatements.Take(fConnection->Handle(), sql)) {}
+
+Lease::Lease(Lease&& other) noexcept
+    : fConnection(std::move(other.fConnection)), fKept(std::exchange(other.fKept, nullptr)) {}
+
+Lease::~Lease() {
+  if (fKept != nullptr) fConnection->fStatements.GiveBack(*fKept);
+}
+
+sqlite3_stmt* Lease::Statement() const {
+  if (fKept->statement == nullptr) ThrowMisuse("The database has been closed.", *fKept);
+  return fKept->statement;
+}
+
+int Lease::ColumnCount() const noexcept { return fKept->columnCount; }
+
+bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
+
+void Lease::Reset() noexcept { sqlite3_reset(fKept->statement); }
+
+void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {
+  Target target{Statement(), 0, values == Values::kLasting};
+  const bool areNamed = count > 0 && arguments[0].name != nullptr;
+  CheckCount(*fKept, count);
+  if (areNamed) {
+    for (std::size_t i = 0; i < count; ++i) PlaceOf(*fKept, arguments, i);
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    target.parameter = areNamed ? PlaceOf(*fKept, arguments, i) : static_cast<int>(i) + 1;
+    arguments[i].bind(target, arguments[i].value);
+  }
+}
+
+bool Lease::Step() {
+  sqlite3_stmt* const statement = Statement();
+  int result;
+  {
+    const Stepping stepping(*fConnection);
+    result = sqlite3_step(statement);
+  }
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  // The message first, which the reset may change.
+  try {
+    ThrowError(sqlite3_db_handle(statement), result, fKept->sql);
+  } catch (...) {
+    Reset();
+    throw;
+  }
+}
+
+std::int64_t Lease::Finish() {
+  sqlite3* const connection = sqlite3_db_handle(Statement());
+  const int before = sqlite3_total_changes(connection);
+  while (Step()) {
+  }
+  // Not what an earlier statement has changed, which is what a CREATE would tell.
+  const std::int64_t changes = sqlite3_total_changes(connection) == before ? 0 : sqlite3_changes(connection);
+  Reset();
+  return changes;
+}
+
+}  // namespace sqldb::kit::detail

@@ -1,0 +1,222 @@
+#include "sqldb/kit/type.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <new>
+#include <stdexcept>
+
+#include <sqlite3.h>
+
+#include "sqldb/encoding.h"
+#include "sqldb/kit/error.h"
+
+namespace sqldb::kit {
+
+namespace detail {
+
+namespace {
+
+// By which 2^63 is compared exactly.
+constexpr double kTwoTo63 = 9223372036854775808.0;
+
+const char* NameOfClass(int type) {
+  switch (type) {
+    case SQLITE_INTEGER:
+      return "an integer";
+    case SQLITE_FLOAT:
+      return "a real number";
+    case SQLITE_TEXT:
+      return "a text";
+    case SQLITE_BLOB:
+      return "a blob";
+    default:
+      return "NULL";
+  }
+}
+
+[[noreturn]] void ThrowOtherClass(const Source& source, const char* wanted) {
+  const std::string why = std::string(NameOfClass(sqlite3_value_type(source.value))) + ", which cannot be read as " + wanted;
+  ThrowUnfit(source, why.c_str());
+}
+
+void Check(const Target& target, int result) {
+  if (result == SQLITE_OK) return;
+  if (result == SQLITE_NOMEM) throw std::bad_alloc();
+  throw Error(sqlite3_errstr(result), result, sqlite3_sql(target.statement));
+}
+
+sqlite3_destructor_type Lifetime(const Target& target) {
+  return target.isLasting ? SQLITE_STATIC : SQLITE_TRANSIENT;
+}
+
+std::string HexDigits(std::string_view bytes) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string digits;
+  digits.reserve(2 * bytes.size());
+  for (const char character : bytes) {
+    const auto byte = static_cast<unsigned char>(character);
+    digits += kDigits[byte >> 4];
+    digits += kDigits[byte & 0xF];
+  }
+  return digits;
+}
+
+}  // namespace
+
+void ThrowUnfit(const char* why) { throw ConversionError(why, SQLITE_MISMATCH); }
+
+void ThrowUnfit(const Source& source, const char* why) {
+  std::string message = "column ";
+  if (const char* const name = sqlite3_column_name(source.statement, source.column)) message += name;
+  message.append(" has ").append(why);
+  throw ConversionError(message, SQLITE_MISMATCH, sqlite3_sql(source.statement));
+}
+
+Source ColumnOf(sqlite3_stmt* statement, int column) noexcept {
+  return Source{sqlite3_column_value(statement, column), statement, column};
+}
+
+bool IsNull(const Source& source) noexcept { return sqlite3_value_type(source.value) == SQLITE_NULL; }
+
+std::int64_t ReadInteger(const Source& source) {
+  const int type = sqlite3_value_type(source.value);
+  if (type == SQLITE_INTEGER) return sqlite3_value_int64(source.value);
+  if (type != SQLITE_FLOAT) ThrowOtherClass(source, "an integer");
+  const double real = sqlite3_value_double(source.value);
+  if (!(real >= -kTwoTo63 && real < kTwoTo63) || real != std::trunc(real)) {
+    ThrowUnfit(source, "a real number that is no integer of 64 bits");
+  }
+  return static_cast<std::int64_t>(real);
+}
+
+double ReadReal(const Source& source) {
+  const int type = sqlite3_value_type(source.value);
+  if (type == SQLITE_FLOAT) return sqlite3_value_double(source.value);
+  if (type != SQLITE_INTEGER) ThrowOtherClass(source, "a real number");
+  const std::int64_t integer = sqlite3_value_int64(source.value);
+  const auto real = static_cast<double>(integer);
+  if (real >= kTwoTo63 || static_cast<std::int64_t>(real) != integer) {
+    ThrowUnfit(source, "an integer that no double holds exactly");
+  }
+  return real;
+}
+
+std::string_view ReadText(const Source& source) {
+  if (sqlite3_value_type(source.value) != SQLITE_TEXT) ThrowOtherClass(source, "a text");
+  const unsigned char* const text = sqlite3_value_text(source.value);
+  if (text == nullptr) throw std::bad_alloc();
+  const int size = sqlite3_value_bytes(source.value);
+  return std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
+}
+
+std::string_view ReadBlob(const Source& source) {
+  if (sqlite3_value_type(source.value) != SQLITE_BLOB) ThrowOtherClass(source, "a blob");
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(source.value));
+  const void* const bytes = sqlite3_value_blob(source.value);
+  if (bytes == nullptr && size != 0) throw std::bad_alloc();
+  return std::string_view(static_cast<const char*>(bytes), size);
+}
+
+void BindNull(const Target& target) { Check(target, sqlite3_bind_null(target.statement, target.parameter)); }
+
+void BindInteger(const Target& target, std::int64_t value) {
+  Check(target, sqlite3_bind_int64(target.statement, target.parameter, value));
+}
+
+void BindReal(const Target& target, double value) {
+  if (std::isnan(value)) ThrowUnfit("NaN cannot be stored.");
+  Check(target, sqlite3_bind_double(target.statement, target.parameter, value));
+}
+
+void BindText(const Target& target, std::string_view text) {
+  // Without characters there may be no pointer either, which would bind NULL.
+  const char* const characters = text.empty() ? "" : text.data();
+  Check(target, sqlite3_bind_text64(target.statement, target.parameter, characters, text.size(), Lifetime(target),
+                                    SQLITE_UTF8));
+}
+
+void BindBlob(const Target& target, std::string_view bytes) {
+  // Without bytes there may be no pointer either, which would bind NULL.
+  const char* const begin = bytes.empty() ? "" : bytes.data();
+  Check(target, sqlite3_bind_blob64(target.statement, target.parameter, begin, bytes.size(), Lifetime(target)));
+}
+
+std::string IntegerLiteral(std::int64_t value) { return std::to_string(value); }
+
+// SQLite does not round every decimal to the nearest double. It does so for integers, and for up to 15 digits with up
+// to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
+// arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
+// an integer and powers of two up to 2^62, all of which are exact.
+std::string RealLiteral(double value) {
+  if (std::isnan(value)) ThrowUnfit("NaN cannot be stored.");
+  if (std::isinf(value)) return value > 0 ? "9e999" : "-9e999";
+  char buffer[64];
+  const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
+  if (shortest.ec == std::errc() && std::fabs(value) < 9007199254740992.0) {
+    std::string text(buffer, shortest.ptr);
+    const std::size_t point = text.find('.');
+    if (point == std::string::npos) return text + ".0";
+    const std::size_t digits = text.size() - (value < 0 ? 2 : 1);
+    if (digits <= 15 && text.size() - point - 1 <= 4) return text;
+  }
+
+  int exponent = 0;
+  const auto mantissa = static_cast<std::int64_t>(std::ldexp(std::frexp(value, &exponent), 53));
+  exponent -= 53;
+  std::string literal = "(" + std::to_string(mantissa) + "*1.0";
+  const char operation = exponent < 0 ? '/' : '*';
+  int left = std::abs(exponent);
+  for (; left >= 62; left -= 62) (literal += operation) += "4611686018427387904.0";
+  if (left > 0) (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
+  return literal + ")";
+}
+
+// Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob.
+std::string TextLiteral(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return "CAST(x'" + HexDigits(text) + "' AS TEXT)";
+  std::string literal = "'";
+  for (const char character : text) {
+    if (character == '\'') literal += '\'';
+    literal += character;
+  }
+  return literal + "'";
+}
+
+std::string BlobLiteral(std::string_view bytes) { return "x'" + HexDigits(bytes) + "'"; }
+
+std::string_view Unfilled(const char* characters, std::size_t size) noexcept {
+  while (size > 0 && characters[size - 1] == '\0') --size;
+  return std::string_view(characters, size);
+}
+
+void FillWithText(const Source& source, char* characters, std::size_t size) {
+  const std::string_view text = ReadText(source);
+  if (text.size() > size) ThrowUnfit(source, "a text that is longer than the characters that it is read into");
+  // An array of none may have no address, which GCC warns of.
+  if (size == 0) return;
+  std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');
+}
+
+}  // namespace detail
+
+std::string Type<EncodedBytes>::Store(const EncodedBytes& value) {
+  // So many that their encoding, too, is counted by an int.
+  constexpr std::size_t kMost = 2000000000;
+  if (value.bytes.size() > kMost) throw std::length_error("More bytes than a text can hold.");
+  const auto size = static_cast<int>(value.bytes.size());
+  std::string text(static_cast<std::size_t>(sqlite_encode_binary(value.bytes.data(), size, nullptr)) + 1, '\0');
+  sqlite_encode_binary(value.bytes.data(), size, reinterpret_cast<unsigned char*>(text.data()));
+  text.pop_back();
+  return text;
+}
+
+EncodedBytes Type<EncodedBytes>::Load(const std::string& stored) {
+  EncodedBytes value;
+  value.bytes.resize(stored.size());
+  const int size = sqlite_decode_binary(reinterpret_cast<const unsigned char*>(stored.c_str()), value.bytes.data());
+  value.bytes.resize(static_cast<std::size_t>(size));
+  return value;
+}
+
+}  // namespace sqldb::kit
