@@ -1,0 +1,221 @@
+#ifndef SQLDB_KIT_RECORD_H
+#define SQLDB_KIT_RECORD_H
+
+// How a struct is stored, described once and by the struct itself:
+//
+//   struct Part {
+//     std::int64_t id = 0;
+//     std::string name;
+//     std::optional<double> price;
+//
+//     static constexpr auto Description() {
+//       return Describe("parts", Key("id", &Part::id), Field("name", &Part::name).Unique(), Field("price", &Part::price));
+//     }
+//   };
+//
+// A description is constant: it belongs to no database and to no thread. One without a table serves queries. A struct
+// that is not yours is described by a specialisation of Described. A member may be one of a base class.
+
+#include <cstddef>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/type.h"
+
+namespace sqldb::kit {
+
+/// The member `member` of Record, stored in the column `name`.
+template <typename Record, typename T>
+class Field {
+ public:
+  /// Neither unique nor a key. The name is a literal, so that no input becomes one.
+  template <std::size_t N>
+  constexpr Field(const char (&name)[N], T Record::*member) : fName(name), fMember(member) {}
+
+  /// The same field, as one that no two rows have in common.
+  constexpr Field Unique() const {
+    Field field = *this;
+    field.fIsUnique = true;
+    return field;
+  }
+  /// The same field, ordered and compared by a collation: "NOCASE".
+  template <std::size_t N>
+  constexpr Field Collate(const char (&collation)[N]) const {
+    Field field = *this;
+    field.fCollation = collation;
+    return field;
+  }
+  /// The same field, as the primary key or a part of it. An integer key that is std::optional is numbered by SQLite
+  /// while it is empty.
+  constexpr Field PrimaryKey() const {
+    Field field = *this;
+    field.fIsKey = true;
+    return field;
+  }
+
+  /// As it was given.
+  constexpr const char* Name() const { return fName; }
+  /// Where the value is.
+  constexpr T Record::*Member() const { return fMember; }
+  /// Whether no two rows have it in common.
+  constexpr bool IsUnique() const { return fIsUnique; }
+  /// Whether it is the primary key or a part of it.
+  constexpr bool IsKey() const { return fIsKey; }
+  /// Null for SQLite's own.
+  constexpr const char* Collation() const { return fCollation; }
+
+ private:
+  const char* fName;
+  T Record::*fMember;
+  const char* fCollation = nullptr;
+  bool fIsUnique = false;
+  bool fIsKey = false;
+};
+
+/// A field that is the primary key or a part of it.
+template <typename Record, typename T, std::size_t N>
+constexpr Field<Record, T> Key(const char (&name)[N], T Record::*member) {
+  return Field<Record, T>(name, member).PrimaryKey();
+}
+
+/// What Describe returns.
+template <typename... Fields>
+struct RecordDescription {
+  /// Null for none.
+  const char* table;
+  /// In the order of the columns.
+  std::tuple<Fields...> fields;
+};
+
+/// A struct whose rows are in `table`, unless a Table says otherwise.
+template <std::size_t N, typename... Record, typename... T>
+constexpr RecordDescription<Field<Record, T>...> Describe(const char (&table)[N], const Field<Record, T>&... fields) {
+  return {table, {fields...}};
+}
+/// A struct without a table of its own.
+template <typename... Record, typename... T>
+constexpr RecordDescription<Field<Record, T>...> Describe(const Field<Record, T>&... fields) {
+  return {nullptr, {fields...}};
+}
+
+/// Describes T: by its own Description, or by a specialisation with such a function.
+template <typename T, typename = void>
+struct Described {};
+
+/// By its own.
+template <typename T>
+struct Described<T, std::void_t<decltype(T::Description())>> {
+  /// What T says of itself.
+  static constexpr auto Description() { return T::Description(); }
+};
+
+namespace detail {
+
+template <typename T, typename = void>
+constexpr bool kIsDescribed = false;
+template <typename T>
+constexpr bool kIsDescribed<T, std::void_t<decltype(Described<T>::Description())>> = true;
+
+/// What the most frequent types come to without a call.
+enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString };
+
+template <typename T>
+constexpr Shortcut kShortcut = std::is_same_v<T, double>        ? Shortcut::kDouble
+                               : std::is_same_v<T, std::string> ? Shortcut::kString
+                               : kIsInteger<T> && std::is_signed_v<T> && sizeof(T) == 8 ? Shortcut::kInt64
+                                                                                        : Shortcut::kNone;
+
+/// A field without its types.
+struct FieldEntry {
+  const char* name;
+  const char* collation;
+  const char* sql;
+  void (*load)(const Source& source, void* member);
+  void (*bind)(const Target& target, const void* member);
+  /// Bytes from the beginning of the record.
+  std::size_t offset;
+  Shortcut shortcut;
+  bool canBeNull;
+  bool isUnique;
+  bool isKey;
+};
+
+/// A description without its types.
+struct RecordLayout {
+  const char* table;
+  const FieldEntry* fields;
+  int count;
+  int keyCount;
+};
+
+template <typename T>
+void LoadAny(const Source& source, void* member) {
+  Codec<T>::Load(source, *static_cast<T*>(member));
+}
+
+// Found with a record that never lives: no member of it is looked at.
+template <typename Record, typename T>
+std::size_t OffsetOf(T Record::*member) {
+  alignas(Record) static char storage[sizeof(Record)];
+  const auto* const record = reinterpret_cast<const Record*>(storage);
+  return static_cast<std::size_t>(reinterpret_cast<const char*>(&(record->*member)) - storage);
+}
+
+template <typename Record, typename Owner, typename T>
+FieldEntry EntryOf(const Field<Owner, T>& field) {
+  return FieldEntry{field.Name(),
+                    field.Collation(),
+                    Codec<T>::kSql,
+                    &LoadAny<T>,
+                    [](const Target& target, const void* member) {
+                      Codec<T>::Bind(target, *static_cast<const T*>(member));
+                    },
+                    OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
+                    kShortcut<T>,
+                    Codec<T>::kCanBeNull,
+                    field.IsUnique(),
+                    field.IsKey()};
+}
+
+template <typename Fields, std::size_t... I>
+constexpr bool AreNamesDifferent(const Fields& fields, std::index_sequence<I...>) {
+  const std::string_view names[] = {std::get<I>(fields).Name()...};
+  for (std::size_t a = 0; a < sizeof...(I); ++a) {
+    for (std::size_t b = 0; b < a; ++b) {
+      if (names[a] == names[b]) return false;
+    }
+  }
+  return true;
+}
+
+template <typename Record, typename... Fields, std::size_t... I>
+const RecordLayout& BuildLayout(const RecordDescription<Fields...>& description, std::index_sequence<I...>) {
+  static const FieldEntry entries[] = {EntryOf<Record>(std::get<I>(description.fields))...};
+  static const RecordLayout layout{description.table, entries, static_cast<int>(sizeof...(I)),
+                                   (0 + ... + (std::get<I>(description.fields).IsKey() ? 1 : 0))};
+  return layout;
+}
+
+template <typename Record>
+const RecordLayout& LayoutOf() {
+  static_assert(kIsDescribed<Record>,
+                "Describe the struct: give it a static constexpr Description, or specialise sqldb::kit::Described.");
+  constexpr auto description = Described<Record>::Description();
+  constexpr auto indexes = std::make_index_sequence<std::tuple_size_v<decltype(description.fields)>>();
+  static_assert(AreNamesDifferent(description.fields, indexes), "Two fields of the struct have the same name.");
+  return BuildLayout<Record>(description, indexes);
+}
+
+/// Loads the fields from the columns, from `column` on in the order of the fields.
+SQLDB_EXPORT void LoadRecord(sqlite3_stmt* statement, int column, const RecordLayout& layout, void* record);
+/// Binds the fields, in their order.
+SQLDB_EXPORT void BindRecord(const Target& first, const RecordLayout& layout, const void* record);
+
+}  // namespace detail
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_RECORD_H
