@@ -14,7 +14,7 @@
 
 #include "sqldb/database.h"
 #include "sqldb/kit/error.h"
-#include "sqldb/kit/statement.h"
+#include "sqldb/kit/lease.h"
 
 namespace sqldb::kit::detail {
 

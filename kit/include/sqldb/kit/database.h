@@ -24,7 +24,7 @@
 
 #include "sqldb/export.h"
 #include "sqldb/kit/query.h"
-#include "sqldb/kit/statement.h"
+#include "sqldb/kit/lease.h"
 
 namespace boost {
 template <typename T>

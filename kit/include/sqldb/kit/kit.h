@@ -1,19 +1,13 @@
 #ifndef SQLDB_KIT_KIT_H
 #define SQLDB_KIT_KIT_H
 
-// What most applications need on top of the library: columns of all common types, values and terms, tables of records,
-// transactions, and what to do after a failure. Headers only; an application of the library like any other.
+// What most programs need: a database, its tables, and any SQL with typed parameters and rows.
 
-#include "sqldb/kit/bulk.h"
-#include "sqldb/kit/column.h"
-#include "sqldb/kit/failure.h"
-#include "sqldb/kit/field.h"
-#include "sqldb/kit/retry.h"
-#include "sqldb/kit/selection.h"
+#include "sqldb/kit/database.h"
+#include "sqldb/kit/error.h"
+#include "sqldb/kit/query.h"
+#include "sqldb/kit/record.h"
 #include "sqldb/kit/table.h"
-#include "sqldb/kit/terms.h"
-#include "sqldb/kit/transaction.h"
-#include "sqldb/kit/types.h"
-#include "sqldb/kit/values.h"
+#include "sqldb/kit/type.h"
 
 #endif  // SQLDB_KIT_KIT_H

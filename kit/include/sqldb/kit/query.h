@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "sqldb/export.h"
-#include "sqldb/kit/statement.h"
+#include "sqldb/kit/lease.h"
 #include "sqldb/kit/type.h"
 
 namespace sqldb::kit {

@@ -1,5 +1,5 @@
-#ifndef SQLDB_KIT_STATEMENT_H
-#define SQLDB_KIT_STATEMENT_H
+#ifndef SQLDB_KIT_LEASE_H
+#define SQLDB_KIT_LEASE_H
 
 // What runs statements: the values for their parameters, and the lease of a compiled statement.
 //
@@ -166,4 +166,4 @@ class SQLDB_EXPORT Lease {
 
 }  // namespace sqldb::kit
 
-#endif  // SQLDB_KIT_STATEMENT_H
+#endif  // SQLDB_KIT_LEASE_H

@@ -1,4 +1,4 @@
-#include "sqldb/kit/records.h"
+#include "sqldb/kit/table.h"
 
 #include <algorithm>
 #include <string>

@@ -1,4 +1,4 @@
-#include "sqldb/kit/statement.h"
+#include "sqldb/kit/lease.h"
 
 #include <cstring>
 #include <string>
