@@ -2,8 +2,8 @@
 
 #include <cstring>
 #include <string>
-#include <utility>
 
+#include "compile.h"
 #include "connection.h"
 
 namespace sqldb::kit::detail {
@@ -15,7 +15,7 @@ std::string Plural(std::size_t number, const char* noun) {
 }
 
 [[noreturn]] void ThrowMisuse(const std::string& message, const KeptStatement& kept) {
-  throw Error(message, SQLITE_MISUSE, kept.sql);
+  throw Error(message, SQLITE_MISUSE, kept.Sql());
 }
 
 void CheckCount(const KeptStatement& kept, std::size_t count) {
@@ -30,27 +30,20 @@ void CheckCount(const KeptStatement& kept, std::size_t count) {
 int PlaceOf(const KeptStatement& kept, const Argument* arguments, std::size_t index) {
   const char* const name = arguments[index].name;
   for (std::size_t i = 0; i < index; ++i) {
-    if (std::strcmp(arguments[i].name, name) == 0) ThrowMisuse("The parameter " + std::string(name) + " is given twice.", kept);
+    if (std::strcmp(arguments[i].name, name) == 0)
+      ThrowMisuse("The parameter " + std::string(name) + " is given twice.", kept);
   }
   const int place = sqlite3_bind_parameter_index(kept.statement, name);
   if (place == 0) ThrowMisuse("The statement has no parameter " + std::string(name) + ".", kept);
   return place;
 }
 
-// Marks the time in which a statement of the kit waits for a busy file.
-class Stepping {
- public:
-  explicit Stepping(Connection& connection) noexcept : fIsStepping(connection.fIsStepping), fBefore(fIsStepping) {
-    fIsStepping = true;
-  }
-  ~Stepping() { fIsStepping = fBefore; }
-  Stepping(const Stepping&) = delete;
-  Stepping& operator=(const Stepping&) = delete;
-
- private:
-  bool& fIsStepping;
-  const bool fBefore;
-};
+KeptStatement& Take(Connection& connection, std::string_view sql) {
+  const StatementKey key{sql};
+  if (KeptStatement* const kept = connection.fStatements.Find(key)) return *kept;
+  const Working working(connection);
+  return connection.fStatements.Compile(connection.Handle(), key, std::string(sql));
+}
 
 }  // namespace
 
@@ -65,11 +58,14 @@ void BindCharacters(const Target& target, const void* value) {
   BindText(target, static_cast<const char*>(value));
 }
 
-Lease::Lease(ConnectionPointer connection, std::string_view sql)
-    : fConnection(std::move(connection)), fKept(&fConnection->fStatements.Take(fConnection->Handle(), sql)) {}
+Lease::Lease(const ConnectionPointer& connection, std::string_view sql) : Lease(connection, Take(*connection, sql)) {}
 
-Lease::Lease(Lease&& other) noexcept
-    : fConnection(std::move(other.fConnection)), fKept(std::exchange(other.fKept, nullptr)) {}
+Lease::Lease(const ConnectionPointer& connection, KeptStatement& lent) noexcept
+    : fConnection(connection), fKept(&lent) {}
+
+Lease::Lease(const Lease& other) noexcept : fConnection(other.fConnection), fKept(other.fKept) {
+  if (fKept != nullptr) ++fKept->users;
+}
 
 Lease::~Lease() {
   if (fKept != nullptr) fConnection->fStatements.GiveBack(*fKept);
@@ -81,6 +77,8 @@ sqlite3_stmt* Lease::Statement() const {
 }
 
 int Lease::ColumnCount() const noexcept { return fKept->columnCount; }
+
+std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
 
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
@@ -99,22 +97,26 @@ void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {
   }
 }
 
-bool Lease::Step() {
-  sqlite3_stmt* const statement = Statement();
-  int result;
-  {
-    const Stepping stepping(*fConnection);
-    result = sqlite3_step(statement);
-  }
-  if (result == SQLITE_ROW) return true;
-  if (result == SQLITE_DONE) return false;
+void Lease::Fail(int result) {
   // The message first, which the reset may change.
   try {
-    ThrowError(sqlite3_db_handle(statement), result, fKept->sql);
+    ThrowError(sqlite3_db_handle(fKept->statement), result, fKept->Sql());
   } catch (...) {
     Reset();
     throw;
   }
+}
+
+bool Lease::Step() {
+  sqlite3_stmt* const statement = Statement();
+  int result;
+  {
+    const Working working(*fConnection);
+    result = sqlite3_step(statement);
+  }
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  Fail(result);
 }
 
 std::int64_t Lease::Finish() {

@@ -81,9 +81,8 @@ std::string TableState::Build(Slot slot) const {
       text += ") DO ";
       if (layout->count == layout->keyCount) return text + "NOTHING";
       text += "UPDATE SET ";
-      List(text, *layout, ", ", IsNoKey, [&](const FieldEntry& field) {
-        text.append(field.name).append(" = excluded.").append(field.name);
-      });
+      List(text, *layout, ", ", IsNoKey,
+           [&](const FieldEntry& field) { text.append(field.name).append(" = excluded.").append(field.name); });
       return text;
     case kUpdate:
       text.append("UPDATE ").append(name).append(" SET ");

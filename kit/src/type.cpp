@@ -1,7 +1,6 @@
 #include "sqldb/kit/type.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <new>
 #include <stdexcept>
@@ -36,7 +35,8 @@ const char* NameOfClass(int type) {
 }
 
 [[noreturn]] void ThrowOtherClass(const Source& source, const char* wanted) {
-  const std::string why = std::string(NameOfClass(sqlite3_value_type(source.value))) + ", which cannot be read as " + wanted;
+  const std::string why =
+      std::string(NameOfClass(sqlite3_value_type(source.value))) + ", which cannot be read as " + wanted;
   ThrowUnfit(source, why.c_str());
 }
 
@@ -46,21 +46,7 @@ void Check(const Target& target, int result) {
   throw Error(sqlite3_errstr(result), result, sqlite3_sql(target.statement));
 }
 
-sqlite3_destructor_type Lifetime(const Target& target) {
-  return target.isLasting ? SQLITE_STATIC : SQLITE_TRANSIENT;
-}
-
-std::string HexDigits(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string digits;
-  digits.reserve(2 * bytes.size());
-  for (const char character : bytes) {
-    const auto byte = static_cast<unsigned char>(character);
-    digits += kDigits[byte >> 4];
-    digits += kDigits[byte & 0xF];
-  }
-  return digits;
-}
+sqlite3_destructor_type Lifetime(const Target& target) { return target.isLasting ? SQLITE_STATIC : SQLITE_TRANSIENT; }
 
 }  // namespace
 
@@ -118,18 +104,26 @@ std::string_view ReadBlob(const Source& source) {
   return std::string_view(static_cast<const char*>(bytes), size);
 }
 
-void BindNull(const Target& target) { Check(target, sqlite3_bind_null(target.statement, target.parameter)); }
+ValueSink::~ValueSink() = default;
+
+void BindNull(const Target& target) {
+  if (target.statement == nullptr) return target.sink->TakeNull();
+  Check(target, sqlite3_bind_null(target.statement, target.parameter));
+}
 
 void BindInteger(const Target& target, std::int64_t value) {
+  if (target.statement == nullptr) return target.sink->TakeInteger(value);
   Check(target, sqlite3_bind_int64(target.statement, target.parameter, value));
 }
 
 void BindReal(const Target& target, double value) {
   if (std::isnan(value)) ThrowUnfit("NaN cannot be stored.");
+  if (target.statement == nullptr) return target.sink->TakeReal(value);
   Check(target, sqlite3_bind_double(target.statement, target.parameter, value));
 }
 
 void BindText(const Target& target, std::string_view text) {
+  if (target.statement == nullptr) return target.sink->TakeText(text);
   // Without characters there may be no pointer either, which would bind NULL.
   const char* const characters = text.empty() ? "" : text.data();
   Check(target, sqlite3_bind_text64(target.statement, target.parameter, characters, text.size(), Lifetime(target),
@@ -137,53 +131,11 @@ void BindText(const Target& target, std::string_view text) {
 }
 
 void BindBlob(const Target& target, std::string_view bytes) {
+  if (target.statement == nullptr) return target.sink->TakeBlob(bytes);
   // Without bytes there may be no pointer either, which would bind NULL.
   const char* const begin = bytes.empty() ? "" : bytes.data();
   Check(target, sqlite3_bind_blob64(target.statement, target.parameter, begin, bytes.size(), Lifetime(target)));
 }
-
-std::string IntegerLiteral(std::int64_t value) { return std::to_string(value); }
-
-// SQLite does not round every decimal to the nearest double. It does so for integers, and for up to 15 digits with up
-// to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
-// arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
-// an integer and powers of two up to 2^62, all of which are exact.
-std::string RealLiteral(double value) {
-  if (std::isnan(value)) ThrowUnfit("NaN cannot be stored.");
-  if (std::isinf(value)) return value > 0 ? "9e999" : "-9e999";
-  char buffer[64];
-  const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
-  if (shortest.ec == std::errc() && std::fabs(value) < 9007199254740992.0) {
-    std::string text(buffer, shortest.ptr);
-    const std::size_t point = text.find('.');
-    if (point == std::string::npos) return text + ".0";
-    const std::size_t digits = text.size() - (value < 0 ? 2 : 1);
-    if (digits <= 15 && text.size() - point - 1 <= 4) return text;
-  }
-
-  int exponent = 0;
-  const auto mantissa = static_cast<std::int64_t>(std::ldexp(std::frexp(value, &exponent), 53));
-  exponent -= 53;
-  std::string literal = "(" + std::to_string(mantissa) + "*1.0";
-  const char operation = exponent < 0 ? '/' : '*';
-  int left = std::abs(exponent);
-  for (; left >= 62; left -= 62) (literal += operation) += "4611686018427387904.0";
-  if (left > 0) (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
-  return literal + ")";
-}
-
-// Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob.
-std::string TextLiteral(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return "CAST(x'" + HexDigits(text) + "' AS TEXT)";
-  std::string literal = "'";
-  for (const char character : text) {
-    if (character == '\'') literal += '\'';
-    literal += character;
-  }
-  return literal + "'";
-}
-
-std::string BlobLiteral(std::string_view bytes) { return "x'" + HexDigits(bytes) + "'"; }
 
 std::string_view Unfilled(const char* characters, std::size_t size) noexcept {
   while (size > 0 && characters[size - 1] == '\0') --size;

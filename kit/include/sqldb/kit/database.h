@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "sqldb/export.h"
-#include "sqldb/kit/query.h"
 #include "sqldb/kit/lease.h"
+#include "sqldb/kit/query.h"
 
 namespace boost {
 template <typename T>
@@ -79,8 +79,8 @@ class SQLDB_EXPORT Database {
   /// Close.
   ~Database();
 
-  /// Runs one statement and returns the number of rows that it inserted, updated or deleted; 0 for all that does none of
-  /// these. Rows that it yields are passed over. The values are for its parameters, in order, or all of them Named.
+  /// Runs one statement and returns the number of rows that it inserted, updated or deleted; 0 for all that does none
+  /// of these. Rows that it yields are passed over. The values are for its parameters, in order, or all of them Named.
   /// Throws Error.
   template <typename... P>
   std::int64_t Execute(std::string_view sql, const P&... values) {

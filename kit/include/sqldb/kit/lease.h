@@ -3,9 +3,9 @@
 
 // What runs statements: the values for their parameters, and the lease of a compiled statement.
 //
-// A connection keeps the statements that it has compiled. A lease takes one out of what is kept and gives it back, reset,
-// when it ends, by return or by exception: what is kept never stands on a row, and a second use of the same text while
-// the first one runs gets a statement of its own.
+// A connection keeps the statements that it has compiled. A lease takes one out of what is kept and gives it back,
+// reset, when it ends, by return or by exception: what is kept never stands on a row, and a second use of the same text
+// while the first one runs gets a statement of its own.
 
 #include <cstddef>
 #include <cstdint>
@@ -125,15 +125,27 @@ enum class Values {
   kLasting,
 };
 
-/// The use of a compiled statement. Moved from, it is only to be destroyed.
+/// The use of a compiled statement, shared by copies: the end of the last one gives it back, reset. Moved from, it is
+/// only to be destroyed or assigned to.
 class SQLDB_EXPORT Lease {
  public:
   /// Takes the statement of `sql`, or compiles it. Throws Error, among others if `sql` has no statement or several.
-  Lease(ConnectionPointer connection, std::string_view sql);
-  Lease(Lease&& other) noexcept;
-  Lease(const Lease&) = delete;
-  Lease& operator=(const Lease&) = delete;
-  Lease& operator=(Lease&&) = delete;
+  Lease(const ConnectionPointer& connection, std::string_view sql);
+  /// Of one that has been lent to the caller.
+  Lease(const ConnectionPointer& connection, KeptStatement& lent) noexcept;
+  Lease(Lease&& other) noexcept : fConnection(static_cast<ConnectionPointer&&>(other.fConnection)), fKept(other.fKept) {
+    other.fKept = nullptr;
+  }
+  Lease(const Lease& other) noexcept;
+  Lease& operator=(Lease other) noexcept {
+    KeptStatement* const mine = fKept;
+    fKept = other.fKept;
+    other.fKept = mine;
+    const ConnectionPointer connection = fConnection;
+    fConnection = other.fConnection;
+    other.fConnection = connection;
+    return *this;
+  }
   ~Lease();
 
   /// Binds all parameters. Throws Error, and binds nothing, if there are too few or too many, or if a name is not that
@@ -154,10 +166,14 @@ class SQLDB_EXPORT Lease {
   /// Throws Error if the database has been closed meanwhile.
   sqlite3_stmt* Statement() const;
   int ColumnCount() const noexcept;
+  /// Valid as long as the lease.
+  std::string_view Sql() const noexcept;
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
 
  private:
+  [[noreturn]] void Fail(int result);
+
   ConnectionPointer fConnection;
   KeptStatement* fKept;
 };

@@ -9,7 +9,8 @@
 //     std::optional<double> price;
 //
 //     static constexpr auto Description() {
-//       return Describe("parts", Key("id", &Part::id), Field("name", &Part::name).Unique(), Field("price", &Part::price));
+//       return Describe("parts", Key("id", &Part::id), Field("name", &Part::name).Unique(), Field("price",
+//       &Part::price));
 //     }
 //   };
 //
@@ -123,10 +124,10 @@ constexpr bool kIsDescribed<T, std::void_t<decltype(Described<T>::Description())
 enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString };
 
 template <typename T>
-constexpr Shortcut kShortcut = std::is_same_v<T, double>        ? Shortcut::kDouble
-                               : std::is_same_v<T, std::string> ? Shortcut::kString
-                               : kIsInteger<T> && std::is_signed_v<T> && sizeof(T) == 8 ? Shortcut::kInt64
-                                                                                        : Shortcut::kNone;
+constexpr Shortcut kShortcut = std::is_same_v<T, double>                               ? Shortcut::kDouble
+                               : std::is_same_v<T, std::string>                        ? Shortcut::kString
+                               : kIsInteger<T>&& std::is_signed_v<T> && sizeof(T) == 8 ? Shortcut::kInt64
+                                                                                       : Shortcut::kNone;
 
 /// A field without its types.
 struct FieldEntry {
@@ -166,18 +167,17 @@ std::size_t OffsetOf(T Record::*member) {
 
 template <typename Record, typename Owner, typename T>
 FieldEntry EntryOf(const Field<Owner, T>& field) {
-  return FieldEntry{field.Name(),
-                    field.Collation(),
-                    Codec<T>::kSql,
-                    &LoadAny<T>,
-                    [](const Target& target, const void* member) {
-                      Codec<T>::Bind(target, *static_cast<const T*>(member));
-                    },
-                    OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
-                    kShortcut<T>,
-                    Codec<T>::kCanBeNull,
-                    field.IsUnique(),
-                    field.IsKey()};
+  return FieldEntry{
+      field.Name(),
+      field.Collation(),
+      Codec<T>::kSql,
+      &LoadAny<T>,
+      [](const Target& target, const void* member) { Codec<T>::Bind(target, *static_cast<const T*>(member)); },
+      OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
+      kShortcut<T>,
+      Codec<T>::kCanBeNull,
+      field.IsUnique(),
+      field.IsKey()};
 }
 
 template <typename Fields, std::size_t... I>

@@ -8,8 +8,8 @@
 //   parts.Insert({1, "bolt", 0.25});
 //   if (std::optional<Part> part = parts.Find(1)) ...
 //
-// A handle that costs little and can be copied. Its statements are the connection's, so that any number of handles of one
-// table share them. What outlives the database can be destroyed; every use throws Error.
+// A handle that costs little and can be copied. Its statements are the connection's, so that any number of handles of
+// one table share them. What outlives the database can be destroyed; every use throws Error.
 
 #include <cstddef>
 #include <cstdint>
@@ -20,8 +20,8 @@
 
 #include "sqldb/export.h"
 #include "sqldb/kit/database.h"
-#include "sqldb/kit/record.h"
 #include "sqldb/kit/lease.h"
+#include "sqldb/kit/record.h"
 
 namespace sqldb::kit {
 
@@ -105,8 +105,8 @@ class Records {
     return *std::move(record);
   }
 
-  /// Inserts a row and returns its rowid, which is the key if that is one integer. Throws ConstraintError if the key, or
-  /// the value of a unique field, is there already.
+  /// Inserts a row and returns its rowid, which is the key if that is one integer. Throws ConstraintError if the key,
+  /// or the value of a unique field, is there already.
   std::int64_t Insert(const Record& record) const { return fTable.Insert(&record); }
   /// Inserts a row unless a constraint is against it, and returns whether it did.
   bool InsertOrIgnore(const Record& record) const { return fTable.InsertOrIgnore(&record); }

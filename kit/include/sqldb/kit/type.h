@@ -84,13 +84,30 @@ struct Source {
   int column;
 };
 
-/// A parameter to be bound.
+class ValueSink;
+
+/// Where a value goes that is to be stored: a parameter of a statement, or what keeps values for later.
 struct Target {
+  /// Null: it goes to `sink`.
   sqlite3_stmt* statement;
   /// From 1.
   int parameter;
   /// Whether a text or blob stays where it is until it is bound anew, so that SQLite need not copy it.
   bool isLasting;
+  ValueSink* sink = nullptr;
+};
+
+/// Takes values without a statement.
+class SQLDB_EXPORT ValueSink {
+ public:
+  virtual void TakeNull() = 0;
+  virtual void TakeInteger(std::int64_t value) = 0;
+  virtual void TakeReal(double value) = 0;
+  virtual void TakeText(std::string_view text) = 0;
+  virtual void TakeBlob(std::string_view bytes) = 0;
+
+ protected:
+  ~ValueSink();
 };
 
 SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
@@ -109,16 +126,11 @@ SQLDB_EXPORT void BindReal(const Target& target, double value);
 SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
 SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 
-SQLDB_EXPORT std::string IntegerLiteral(std::int64_t value);
-SQLDB_EXPORT std::string RealLiteral(double value);
-SQLDB_EXPORT std::string TextLiteral(std::string_view text);
-SQLDB_EXPORT std::string BlobLiteral(std::string_view bytes);
-
 /// Throws the ConversionError that says what is stored in the column and why it does not fit: "an integer outside ...".
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
 
-/// What a value of type T comes to in the end: kSql, Load, Bind and Literal. By way of its Type, if it has one.
+/// What a value of type T comes to in the end: kSql, Load and Bind. By way of its Type, if it has one.
 template <typename T, typename = void>
 struct Codec {
   using Stored = std::decay_t<decltype(Type<T>::Store(std::declval<const T&>()))>;
@@ -136,7 +148,6 @@ struct Codec {
     target.isLasting = false;
     Inner::Bind(target, Type<T>::Store(value));
   }
-  static std::string Literal(const T& value) { return Inner::Literal(Type<T>::Store(value)); }
 };
 
 template <typename T>
@@ -153,7 +164,6 @@ struct Codec<T, std::enable_if_t<kIsInteger<T>>> {
     value = read;
   }
   static void Bind(const Target& target, T value) { BindInteger(target, Checked(value)); }
-  static std::string Literal(T value) { return IntegerLiteral(Checked(value)); }
 
  private:
   // All with a sign do, since none is wider.
@@ -178,7 +188,6 @@ struct Codec<bool> {
     value = stored != 0;
   }
   static void Bind(const Target& target, bool value) { BindInteger(target, value ? 1 : 0); }
-  static std::string Literal(bool value) { return value ? "1" : "0"; }
 };
 
 template <typename T>
@@ -188,7 +197,6 @@ struct Codec<T, std::enable_if_t<kIsOneOf<T, float, double>>> {
 
   static void Load(const Source& source, T& value) { value = static_cast<T>(ReadReal(source)); }
   static void Bind(const Target& target, T value) { BindReal(target, static_cast<double>(value)); }
-  static std::string Literal(T value) { return RealLiteral(static_cast<double>(value)); }
 };
 
 template <>
@@ -198,7 +206,6 @@ struct Codec<std::string> {
 
   static void Load(const Source& source, std::string& value) { value = ReadText(source); }
   static void Bind(const Target& target, const std::string& value) { BindText(target, value); }
-  static std::string Literal(const std::string& value) { return TextLiteral(value); }
 };
 
 /// All up to the zero bytes at their end.
@@ -215,7 +222,6 @@ struct CharactersCodec {
   static void Bind(const Target& target, const Characters& value) {
     BindText(target, Unfilled(std::data(value), kSize));
   }
-  static std::string Literal(const Characters& value) { return TextLiteral(Unfilled(std::data(value), kSize)); }
 };
 template <std::size_t N>
 struct Codec<char[N]> : CharactersCodec<char[N], N> {};
@@ -236,7 +242,6 @@ struct Codec<Blob> {
     value.assign(bytes.begin(), bytes.end());
   }
   static void Bind(const Target& target, const Blob& value) { BindBlob(target, Bytes(value)); }
-  static std::string Literal(const Blob& value) { return BlobLiteral(Bytes(value)); }
 };
 
 template <typename T>
@@ -254,7 +259,6 @@ struct Codec<std::optional<T>> {
   static void Bind(const Target& target, const std::optional<T>& value) {
     value ? Codec<T>::Bind(target, *value) : BindNull(target);
   }
-  static std::string Literal(const std::optional<T>& value) { return value ? Codec<T>::Literal(*value) : "NULL"; }
 };
 
 }  // namespace detail

@@ -1,0 +1,110 @@
+#ifndef SQLDB_KIT_SRC_STATEMENT_STORE_H
+#define SQLDB_KIT_SRC_STATEMENT_STORE_H
+
+// The compiled statements of one connection. One that is lent is in use; what is idle never stands on a row.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sqlite3.h>
+
+namespace sqldb::kit::detail {
+
+// What a statement is found by: its text; or the table that it belongs to, what it does there, and the rest of its
+// text.
+struct StatementKey {
+  std::string_view text;
+  const void* owner = nullptr;
+  int kind = 0;
+};
+
+// A compiled statement, lent or idle. Whoever has it on lease may go on to hold it after the connection has let go.
+struct KeptStatement {
+  // How long it stays once it is idle.
+  enum class Stay : unsigned char {
+    // Not at all.
+    kNone,
+    // It can be found by its key.
+    kByKey,
+    // It has a place of its own.
+    kInSlot,
+  };
+
+  // Null once the connection has let go of it.
+  sqlite3_stmt* statement = nullptr;
+  // How many leases share it; 0: idle.
+  int users = 0;
+  int parameterCount = 0;
+  int columnCount = 0;
+  bool isWriting = false;
+  Stay stay = Stay::kNone;
+  int kind = 0;
+  const void* owner = nullptr;
+  std::uint64_t hash = 0;
+  std::string key;
+  // Empty if it is the key.
+  std::string sql;
+  // Null again when it goes.
+  KeptStatement** slot = nullptr;
+  KeptStatement* nextOfBucket = nullptr;
+  // All of the connection's, from the one that was given back last.
+  KeptStatement* older = nullptr;
+  KeptStatement* newer = nullptr;
+
+  const std::string& Sql() const { return sql.empty() ? key : sql; }
+};
+
+// Finds them by their key, and lets go of the one whose last use is longest ago.
+class StatementStore {
+ public:
+  explicit StatementStore(std::size_t most) : fBuckets(kFewestBuckets), fMost(most) {}
+  ~StatementStore() { LetGo(); }
+  StatementStore(const StatementStore&) = delete;
+  StatementStore& operator=(const StatementStore&) = delete;
+
+  // The idle statement of this key, lent from now on; null if there is none.
+  KeptStatement* Find(const StatementKey& key) noexcept;
+  // Compiles `sql`. To be found by `key` later, unless there is another one that is. Throws Error.
+  KeptStatement& Compile(sqlite3* connection, const StatementKey& key, std::string sql);
+  // Compiles `sql` for a place of its own, unless that is taken. Throws Error.
+  KeptStatement& Compile(sqlite3* connection, KeptStatement*& slot, std::string sql);
+  // Compiles `sql` for one use. Throws Error.
+  KeptStatement& CompileOnce(sqlite3* connection, std::string sql);
+
+  // Ends one lease. The end of the last one resets the statement and keeps it for the next use, at the cost of the one
+  // whose last use is longest ago.
+  void GiveBack(KeptStatement& kept) noexcept;
+  // Finalizes those of an owner, and those that are lent when they are given back.
+  void Forget(const void* owner) noexcept;
+  // Finalizes all of them. Those that are lent can still be given back.
+  void LetGo() noexcept;
+
+ private:
+  static constexpr std::size_t kFewestBuckets = 64;
+
+  KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & (fBuckets.size() - 1)]; }
+  KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
+  // Those of one bucket double.
+  void Spread();
+  void Enter(KeptStatement& kept) noexcept;
+  void Leave(KeptStatement& kept) noexcept;
+  // From then on it is gone as soon as it is idle.
+  void Hide(KeptStatement& kept) noexcept;
+  // In the order of the last uses.
+  void Link(KeptStatement& kept) noexcept;
+  void Unlink(KeptStatement& kept) noexcept;
+  void Discard(KeptStatement& kept) noexcept;
+
+  std::vector<KeptStatement*> fBuckets;
+  KeptStatement* fNewest = nullptr;
+  KeptStatement* fOldest = nullptr;
+  std::size_t fCount = 0;
+  std::size_t fMost;
+};
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_SRC_STATEMENT_STORE_H
