@@ -1,0 +1,368 @@
+#ifndef SQLDB_KIT_TERM_H
+#define SQLDB_KIT_TERM_H
+
+// Conditions, orders and assignments, built at run time from typed columns and values:
+//
+//   constexpr Column price(&Part::price);
+//   constexpr Column name(&Part::name);
+//   Term term = price < 1.0 && (Like(name, "bolt%") || IsNull(note));
+//   parts.Delete(term);
+//
+// A term carries its values, which become parameters: none of them is ever read as SQL. An empty term vanishes from a
+// combination, so that a filter which the user left out needs no case of its own. Any number of operands works.
+//
+// Columns are constants. Terms are values: to copy one is cheap, and a chain that grows (`term = term && ...`) is not
+// copied.
+
+#include <array>
+#include <cstddef>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/column.h"
+#include "sqldb/kit/lease.h"
+#include "sqldb/kit/piece.h"
+#include "sqldb/kit/type.h"
+
+namespace boost {
+template <typename T>
+class shared_ptr;
+}
+
+namespace sqldb {
+
+class SQLTermBase;
+
+namespace kit {
+
+/// A condition, or none.
+class SQLDB_EXPORT Term {
+ public:
+  /// None.
+  Term() = default;
+  /// For the kit: one that needs no parentheses where it stands beside AND, OR and NOT.
+  explicit Term(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)), fShape(Shape::kOne) {}
+
+  /// Whether it is none.
+  bool IsEmpty() const noexcept { return fShape == Shape::kNone; }
+
+  /// As the core takes it, with its values as literals; for none SQLEmptyTerm::EmptyTerm, which means every row, and
+  /// which an update of the core refuses.
+  boost::shared_ptr<SQLTermBase> Core() const;
+
+  /// Both; an empty one vanishes.
+  friend Term operator&&(const Term& a, const Term& b) { return Combine(a, b, Shape::kAnd); }
+  /// One at least; an empty one vanishes.
+  friend Term operator||(const Term& a, const Term& b) { return Combine(a, b, Shape::kOr); }
+  /// Not so; none if `a` is empty. As in SQL, neither `a` nor `!a` holds where `a` compares with NULL.
+  friend Term operator!(const Term& a) { return Negate(a); }
+
+  /// For the kit.
+  const detail::Piece& Parts() const noexcept { return fParts; }
+
+ private:
+  enum class Shape : unsigned char { kNone, kOne, kNot, kAnd, kOr };
+
+  static Term Combine(const Term& a, const Term& b, Shape shape);
+  static Term Negate(const Term& a);
+  void AddOperand(const Term& operand, Shape shape);
+
+  detail::Piece fParts;
+  Shape fShape = Shape::kNone;
+};
+
+/// A condition that the program wrote, with a value for each question mark: `Where("notes MATCH ?", words)`. Throws
+/// Error for a value too few or too many. REQUIRES: `sql` is a condition, never input.
+template <typename... P>
+Term Where(std::string_view sql, const P&... values) {
+  const detail::Arguments<P...> arguments(values...);
+  detail::Piece parts;
+  parts.AddSql(sql, arguments.all, arguments.kCount);
+  return Term(static_cast<detail::Piece&&>(parts));
+}
+
+/// Every row: what an update or a delete without a condition has to say.
+SQLDB_EXPORT Term EveryRow();
+
+/// One entry of an order.
+class Order {
+ public:
+  /// For the kit.
+  explicit Order(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)) {}
+  /// The same.
+  const detail::Piece& Parts() const { return fParts; }
+
+ private:
+  detail::Piece fParts;
+};
+
+/// One entry of the SET list of an update; see Set.
+class Assignment {
+ public:
+  /// For the kit.
+  explicit Assignment(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)) {}
+  /// The same.
+  const detail::Piece& Parts() const { return fParts; }
+
+ private:
+  detail::Piece fParts;
+};
+
+namespace detail {
+
+/// What a type is compared as: any number with any number, any text with any text, all else with itself.
+template <typename T>
+struct ComparedAs {
+  using type = std::conditional_t<kIsInteger<T> || kIsOneOf<T, float, double>, double, T>;
+};
+template <typename T>
+struct ComparedAs<std::optional<T>> : ComparedAs<T> {};
+template <std::size_t N>
+struct ComparedAs<char[N]> : ComparedAs<std::string> {};
+template <std::size_t N>
+struct ComparedAs<std::array<char, N>> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<std::string_view> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<const char*> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<char*> : ComparedAs<std::string> {};
+
+/// What stands in a comparison: a value, unless it is one of the kit's own.
+template <typename T>
+struct Operand {
+  static constexpr bool kIsExpression = false;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const T& value) { piece.AddValue(ArgumentOf(value)); }
+};
+template <typename T>
+struct Operand<std::optional<T>> : Operand<T> {
+  static constexpr bool kCanCompare = false;
+};
+template <>
+struct Operand<std::nullopt_t> {
+  static constexpr bool kIsExpression = false;
+  static constexpr bool kCanCompare = false;
+  using Type = void;
+  static void Add(Piece& piece, const std::nullopt_t& value) { piece.AddValue(ArgumentOf(value)); }
+};
+template <typename T>
+struct Operand<Column<T>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const Column<T>& column) { piece.AddColumn(column.Qualifier(), column.Name()); }
+};
+template <typename T>
+struct Operand<Sql<T>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const Sql<T>& sql) { piece.Add(sql.Parts()); }
+};
+template <typename... T>
+struct Operand<RowValue<T...>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = std::tuple<T...>;
+  static void Add(Piece& piece, const RowValue<T...>& row) { piece.Add(row.Parts()); }
+};
+
+template <typename A, typename B>
+using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
+
+template <typename A, typename B>
+Piece Together(const A& a, const char* between, const B& b) {
+  Piece piece;
+  Operand<A>::Add(piece, a);
+  piece.AddSql(between);
+  Operand<B>::Add(piece, b);
+  return piece;
+}
+
+template <typename A, typename B>
+Term Compare(const A& a, const char* operation, const B& b) {
+  constexpr bool canCompare = Operand<A>::kCanCompare && Operand<B>::kCanCompare;
+  static_assert(canCompare,
+                "Nothing compares with NULL: use IsNull(column), or Is(column, value) with a std::optional.");
+  static_assert(!canCompare || std::is_same_v<typename Operand<A>::Type, typename Operand<B>::Type>,
+                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+  return Term(Together(a, operation, b));
+}
+
+}  // namespace detail
+
+/// @{
+/// Compares a column, an Sql or a RowOf with a value or with one another, on either side. NULL compares to nothing:
+/// neither `price < 1.0` nor `price >= 1.0` holds for a row without a price.
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator==(const A& a, const B& b) {
+  return detail::Compare(a, " = ", b);
+}
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator!=(const A& a, const B& b) {
+  return detail::Compare(a, " <> ", b);
+}
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator<(const A& a, const B& b) {
+  return detail::Compare(a, " < ", b);
+}
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator<=(const A& a, const B& b) {
+  return detail::Compare(a, " <= ", b);
+}
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator>(const A& a, const B& b) {
+  return detail::Compare(a, " > ", b);
+}
+template <typename A, typename B, detail::EnableComparison<A, B> = 0>
+Term operator>=(const A& a, const B& b) {
+  return detail::Compare(a, " >= ", b);
+}
+/// @}
+
+/// Columns or values side by side, compared from left to right. To go on where a page ended:
+/// `RowOf(day, id) > RowOf(last.day, last.id)`.
+template <typename... T>
+RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
+  static_assert(sizeof...(T) > 1, "A row has two parts at least.");
+  static_assert((detail::Operand<T>::kCanCompare && ...), "Nothing compares with NULL.");
+  detail::Piece piece;
+  const char* separator = "(";
+  ((piece.AddSql(separator), detail::Operand<T>::Add(piece, parts), separator = ", "), ...);
+  piece.AddSql(")");
+  return RowValue<typename detail::Operand<T>::Type...>(static_cast<detail::Piece&&>(piece));
+}
+
+/// Holds for the rows without a value.
+template <typename A>
+Term IsNull(const A& expression) {
+  detail::Piece piece;
+  detail::Operand<A>::Add(piece, expression);
+  piece.AddSql(" IS NULL");
+  return Term(static_cast<detail::Piece&&>(piece));
+}
+
+/// Holds for the rows that have just this value, or none if `value` is empty.
+template <typename A, typename T>
+Term Is(const A& expression, const std::optional<T>& value) {
+  static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<T>::Type>,
+                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+  return Term(detail::Together(expression, " IS ", value));
+}
+
+/// Both bounds included.
+template <typename A, typename B, typename C>
+Term Between(const A& expression, const B& low, const C& high) {
+  detail::Piece piece = detail::Compare(expression, " BETWEEN ", low).Parts();
+  piece.AddSql(" AND ");
+  // For the check alone.
+  static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<C>::Type>,
+                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+  detail::Operand<C>::Add(piece, high);
+  return Term(static_cast<detail::Piece&&>(piece));
+}
+
+/// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. Any number works;
+/// each number makes a statement of its own.
+template <typename A, typename Values>
+Term In(const A& expression, const Values& values) {
+  detail::Piece piece;
+  detail::Operand<A>::Add(piece, expression);
+  const char* separator = " IN (";
+  piece.AddSql(separator);
+  separator = "";
+  for (const auto& value : values) {
+    using Value = std::decay_t<decltype(value)>;
+    static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<Value>::Type>,
+                  "Compare numbers with numbers, texts with texts, and all else with its own type.");
+    piece.AddSql(separator);
+    piece.AddValue(detail::ArgumentOf(value));
+    separator = ", ";
+  }
+  piece.AddSql(")");
+  return Term(static_cast<detail::Piece&&>(piece));
+}
+/// The same: `In(name, {"bolt", "nut"})`.
+template <typename A, typename T>
+Term In(const A& expression, std::initializer_list<T> values) {
+  return In<A, std::initializer_list<T>>(expression, values);
+}
+
+namespace detail {
+
+SQLDB_EXPORT Term LikePattern(Piece expression, std::string_view pattern, std::optional<char> escape);
+
+}  // namespace detail
+
+/// SQL's LIKE: % stands for any text, _ for one character, without regard to the case of ASCII letters. With `escape`,
+/// that character before a % or _ makes it stand for itself; see EscapedForLike. An index serves a pattern that begins
+/// with neither. SQLite takes texts for this up to their first zero byte; a pattern with one throws Error.
+template <typename A>
+Term Like(const A& expression, std::string_view pattern, std::optional<char> escape = std::nullopt) {
+  static_assert(std::is_same_v<typename detail::Operand<A>::Type, std::string>, "LIKE is for texts.");
+  detail::Piece piece;
+  detail::Operand<A>::Add(piece, expression);
+  return detail::LikePattern(static_cast<detail::Piece&&>(piece), pattern, escape);
+}
+
+/// `text` with `escape` before every character that LIKE would take for more than itself.
+SQLDB_EXPORT std::string EscapedForLike(std::string_view text, char escape);
+
+/// From the smallest value to the largest, NULL first.
+template <typename A>
+Order Ascending(const A& expression) {
+  detail::Piece piece;
+  detail::Operand<A>::Add(piece, expression);
+  return Order(static_cast<detail::Piece&&>(piece));
+}
+/// From the largest value to the smallest, NULL last.
+template <typename A>
+Order Descending(const A& expression) {
+  detail::Piece piece;
+  detail::Operand<A>::Add(piece, expression);
+  piece.AddSql(" DESC");
+  return Order(static_cast<detail::Piece&&>(piece));
+}
+
+namespace detail {
+
+template <typename T, typename V>
+constexpr bool kCanHold = std::is_same_v<typename Operand<T>::Type, typename Operand<V>::Type>;
+template <typename T, typename V>
+constexpr bool kCanHold<std::optional<T>, V> = kCanHold<T, V>;
+template <typename T, typename V>
+constexpr bool kCanHold<std::optional<T>, std::optional<V>> = kCanHold<T, V>;
+template <typename T>
+constexpr bool kCanHold<std::optional<T>, std::nullopt_t> = true;
+template <typename T>
+constexpr bool kCanHold<T, std::nullopt_t> = false;
+template <typename T, typename V>
+constexpr bool kCanHold<T, std::optional<V>> = false;
+
+}  // namespace detail
+
+/// Gives a column a value, or what another column or an Sql yields: `Set(price, Sql<double>("price * ?", 1.1))`.
+/// std::nullopt is NULL, for a member that is std::optional.
+template <typename T, typename V>
+Assignment Set(const Column<T>& column, const V& value) {
+  static_assert(detail::kCanHold<T, V>, "The member of this column cannot have such a value.");
+  detail::Piece piece;
+  piece.AddName(column.Name());
+  piece.AddSql(" = ");
+  detail::Operand<V>::Add(piece, value);
+  return Assignment(static_cast<detail::Piece&&>(piece));
+}
+
+}  // namespace kit
+
+}  // namespace sqldb
+
+#endif  // SQLDB_KIT_TERM_H

@@ -1,0 +1,99 @@
+#include "sqldb/kit/term.h"
+
+#include <ostream>
+
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include "marks.h"
+#include "sqldb/kit/error.h"
+#include "sqldb/term.h"
+
+namespace sqldb::kit {
+
+namespace {
+
+// A condition that is printed as it stands.
+class TextTerm : public SQLTermBase {
+ public:
+  explicit TextTerm(const detail::Piece& parts) { detail::WriteLiterals(fText, parts.Text(), parts.Values()); }
+
+  std::ostream& Print(std::ostream& out) const override { return out << ' ' << fText; }
+  bool NotEmpty() const override { return true; }
+
+ private:
+  std::string fText;
+};
+
+}  // namespace
+
+namespace detail {
+
+void ThisMemberIsNotDescribed() { throw Error("The member is not in the description of its struct.", SQLITE_MISUSE); }
+
+Term LikePattern(Piece expression, std::string_view pattern, std::optional<char> escape) {
+  if (pattern.find('\0') != std::string_view::npos) {
+    throw Error("A pattern of LIKE cannot have a zero byte.", SQLITE_MISUSE);
+  }
+  // No index serves a pattern that begins so. SQLite need not compile the statement anew for each one if the parameter
+  // does not stand alone.
+  const bool isForAnIndex = !pattern.empty() && pattern[0] != '%' && pattern[0] != '_';
+  expression.AddSql(isForAnIndex ? " LIKE " : " LIKE (\'\' || ");
+  expression.AddValue(ArgumentOf(pattern));
+  if (!isForAnIndex) expression.AddSql(")");
+  if (escape) {
+    expression.AddSql(" ESCAPE ");
+    expression.AddValue(ArgumentOf(std::string_view(&*escape, 1)));
+  }
+  return Term(std::move(expression));
+}
+
+}  // namespace detail
+
+boost::shared_ptr<SQLTermBase> Term::Core() const {
+  if (IsEmpty()) return SQLEmptyTerm::EmptyTerm;
+  return boost::make_shared<TextTerm>(fParts);
+}
+
+// A row of operands goes on; one that has operands of another kind is in parentheses.
+void Term::AddOperand(const Term& operand, Shape shape) {
+  const bool isOtherRow = operand.fShape > Shape::kNot && operand.fShape != shape;
+  isOtherRow ? fParts.AddGroup(operand.fParts) : fParts.Add(operand.fParts);
+}
+
+Term Term::Combine(const Term& a, const Term& b, Shape shape) {
+  if (a.IsEmpty()) return b;
+  if (b.IsEmpty()) return a;
+  Term both;
+  if (a.fShape > Shape::kNot && a.fShape != shape) {
+    both.fParts.AddGroup(a.fParts);
+  } else {
+    both.fParts = a.fParts;
+  }
+  both.fShape = shape;
+  both.fParts.AddMark(shape == Shape::kAnd ? detail::kAndMark : detail::kOrMark);
+  both.AddOperand(b, shape);
+  return both;
+}
+
+Term Term::Negate(const Term& a) {
+  if (a.IsEmpty()) return a;
+  Term negated;
+  negated.fParts.AddSql("NOT ");
+  negated.fParts.AddGroup(a.fParts);
+  negated.fShape = Shape::kNot;
+  return negated;
+}
+
+Term EveryRow() { return Where("1"); }
+
+std::string EscapedForLike(std::string_view text, char escape) {
+  std::string escaped;
+  for (const char character : text) {
+    if (character == '%' || character == '_' || character == escape) escaped += escape;
+    escaped += character;
+  }
+  return escaped;
+}
+
+}  // namespace sqldb::kit
