@@ -14,6 +14,7 @@ int FlagsOf(const Options& options) {
   // One thread at a time uses a connection, so SQLite need not lock it.
   int flags = SQLITE_OPEN_NOMUTEX;
   switch (options.access) {
+    case Access::kCreate:
     case Access::kReadWriteCreate:
       flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
       break;
@@ -85,12 +86,23 @@ detail::Connection& Database::Connected() const {
 
 void Database::ExecuteScript(std::string_view sql) { Connected().RunScript(sql); }
 
+Statement Database::Prepare(std::string_view sql) {
+  Connected();
+  return Statement(detail::Lease(fConnection, sql));
+}
+
 detail::Lease Database::Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                               detail::Values values) {
   Connected();
   detail::Lease lease(fConnection, sql);
   lease.Bind(arguments, count, values);
   return lease;
+}
+
+detail::RowReader Database::Reader(std::string_view sql, const detail::Argument* arguments, std::size_t count,
+                                   const detail::RowShape& shape) {
+  return detail::RowReader(Begin(sql, arguments, count, detail::Values::kLasting), shape,
+                           detail::ColumnOrder::kByName);
 }
 
 std::int64_t Database::Run(std::string_view sql, const detail::Argument* arguments, std::size_t count) {

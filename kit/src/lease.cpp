@@ -82,6 +82,8 @@ std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
 
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
+bool Lease::IsShared() const noexcept { return fKept->users > 1; }
+
 void Lease::Reset() noexcept { sqlite3_reset(fKept->statement); }
 
 void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {

@@ -2,22 +2,226 @@
 
 #include <string>
 
-#include <sqlite3.h>
-
-#include "sqldb/kit/error.h"
+#include "connection.h"
 
 namespace sqldb::kit::detail {
 
-void CheckColumns(const Lease& lease, int wanted) {
-  if (lease.ColumnCount() == wanted) return;
-  throw Error("The statement yields " + std::to_string(lease.ColumnCount()) + " columns, and a row has " +
-                  std::to_string(wanted) + ".",
-              SQLITE_MISUSE, sqlite3_sql(lease.Statement()));
+namespace {
+
+// How often the statement has compiled itself anew, because the schema or a bound pattern had changed. An engine that
+// does not count it is taken to have done so each time.
+int Compilations(sqlite3_stmt* statement) {
+#ifdef SQLITE_STMTSTATUS_REPREPARE
+  return sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_REPREPARE, 0);
+#else
+  static_cast<void>(statement);
+  return -1;
+#endif
 }
 
-void ThrowNotOneRow(const Lease& lease, bool isThereOne) {
+// A field's name may be quoted, as it stands in SQL; a column's is not.
+std::string_view Unquoted(const char* name) {
+  const std::string_view whole(name);
+  const bool isQuoted = whole.size() > 1 && (whole[0] == '"' || whole[0] == '`' || whole[0] == '[');
+  return isQuoted ? whole.substr(1, whole.size() - 2) : whole;
+}
+
+// Finds the columns of a row, and says what is wrong with them.
+class ColumnFinder {
+ public:
+  ColumnFinder(sqlite3_stmt* statement, const RowShape& shape)
+      : fStatement(statement), fShape(shape), fColumnCount(sqlite3_column_count(statement)) {}
+
+  std::vector<int> Find() const {
+    const bool isAlone = fShape.count == 1 && fShape.pieces[0].layout != nullptr;
+    if (!isAlone) CheckCount();
+    std::vector<int> columns;
+    columns.reserve(static_cast<std::size_t>(fShape.columnCount));
+    int begin = 0;
+    for (const RowPiece* piece = fShape.pieces; piece != fShape.pieces + fShape.count; ++piece) {
+      const int end = isAlone ? fColumnCount : begin + ColumnCountOf(*piece);
+      if (piece->layout == nullptr) columns.push_back(begin);
+      for (int i = 0; piece->layout != nullptr && i < piece->layout->count; ++i) {
+        columns.push_back(ColumnNamed(Unquoted(piece->layout->fields[i].name), begin, end));
+      }
+      begin = end;
+    }
+    return columns;
+  }
+
+ private:
+  [[noreturn]] void Throw(const std::string& message) const {
+    throw Error(message, SQLITE_MISUSE, sqlite3_sql(fStatement));
+  }
+
+  void CheckCount() const {
+    if (fColumnCount == fShape.columnCount) return;
+    Throw("The statement yields " + std::to_string(fColumnCount) + (fColumnCount == 1 ? " column" : " columns") +
+          ", and a row is made of " + std::to_string(fShape.columnCount) + ".");
+  }
+
+  bool IsNamed(int column, std::string_view name) const {
+    const char* const other = sqlite3_column_name(fStatement, column);
+    if (other == nullptr) throw std::bad_alloc();
+    const auto size = static_cast<int>(name.size());
+    return sqlite3_strnicmp(other, name.data(), size) == 0 && other[size] == '\0';
+  }
+
+  int ColumnNamed(std::string_view name, int begin, int end) const {
+    int found = -1;
+    for (int column = begin; column != end; ++column) {
+      if (!IsNamed(column, name)) continue;
+      if (found >= 0) Throw("The statement yields the column " + std::string(name) + " twice" + Among(begin, end));
+      found = column;
+    }
+    if (found < 0) Throw("The statement yields no column " + std::string(name) + Among(begin, end));
+    return found;
+  }
+
+  // Nothing where it is all of them.
+  std::string Among(int begin, int end) const {
+    if (begin == 0 && end == fColumnCount) return ".";
+    return " among its columns " + std::to_string(begin + 1) + " to " + std::to_string(end) + ".";
+  }
+
+  sqlite3_stmt* fStatement;
+  const RowShape& fShape;
+  int fColumnCount;
+};
+
+bool IsInOrder(const std::vector<int>& columns) {
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (columns[i] != static_cast<int>(i)) return false;
+  }
+  return true;
+}
+
+void FindColumns(KeptStatement& kept, const RowShape& shape) {
+  const int compilations = Compilations(kept.statement);
+  if (kept.map.shape == &shape && kept.map.compilations == compilations && compilations >= 0) return;
+  kept.map.shape = nullptr;
+  kept.map.columns = ColumnFinder(kept.statement, shape).Find();
+  if (IsInOrder(kept.map.columns)) kept.map.columns.clear();
+  kept.map.shape = &shape;
+  kept.map.compilations = compilations;
+}
+
+void LoadField(const Source& source, Shortcut shortcut, void (*load)(const Source&, void*), void* value) {
+  switch (shortcut) {
+    case Shortcut::kInt64:
+      *static_cast<std::int64_t*>(value) = ReadInteger(source);
+      break;
+    case Shortcut::kDouble:
+      *static_cast<double*>(value) = ReadReal(source);
+      break;
+    case Shortcut::kString:
+      *static_cast<std::string*>(value) = ReadText(source);
+      break;
+    case Shortcut::kNone:
+      load(source, value);
+      break;
+  }
+}
+
+// The columns of a row, one after the other.
+class ColumnsOfRow {
+ public:
+  ColumnsOfRow(sqlite3_stmt* statement, const int* columns) : fStatement(statement), fColumns(columns) {}
+
+  Source Next() {
+    const Source source = At(fNext);
+    ++fNext;
+    return source;
+  }
+  bool AreNull(int count) const {
+    for (int i = 0; i < count; ++i) {
+      if (!IsNull(At(fNext + i))) return false;
+    }
+    return true;
+  }
+  void Skip(int count) { fNext += count; }
+
+ private:
+  Source At(int index) const { return ColumnOf(fStatement, fColumns != nullptr ? fColumns[index] : index); }
+
+  sqlite3_stmt* fStatement;
+  const int* fColumns;
+  int fNext = 0;
+};
+
+void LoadPiece(ColumnsOfRow& columns, const RowPiece& piece, void* place) {
+  if (piece.layout == nullptr) {
+    LoadField(columns.Next(), piece.shortcut, piece.load, place);
+    return;
+  }
+  const RecordLayout& layout = *piece.layout;
+  if (piece.emplace != nullptr) {
+    place = piece.emplace(place, !columns.AreNull(layout.count));
+    if (place == nullptr) {
+      columns.Skip(layout.count);
+      return;
+    }
+  }
+  for (const FieldEntry* field = layout.fields; field != layout.fields + layout.count; ++field) {
+    LoadField(columns.Next(), field->shortcut, field->load, static_cast<char*>(place) + field->offset);
+  }
+}
+
+}  // namespace
+
+RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
+    : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
+  fLease.Statement();
+  if (order == ColumnOrder::kByName) FindColumns(fLease.Kept(), shape);
+}
+
+bool RowReader::First() {
+  fLease.Statement();
+  fLease.Reset();
+  if (!fLease.Step()) return false;
+  if (fOrder == ColumnOrder::kAsWritten) return true;
+  try {
+    FindColumns(fLease.Kept(), *fShape);
+  } catch (...) {
+    fLease.Reset();
+    throw;
+  }
+  return true;
+}
+
+bool RowReader::Next() {
+  // To step one that is not running would run it anew.
+  return sqlite3_stmt_busy(fLease.Statement()) != 0 && fLease.Step();
+}
+
+void RowReader::Read(void* const* places) const {
+  const KeptStatement& kept = fLease.Kept();
+  const bool areMapped = fOrder == ColumnOrder::kByName && !kept.map.columns.empty();
+  ColumnsOfRow columns(kept.statement, areMapped ? kept.map.columns.data() : nullptr);
+  for (int i = 0; i < fShape->count; ++i) LoadPiece(columns, fShape->pieces[i], places[i]);
+}
+
+void RowReader::Load(void* const* places) {
+  try {
+    Read(places);
+  } catch (...) {
+    Stop();
+    throw;
+  }
+}
+
+void RowReader::Finish() {
+  if (!IsWriting()) {
+    Stop();
+    return;
+  }
+  while (Next()) {
+  }
+}
+
+void RowReader::ThrowNotOneRow(bool isThereOne) const {
   throw Error(isThereOne ? "The query yields more than one row." : "The query yields no row.", SQLITE_MISUSE,
-              sqlite3_sql(lease.Statement()));
+              fLease.Sql());
 }
 
 }  // namespace sqldb::kit::detail

@@ -21,6 +21,18 @@ struct StatementKey {
   int kind = 0;
 };
 
+struct RowShape;
+
+// Which columns of a result make a row, found by their names.
+struct ColumnMap {
+  // Null: not looked for yet.
+  const RowShape* shape = nullptr;
+  // How often the statement had compiled itself anew by then.
+  int compilations = 0;
+  // One for each column of the shape; none if they are in its order.
+  std::vector<int> columns;
+};
+
 // A compiled statement, lent or idle. Whoever has it on lease may go on to hold it after the connection has let go.
 struct KeptStatement {
   // How long it stays once it is idle.
@@ -47,6 +59,7 @@ struct KeptStatement {
   std::string key;
   // Empty if it is the key.
   std::string sql;
+  ColumnMap map;
   // Null again when it goes.
   KeptStatement** slot = nullptr;
   KeptStatement* nextOfBucket = nullptr;

@@ -25,6 +25,7 @@
 #include "sqldb/export.h"
 #include "sqldb/kit/lease.h"
 #include "sqldb/kit/query.h"
+#include "sqldb/kit/statement.h"
 
 namespace boost {
 template <typename T>
@@ -43,24 +44,52 @@ enum class Access {
   kReadWriteCreate,
   /// To read and write. A missing file is an error.
   kReadWrite,
+  /// To read and write; made. A file that is there is an error, and stays as it is. With a VFS or a URI, two programs
+  /// that do this at the same time may both succeed.
+  kCreate,
   /// To read. A missing file is an error, and stays missing.
   kReadOnly,
 };
 
-/// How a database is opened and used.
+/// How much of what is written reaches the disk before a transaction has ended; SQLite's words.
+enum class Synchronous {
+  /// As SQLite was built; mostly kFull.
+  kAsBuilt,
+  /// Leaves it to the system. A loss of power may corrupt the file.
+  kOff,
+  /// In WAL mode, a loss of power may undo the last transactions; otherwise it may, seldom, corrupt the file.
+  kNormal,
+  /// A loss of power undoes and corrupts nothing.
+  kFull,
+  /// The same, and the end of the journal as well.
+  kExtra,
+};
+
+/// How a database is opened and used. What is named here is done in this order.
 struct Options {
   /// What may be done with the file.
   Access access = Access::kReadWriteCreate;
   /// Whether the path may be a URI, "file:items.db?mode=ro".
   bool isUri = false;
+  /// Whether SQLite locks the connection in each of its calls. Not needed as long as one thread at a time uses it.
+  bool isSerialized = false;
   /// The layer through which SQLite reaches the file; empty for its own.
   std::string vfs;
-  /// Whether references between tables are enforced.
-  bool foreignKeys = true;
-  /// Whether the file is put into WAL mode, in which readers and a writer do not wait for each other.
-  bool wal = false;
+  /// With which the file is encrypted; empty for none. Opening fails if SQLite is built without encryption.
+  std::string key;
   /// How long a statement waits for a busy file, in milliseconds; 0: not at all.
   int busyTimeout = 5000;
+  /// The file of a run-time extension of SQLite that the connection loads; empty for none. SQL itself can load none.
+  std::string module;
+  /// Whether the file is put into WAL mode, in which readers and a writer do not wait for each other. Opening fails if it
+  /// cannot be. If false, it stays in the mode that it has.
+  bool wal = false;
+  /// What reaches the disk, and when.
+  Synchronous synchronous = Synchronous::kAsBuilt;
+  /// Whether references between tables are enforced.
+  bool foreignKeys = true;
+  /// SQL to send then, such as further PRAGMA; empty for none.
+  std::string setUp;
   /// How many compiled statements are kept, of 2 to 3 kB each.
   std::size_t keptStatements = 100;
 };
@@ -68,7 +97,9 @@ struct Options {
 /// An open database. Can be moved.
 class SQLDB_EXPORT Database {
  public:
-  /// Opens the file at `path`. Throws Error, which names the file and the reason; nothing is then left open.
+  /// Opens the file at `path`, and reads it to see that it is a database. Throws Error, which names the file and the
+  /// reason; nothing is then left open. A database whose encoding is UTF-16 is refused: it could not keep the bytes of
+  /// every text.
   explicit Database(const std::string& path, const Options& options = {});
   /// Shares an open database of the core. Its options stay as they are.
   explicit Database(boost::shared_ptr<SQLDatabase> core);
@@ -106,22 +137,28 @@ class SQLDB_EXPORT Database {
   template <typename... T, typename... P>
   std::optional<typename Rows<T...>::value_type> First(std::string_view sql, const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    return Rows<T...>(Begin(sql, arguments.all, arguments.kCount, detail::Values::kLasting)).First();
+    detail::RowReader reader = Reader(sql, arguments.all, arguments.kCount, detail::ShapeOf<T...>());
+    return detail::ReadFirst<typename Rows<T...>::value_type>(reader);
   }
 
   /// The only row. Throws Error if there is none, or more than one.
   template <typename... T, typename... P>
   typename Rows<T...>::value_type One(std::string_view sql, const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    return Rows<T...>(Begin(sql, arguments.all, arguments.kCount, detail::Values::kLasting)).One();
+    detail::RowReader reader = Reader(sql, arguments.all, arguments.kCount, detail::ShapeOf<T...>());
+    return detail::ReadOne<typename Rows<T...>::value_type>(reader);
   }
 
   /// All rows, in order.
   template <typename... T, typename... P>
   std::vector<typename Rows<T...>::value_type> All(std::string_view sql, const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    return Rows<T...>(Begin(sql, arguments.all, arguments.kCount, detail::Values::kLasting)).All();
+    detail::RowReader reader = Reader(sql, arguments.all, arguments.kCount, detail::ShapeOf<T...>());
+    return detail::ReadAll<typename Rows<T...>::value_type>(reader);
   }
+
+  /// Compiles a statement, to be used often.
+  Statement Prepare(std::string_view sql);
 
   /// The database of the core. Throws Error after Close.
   SQLDatabase& Core() const;
@@ -136,6 +173,9 @@ class SQLDB_EXPORT Database {
   std::int64_t Run(std::string_view sql, const detail::Argument* arguments, std::size_t count);
   detail::Lease Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                       detail::Values values);
+  // Of a query that ends with the call.
+  detail::RowReader Reader(std::string_view sql, const detail::Argument* arguments, std::size_t count,
+                           const detail::RowShape& shape);
 
   detail::ConnectionPointer fConnection;
 };

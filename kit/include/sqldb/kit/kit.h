@@ -7,6 +7,7 @@
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/query.h"
 #include "sqldb/kit/record.h"
+#include "sqldb/kit/statement.h"
 #include "sqldb/kit/table.h"
 #include "sqldb/kit/type.h"
 

@@ -125,10 +125,11 @@ enum class Values {
   kLasting,
 };
 
-/// The use of a compiled statement, shared by copies: the end of the last one gives it back, reset. Moved from, it is
-/// only to be destroyed or assigned to.
+/// The use of a compiled statement, shared by copies: the end of the last one gives it back, reset. Moved from, or made
+/// without a statement, it is only to be destroyed or assigned to.
 class SQLDB_EXPORT Lease {
  public:
+  Lease() = default;
   /// Takes the statement of `sql`, or compiles it. Throws Error, among others if `sql` has no statement or several.
   Lease(const ConnectionPointer& connection, std::string_view sql);
   /// Of one that has been lent to the caller.
@@ -170,12 +171,16 @@ class SQLDB_EXPORT Lease {
   std::string_view Sql() const noexcept;
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
+  bool IsThere() const noexcept { return fKept != nullptr; }
+  /// Whether a copy has it as well.
+  bool IsShared() const noexcept;
+  KeptStatement& Kept() const noexcept { return *fKept; }
 
  private:
   [[noreturn]] void Fail(int result);
 
   ConnectionPointer fConnection;
-  KeptStatement* fKept;
+  KeptStatement* fKept = nullptr;
 };
 
 }  // namespace detail

@@ -2,152 +2,338 @@
 #define SQLDB_KIT_QUERY_H
 
 // The rows of a query, one after the other, as typed values.
+//
+//   for (const auto& [name, price] : database.Query<std::string, double>("SELECT name, price FROM parts")) ...
+//   for (const Part& part : database.Query<Part>("SELECT * FROM parts WHERE price < ?", 1.0)) ...
+//   for (const auto& [part, kind] : database.Query<Part, std::optional<Kind>>(
+//            "SELECT " + Columns<Part>("p") + ", " + Columns<Kind>("k") +
+//            " FROM parts p LEFT JOIN kinds k ON k.id = p.kind")) ...
+//
+// What a row is made of takes the columns of the result from left to right: a scalar takes one, a described struct as
+// many as it has fields, among which it finds its own by their names, in any order. A struct that is alone in its row
+// finds its columns among all, and leaves out those that it does not know. A std::optional of a struct is empty where all
+// its columns are NULL, as they are in a LEFT JOIN that finds nothing.
 
 #include <cstddef>
 #include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "sqldb/export.h"
 #include "sqldb/kit/lease.h"
+#include "sqldb/kit/record.h"
 #include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
 
 namespace detail {
 
-/// Throws Error unless the statement yields `wanted` columns.
-SQLDB_EXPORT void CheckColumns(const Lease& lease, int wanted);
-/// Throws the Error of a query that was to yield just one row.
-[[noreturn]] SQLDB_EXPORT void ThrowNotOneRow(const Lease& lease, bool isThereOne);
+/// A part of a row: a scalar, a struct, or a std::optional of a struct.
+struct RowPiece {
+  /// Null for a scalar.
+  const RecordLayout* layout;
+  /// For a scalar that has no shortcut.
+  void (*load)(const Source& source, void* value);
+  /// For a std::optional of a struct: makes one and returns its address, or leaves none if it is not there.
+  void* (*emplace)(void* optional, bool isThere);
+  Shortcut shortcut;
+};
+
+/// What a row is made of, without its type.
+struct RowShape {
+  const RowPiece* pieces;
+  int count;
+  /// Of all pieces.
+  int columnCount;
+};
+
+/// How the columns of a result come to the parts of a row.
+enum class ColumnOrder {
+  /// In the order of the pieces and their fields. They are just those.
+  kAsWritten,
+  /// By the names of the fields. Throws Error if a column is missing or there twice, or if there are too few or too many.
+  kByName,
+};
+
+/// Steps through the rows of a statement and reads them, without their type. Copies share the statement and so go on
+/// together; one that was made without a statement is at the end.
+class SQLDB_EXPORT RowReader {
+ public:
+  RowReader() = default;
+  /// Runs nothing yet. Throws Error.
+  /// REQUIRES: `shape` lives forever.
+  RowReader(Lease lease, const RowShape& shape, ColumnOrder order);
+
+  /// Runs the statement from its beginning. Returns whether there is a row. Throws Error; nothing is then running.
+  bool First();
+  /// Goes on to the next row. Returns false if there is none left, also if the statement has been run to its end, or
+  /// stopped, by way of a copy. Throws Error; nothing is then running.
+  bool Next();
+  /// Reads the row into the pieces at `places`. What it throws stops the statement before.
+  void Load(void* const* places);
+  /// Goes on to the end of a statement that writes, and stops one that reads.
+  void Finish();
+  /// Throws the Error of a query that was to yield just one row.
+  [[noreturn]] void ThrowNotOneRow(bool isThereOne) const;
+
+  bool IsWriting() const noexcept { return fLease.IsWriting(); }
+  /// Stops what is running.
+  void Stop() noexcept { fLease.Reset(); }
+
+ private:
+  void Read(void* const* places) const;
+
+  Lease fLease;
+  const RowShape* fShape = nullptr;
+  ColumnOrder fOrder = ColumnOrder::kAsWritten;
+};
+
+template <typename T>
+constexpr bool kIsOptionalStruct = false;
+template <typename T>
+constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
 
 template <typename T>
 constexpr bool kIsReference = std::is_reference_v<T> || std::is_pointer_v<T> || std::is_same_v<T, std::string_view>;
 
-/// How many T make a row: one is given as it is, several as a tuple.
-template <typename... T>
-struct RowOf {
-  using type = std::tuple<T...>;
-  static void Load(sqlite3_stmt* statement, type& row) { Load(statement, row, std::index_sequence_for<T...>()); }
+template <typename Struct>
+void* EmplaceStruct(void* optional, bool isThere) {
+  auto& place = *static_cast<std::optional<Struct>*>(optional);
+  if (isThere) return place ? &*place : &place.emplace();
+  place.reset();
+  return nullptr;
+}
 
- private:
-  template <std::size_t... I>
-  static void Load(sqlite3_stmt* statement, type& row, std::index_sequence<I...>) {
-    (Codec<T>::Load(ColumnOf(statement, static_cast<int>(I)), std::get<I>(row)), ...);
-  }
-};
 template <typename T>
-struct RowOf<T> {
-  using type = T;
-  static void Load(sqlite3_stmt* statement, T& row) { Codec<T>::Load(ColumnOf(statement, 0), row); }
+RowPiece PieceOf() {
+  if constexpr (kIsDescribed<T>) {
+    return RowPiece{&LayoutOf<T>(), nullptr, nullptr, Shortcut::kNone};
+  } else if constexpr (kIsOptionalStruct<T>) {
+    using Struct = typename T::value_type;
+    return RowPiece{&LayoutOf<Struct>(), nullptr, &EmplaceStruct<Struct>, Shortcut::kNone};
+  } else {
+    return RowPiece{nullptr, &LoadAny<T>, nullptr, kShortcut<T>};
+  }
+}
+
+inline int ColumnCountOf(const RowPiece& piece) { return piece.layout != nullptr ? piece.layout->count : 1; }
+
+/// The shape of a row of all T.
+template <typename... T>
+const RowShape& ShapeOf() {
+  static_assert(sizeof...(T) > 0, "Say what a row is: Query<std::string, double>(...).");
+  static_assert(!(kIsReference<T> || ...),
+                "A row has values of its own: std::string rather than std::string_view or a pointer.");
+  static const RowPiece pieces[] = {PieceOf<T>()...};
+  static const RowShape shape = [] {
+    int columns = 0;
+    for (const RowPiece& piece : pieces) columns += ColumnCountOf(piece);
+    return RowShape{pieces, static_cast<int>(sizeof...(T)), columns};
+  }();
+  return shape;
+}
+
+/// Reads the row on which the statement stands.
+template <typename Row>
+void LoadRow(RowReader& reader, Row& row) {
+  void* const place = &row;
+  reader.Load(&place);
+}
+template <typename... T>
+void LoadRow(RowReader& reader, std::tuple<T...>& row) {
+  std::apply(
+      [&reader](T&... values) {
+        void* const places[] = {&values...};
+        reader.Load(places);
+      },
+      row);
+}
+
+/// Appends the row on which the statement stands.
+template <typename Row>
+void AppendRow(RowReader& reader, std::vector<Row>& rows) {
+  if constexpr (std::is_same_v<Row, bool>) {
+    bool row = false;
+    LoadRow(reader, row);
+    rows.push_back(row);
+  } else {
+    LoadRow(reader, rows.emplace_back());
+  }
+}
+
+/// Runs it from its beginning and reads the first row; none if there is no row.
+template <typename Row>
+std::optional<Row> ReadFirst(RowReader& reader) {
+  std::optional<Row> row;
+  if (reader.First()) {
+    LoadRow(reader, row.emplace());
+    reader.Finish();
+  }
+  return row;
+}
+
+/// The same with the only row. Throws Error if there is none, or more than one.
+template <typename Row>
+Row ReadOne(RowReader& reader) {
+  Row row{};
+  if (!reader.First()) reader.ThrowNotOneRow(false);
+  LoadRow(reader, row);
+  if (reader.Next()) reader.ThrowNotOneRow(true);
+  return row;
+}
+
+/// The same with all rows.
+template <typename Row>
+std::vector<Row> ReadAll(RowReader& reader) {
+  std::vector<Row> rows;
+  for (bool isThere = reader.First(); isThere; isThere = reader.Next()) AppendRow(reader, rows);
+  return rows;
+}
+
+/// A row that is kept. Not all vectors have elements of their own type, but those of this do.
+template <typename Row>
+struct KeptRow {
+  Row row;
 };
 
-}  // namespace detail
-
-/// A running query. Each row is read when the iterator comes to it, into the same object; copy what is to stay. Can be
-/// moved, also while it is iterated over.
-///
-/// While it stands on a row, other connections may have to wait: read on, or destroy it.
-template <typename... T>
-class [[nodiscard]] Rows {
-  static_assert(sizeof...(T) > 0, "Say what a row is: Query<std::string, double>(...).");
-  static_assert(!(detail::kIsReference<T> || ...),
-                "A row has values of its own: std::string rather than std::string_view or a pointer.");
-
+/// Reads one row after the other: those of a running statement, each when it comes to it, into an object of its own; or
+/// those that are kept already. A copy goes on together with the original. It has the statement on lease, so it stays
+/// valid when the range that it is from is moved or ends.
+template <typename Row>
+class RowIterator {
  public:
-  /// T, or a tuple of all T.
-  using value_type = typename detail::RowOf<T...>::type;
+  using iterator_category = std::input_iterator_tag;
+  using value_type = Row;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const Row*;
+  using reference = const Row&;
 
-  /// See Database::Query. Throws Error if the statement yields another number of columns.
-  explicit Rows(detail::Lease lease) : fLease(std::move(lease)) {
-    detail::CheckColumns(fLease, static_cast<int>(sizeof...(T)));
-  }
-  Rows(Rows&&) = default;
-
-  /// Behind the last row.
-  struct End {};
-
-  /// Reads one row after the other.
-  class Iterator {
+  /// What `*it++` still has of the row before.
+  class Previous {
    public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = Rows::value_type;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const value_type*;
-    using reference = const value_type&;
-
-    /// Valid until the iterator is advanced.
-    reference operator*() const { return *fRows->fRow; }
-    pointer operator->() const { return &*fRows->fRow; }
-    Iterator& operator++() {
-      fRows->Advance();
-      return *this;
-    }
-    void operator++(int) { fRows->Advance(); }
-
-    friend bool operator==(const Iterator& a, End) { return a.IsAtEnd(); }
-    friend bool operator!=(const Iterator& a, End) { return !a.IsAtEnd(); }
+    explicit Previous(Row&& row) : fRow(std::move(row)) {}
+    Row operator*() && { return std::move(fRow); }
 
    private:
-    friend class Rows;
-    explicit Iterator(Rows* rows) : fRows(rows) {}
-
-    bool IsAtEnd() const { return !fRows->fRow; }
-
-    Rows* fRows;
+    Row fRow;
   };
 
-  /// Runs the query, a second time anew, and reads its first row. Throws Error here and while rows are read, also what
-  /// a Type throws; the iterator is then at the end.
-  Iterator begin() {
-    fLease.Reset();
-    Advance();
-    return Iterator(this);
-  }
-  End end() const { return End(); }
+  /// Behind the last row.
+  RowIterator() = default;
+  /// Runs the statement from its beginning, and reads its first row.
+  explicit RowIterator(RowReader reader) : fReader(std::move(reader)) { Read(fReader.First()); }
+  /// Over rows that are there, and stay there.
+  RowIterator(const KeptRow<Row>* first, const KeptRow<Row>* last) : fKept(first), fKeptEnd(last) {}
 
-  /// The first row; none if there is no row.
-  std::optional<value_type> First() {
-    begin();
-    return std::move(fRow);
+  /// Valid until the iterator is advanced.
+  reference operator*() const { return fKept != fKeptEnd ? fKept->row : *fRow; }
+  pointer operator->() const { return &**this; }
+
+  /// Throws Error, and what a Type throws; the iterator is then at the end.
+  RowIterator& operator++() {
+    if (fKept != fKeptEnd) {
+      ++fKept;
+    } else if (fRow) {
+      Advance();
+    }
+    return *this;
+  }
+  Previous operator++(int) {
+    Previous previous(fKept != fKeptEnd ? Row(fKept->row) : std::move(*fRow));
+    ++*this;
+    return previous;
   }
 
-  /// The only row. Throws Error if there is none, or more than one.
-  value_type One() {
-    begin();
-    if (!fRow) detail::ThrowNotOneRow(fLease, false);
-    value_type row = std::move(*fRow);
-    if (fLease.Step()) detail::ThrowNotOneRow(fLease, true);
-    return row;
-  }
-
-  /// All rows, in order.
-  std::vector<value_type> All() {
-    std::vector<value_type> all;
-    fLease.Reset();
-    while (fLease.Step()) detail::RowOf<T...>::Load(fLease.Statement(), all.emplace_back());
-    return all;
-  }
+  /// Whether both are at the end, or neither is.
+  friend bool operator==(const RowIterator& a, const RowIterator& b) { return a.IsAtEnd() == b.IsAtEnd(); }
+  friend bool operator!=(const RowIterator& a, const RowIterator& b) { return a.IsAtEnd() != b.IsAtEnd(); }
 
  private:
+  bool IsAtEnd() const { return !fRow && fKept == fKeptEnd; }
+
   void Advance() {
-    if (!fLease.Step()) {
+    bool isThere = false;
+    try {
+      isThere = fReader.Next();
+    } catch (...) {
+      fRow.reset();
+      throw;
+    }
+    Read(isThere);
+  }
+  void Read(bool isThere) {
+    if (!isThere) {
       fRow.reset();
       return;
     }
     try {
-      detail::RowOf<T...>::Load(fLease.Statement(), fRow ? *fRow : fRow.emplace());
+      LoadRow(fReader, fRow ? *fRow : fRow.emplace());
     } catch (...) {
       fRow.reset();
-      fLease.Reset();
       throw;
     }
   }
 
-  detail::Lease fLease;
-  std::optional<value_type> fRow;
+  RowReader fReader;
+  std::optional<Row> fRow;
+  const KeptRow<Row>* fKept = nullptr;
+  const KeptRow<Row>* fKeptEnd = nullptr;
+};
+
+template <typename... T>
+struct RowOf {
+  using type = std::tuple<T...>;
+};
+template <typename T>
+struct RowOf<T> {
+  using type = T;
+};
+
+}  // namespace detail
+
+/// A query with its values. begin() runs it and reads its first row, and runs it anew when called again; the iterators
+/// made before are then not to be used any more. Each further row is read when the iterator comes to it, into the same
+/// object: copy what is to stay. Can be moved, also while it is iterated over.
+///
+/// A query that writes (INSERT ... RETURNING) has run to its end when Query returns; its rows are kept, and begin() gives
+/// those.
+///
+/// While a query stands on a row, other connections may have to wait, and in WAL mode a write of this connection may fail
+/// with SQLITE_BUSY_SNAPSHOT: read on, destroy all iterators, or take All.
+template <typename... T>
+class [[nodiscard]] Rows {
+ public:
+  /// T, or a tuple of all T.
+  using value_type = typename detail::RowOf<T...>::type;
+  /// An input iterator, in C++20 too.
+  using iterator = detail::RowIterator<value_type>;
+
+  /// See Database::Query. Throws Error.
+  explicit Rows(detail::Lease lease)
+      : fReader(std::move(lease), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName),
+        fIsKept(fReader.IsWriting()) {
+    if (!fIsKept) return;
+    for (bool isThere = fReader.First(); isThere; isThere = fReader.Next()) {
+      detail::LoadRow(fReader, fKept.emplace_back().row);
+    }
+    fReader = detail::RowReader();
+  }
+  Rows(Rows&&) = default;
+  Rows& operator=(Rows&&) = default;
+
+  /// Throws Error, here and while rows are read, and what a Type throws; the iterator is then at the end.
+  iterator begin() { return fIsKept ? iterator(fKept.data(), fKept.data() + fKept.size()) : iterator(fReader); }
+  iterator end() const { return iterator(); }
+
+ private:
+  detail::RowReader fReader;
+  bool fIsKept;
+  std::vector<detail::KeptRow<value_type>> fKept;
 };
 
 }  // namespace sqldb::kit
