@@ -13,6 +13,7 @@
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/lease.h"
 #include "statement_store.h"
+#include "table_state.h"
 
 namespace sqldb::kit::detail {
 
@@ -36,6 +37,7 @@ class Connection {
   void Close() noexcept;
 
   StatementStore fStatements;
+  TableStates fTables{fStatements};
   // See Working.
   bool fIsWorking = false;
 

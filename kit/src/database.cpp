@@ -73,27 +73,27 @@ Database& Database::operator=(Database&& other) noexcept {
   return *this;
 }
 
-SQLDatabase& Database::Core() const { return Connected().Core(); }
+SQLDatabase& Database::Core() const { return Connection()->Core(); }
 
 void Database::Close() noexcept {
   if (fConnection.Get() != nullptr) fConnection->Close();
 }
 
-detail::Connection& Database::Connected() const {
+const detail::ConnectionPointer& Database::Connection() const {
   if (fConnection.Get() == nullptr) throw Error("The database has been moved.", SQLITE_MISUSE);
-  return *fConnection;
+  return fConnection;
 }
 
-void Database::ExecuteScript(std::string_view sql) { Connected().RunScript(sql); }
+void Database::ExecuteScript(std::string_view sql) { Connection()->RunScript(sql); }
 
 Statement Database::Prepare(std::string_view sql) {
-  Connected();
+  Connection();
   return Statement(detail::Lease(fConnection, sql));
 }
 
 detail::Lease Database::Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                               detail::Values values) {
-  Connected();
+  Connection();
   detail::Lease lease(fConnection, sql);
   lease.Bind(arguments, count, values);
   return lease;
@@ -101,8 +101,7 @@ detail::Lease Database::Begin(std::string_view sql, const detail::Argument* argu
 
 detail::RowReader Database::Reader(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                                    const detail::RowShape& shape) {
-  return detail::RowReader(Begin(sql, arguments, count, detail::Values::kLasting), shape,
-                           detail::ColumnOrder::kByName);
+  return detail::RowReader(Begin(sql, arguments, count, detail::Values::kLasting), shape, detail::ColumnOrder::kByName);
 }
 
 std::int64_t Database::Run(std::string_view sql, const detail::Argument* arguments, std::size_t count) {

@@ -25,8 +25,8 @@ void WriteSql(std::string& sql, std::string_view text);
 // Appends the text as SQL, with literals for `values`.
 void WriteLiterals(std::string& sql, std::string_view text, std::string_view values);
 
-// Binds the values to the parameters from `first` on. Throws Error.
-void BindValues(sqlite3_stmt* statement, int first, std::string_view values, Values lifetime);
+// Binds the values to the parameters from `first` on, and returns the one after them. Throws Error.
+int BindValues(sqlite3_stmt* statement, int first, std::string_view values, Values lifetime);
 
 }  // namespace sqldb::kit::detail
 

@@ -337,10 +337,11 @@ void WriteLiterals(std::string& sql, std::string_view text, std::string_view val
   SqlWriter(sql, &reader).WriteLevel(text);
 }
 
-void BindValues(sqlite3_stmt* statement, int first, std::string_view values, Values lifetime) {
+int BindValues(sqlite3_stmt* statement, int first, std::string_view values, Values lifetime) {
   ValueReader reader(values);
   Target target{statement, first, lifetime == Values::kLasting};
   for (; !reader.IsAtEnd(); ++target.parameter) reader.Next(target);
+  return target.parameter;
 }
 
 }  // namespace sqldb::kit::detail

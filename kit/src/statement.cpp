@@ -7,8 +7,8 @@ namespace sqldb::kit {
 detail::Lease Statement::Begin(const detail::Argument* arguments, std::size_t count, detail::Values values) const {
   if (!fLease.IsThere()) throw Error("The statement has been moved.", SQLITE_MISUSE);
   if (fLease.IsShared()) {
-    throw Error("The statement is in use: end the range that Query has made, or take its rows with All.",
-                SQLITE_MISUSE, fLease.Sql());
+    throw Error("The statement is in use: end the range that Query has made, or take its rows with All.", SQLITE_MISUSE,
+                fLease.Sql());
   }
   detail::Lease use = fLease;
   use.Bind(arguments, count, values);

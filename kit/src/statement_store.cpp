@@ -71,8 +71,9 @@ KeptStatement& StatementStore::Compile(sqlite3* connection, const StatementKey& 
   return *made.release();
 }
 
-KeptStatement& StatementStore::Compile(sqlite3* connection, KeptStatement*& slot, std::string sql) {
+KeptStatement& StatementStore::Compile(sqlite3* connection, KeptStatement*& slot, const void* owner, std::string sql) {
   std::unique_ptr<KeptStatement> made = Compiled(connection, std::move(sql));
+  made->owner = owner;
   if (slot == nullptr) {
     made->stay = KeptStatement::Stay::kInSlot;
     made->slot = &slot;

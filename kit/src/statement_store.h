@@ -83,7 +83,7 @@ class StatementStore {
   // Compiles `sql`. To be found by `key` later, unless there is another one that is. Throws Error.
   KeptStatement& Compile(sqlite3* connection, const StatementKey& key, std::string sql);
   // Compiles `sql` for a place of its own, unless that is taken. Throws Error.
-  KeptStatement& Compile(sqlite3* connection, KeptStatement*& slot, std::string sql);
+  KeptStatement& Compile(sqlite3* connection, KeptStatement*& slot, const void* owner, std::string sql);
   // Compiles `sql` for one use. Throws Error.
   KeptStatement& CompileOnce(sqlite3* connection, std::string sql);
 

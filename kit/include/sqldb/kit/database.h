@@ -81,8 +81,8 @@ struct Options {
   int busyTimeout = 5000;
   /// The file of a run-time extension of SQLite that the connection loads; empty for none. SQL itself can load none.
   std::string module;
-  /// Whether the file is put into WAL mode, in which readers and a writer do not wait for each other. Opening fails if it
-  /// cannot be. If false, it stays in the mode that it has.
+  /// Whether the file is put into WAL mode, in which readers and a writer do not wait for each other. Opening fails if
+  /// it cannot be. If false, it stays in the mode that it has.
   bool wal = false;
   /// What reaches the disk, and when.
   Synchronous synchronous = Synchronous::kAsBuilt;
@@ -160,6 +160,9 @@ class SQLDB_EXPORT Database {
   /// Compiles a statement, to be used often.
   Statement Prepare(std::string_view sql);
 
+  /// For the kit's own classes. Throws Error once it has been moved.
+  const detail::ConnectionPointer& Connection() const;
+
   /// The database of the core. Throws Error after Close.
   SQLDatabase& Core() const;
 
@@ -168,8 +171,6 @@ class SQLDB_EXPORT Database {
   void Close() noexcept;
 
  private:
-  // Throws Error once it has been moved.
-  detail::Connection& Connected() const;
   std::int64_t Run(std::string_view sql, const detail::Argument* arguments, std::size_t count);
   detail::Lease Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                       detail::Values values);

@@ -11,8 +11,8 @@
 //
 // What a row is made of takes the columns of the result from left to right: a scalar takes one, a described struct as
 // many as it has fields, among which it finds its own by their names, in any order. A struct that is alone in its row
-// finds its columns among all, and leaves out those that it does not know. A std::optional of a struct is empty where all
-// its columns are NULL, as they are in a LEFT JOIN that finds nothing.
+// finds its columns among all, and leaves out those that it does not know. A std::optional of a struct is empty where
+// all its columns are NULL, as they are in a LEFT JOIN that finds nothing.
 
 #include <cstddef>
 #include <iterator>
@@ -56,7 +56,8 @@ struct RowShape {
 enum class ColumnOrder {
   /// In the order of the pieces and their fields. They are just those.
   kAsWritten,
-  /// By the names of the fields. Throws Error if a column is missing or there twice, or if there are too few or too many.
+  /// By the names of the fields. Throws Error if a column is missing or there twice, or if there are too few or too
+  /// many.
   kByName,
 };
 
@@ -300,11 +301,11 @@ struct RowOf<T> {
 /// made before are then not to be used any more. Each further row is read when the iterator comes to it, into the same
 /// object: copy what is to stay. Can be moved, also while it is iterated over.
 ///
-/// A query that writes (INSERT ... RETURNING) has run to its end when Query returns; its rows are kept, and begin() gives
-/// those.
+/// A query that writes (INSERT ... RETURNING) has run to its end when Query returns; its rows are kept, and begin()
+/// gives those.
 ///
-/// While a query stands on a row, other connections may have to wait, and in WAL mode a write of this connection may fail
-/// with SQLITE_BUSY_SNAPSHOT: read on, destroy all iterators, or take All.
+/// While a query stands on a row, other connections may have to wait, and in WAL mode a write of this connection may
+/// fail with SQLITE_BUSY_SNAPSHOT: read on, destroy all iterators, or take All.
 template <typename... T>
 class [[nodiscard]] Rows {
  public:
@@ -315,8 +316,7 @@ class [[nodiscard]] Rows {
 
   /// See Database::Query. Throws Error.
   explicit Rows(detail::Lease lease)
-      : fReader(std::move(lease), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName),
-        fIsKept(fReader.IsWriting()) {
+      : fReader(std::move(lease), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName), fIsKept(fReader.IsWriting()) {
     if (!fIsKept) return;
     for (bool isThere = fReader.First(); isThere; isThere = fReader.Next()) {
       detail::LoadRow(fReader, fKept.emplace_back().row);

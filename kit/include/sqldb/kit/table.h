@@ -1,100 +1,109 @@
 #ifndef SQLDB_KIT_TABLE_H
 #define SQLDB_KIT_TABLE_H
 
-// The rows of a table as records: found, inserted, updated and deleted by their key.
+// A table as records of a described struct: found, written and deleted by their key, or by a term.
 //
-//   Records<Part> parts(database);
+//   Table<Part> parts(database);
 //   parts.CreateIfMissing();
 //   parts.Insert({1, "bolt", 0.25});
 //   if (std::optional<Part> part = parts.Find(1)) ...
+//   for (const Part& part : parts.Select(price < 1.0).OrderBy(name)) ...
 //
-// A handle that costs little and can be copied. Its statements are the connection's, so that any number of handles of
-// one table share them. What outlives the database can be destroyed; every use throws Error.
+// What an operation does, it has done when it returns, and what it throws leaves nothing behind but what it says. No
+// value is ever read as SQL.
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
-#include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "sqldb/export.h"
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/lease.h"
 #include "sqldb/kit/record.h"
+#include "sqldb/kit/selection.h"
+#include "sqldb/kit/table_handle.h"
+#include "sqldb/kit/term.h"
 
 namespace sqldb::kit {
 
 namespace detail {
 
-struct TableState;
-
-/// The table of a layout in a connection, and what is done with it, without the record's type.
-class SQLDB_EXPORT TableHandle {
- public:
-  /// Throws Error if neither the description nor `name` has a table's name.
-  TableHandle(const Database& database, const RecordLayout& layout, std::string_view name);
-
-  void Create(bool onlyIfMissing) const;
-  void Drop() const;
-
-  /// A statement that stands on the row with the key, if `found` is true.
-  Lease Find(const Argument* key, std::size_t count, bool& found) const;
-  std::int64_t Insert(const void* record) const;
-  bool InsertOrIgnore(const void* record) const;
-  void Upsert(const void* record) const;
-  void Replace(const void* record) const;
-  bool Update(const void* record) const;
-  bool Delete(const Argument* key, std::size_t count) const;
-  [[noreturn]] void ThrowNotFound() const;
-
-  const RecordLayout& Layout() const;
-
- private:
-  ConnectionPointer fConnection;
-  TableState* fState;
-};
-
-template <typename Record, typename Fields, std::size_t... I>
-constexpr auto KeysOf(const Fields& fields, std::index_sequence<I...>) {
-  return (0 + ... + (std::get<I>(fields).IsKey() ? 1 : 0));
+template <typename Record>
+constexpr bool HasTable() {
+  return Described<Record>::Description().table != nullptr;
 }
 
-/// How many values make the key of a record.
+/// How many fields make the key.
 template <typename Record>
-constexpr int kKeyCount = [] {
-  constexpr auto description = Described<Record>::Description();
-  return KeysOf<Record>(description.fields,
-                        std::make_index_sequence<std::tuple_size_v<decltype(description.fields)>>());
-}();
+constexpr std::size_t KeyCount() {
+  return std::apply([](const auto&... fields) { return (std::size_t{0} + ... + (fields.IsKey() ? 1U : 0U)); },
+                    Described<Record>::Description().fields);
+}
+
+template <typename K, typename Record, typename T>
+constexpr bool CanBeValueOf(const Field<Record, T>&) {
+  return kCanHold<T, K>;
+}
+
+/// Whether K can be part number `index` of the key, from 0.
+template <typename Record, typename K>
+constexpr bool CanBeKey(std::size_t index) {
+  std::size_t number = 0;
+  bool can = false;
+  std::apply(
+      [&](const auto&... fields) {
+        ((can = can || (fields.IsKey() && number == index && CanBeValueOf<K>(fields)),
+          number += fields.IsKey() ? 1U : 0U),
+         ...);
+      },
+      Described<Record>::Description().fields);
+  return can;
+}
+
+template <typename Record, typename... K, std::size_t... I>
+constexpr bool CanBeKeys(std::index_sequence<I...>) {
+  return (CanBeKey<Record, K>(I) && ...);
+}
+
+template <typename Record>
+void* EmplaceRecord(void* optional) {
+  return &static_cast<std::optional<Record>*>(optional)->emplace();
+}
 
 }  // namespace detail
 
-/// The records of one table.
+/// The records of one table of a database. It connects to nothing and costs little: make one wherever it is needed.
+/// Copies are the same table. What outlives the database can be destroyed; every use throws Error.
+///
+/// Values are bound where they are, without a copy, until an operation returns.
 template <typename Record>
-class Records {
+class Table {
  public:
-  /// Those of the table that the description names.
-  explicit Records(const Database& database) : Records(database, {}) {}
-  /// Those of another table with the same columns.
-  /// REQUIRES: `name` is SQL, never input.
-  Records(const Database& database, std::string_view name) : fTable(database, detail::LayoutOf<Record>(), name) {}
+  /// The table that the description names.
+  explicit Table(const Database& database) : fTable(database, detail::LayoutOf<Record>(), {}) {
+    static_assert(detail::HasTable<Record>(),
+                  "The description names no table: Describe(\"parts\", ...), or Table<Part>(database, \"parts\").");
+  }
+  /// Another table or view that has the columns of the description.
+  /// REQUIRES: `name` is SQL, never input: "parts", "main.parts", "\"old parts\"".
+  Table(const Database& database, std::string_view name) : fTable(database, detail::LayoutOf<Record>(), name) {}
 
-  /// Creates the table; fails if it is there.
+  /// Creates the table; throws Error if it is there.
   void Create() const { fTable.Create(false); }
-  /// Creates the table, unless there is one of this name, whatever that looks like.
+  /// Creates the table unless it is there. Throws Error if one is there that lacks a column of the description.
   void CreateIfMissing() const { fTable.Create(true); }
-  /// Drops the table.
+  /// Drops the table; throws Error if it is not there.
   void Drop() const { fTable.Drop(); }
 
-  /// The record with this key, whose values are given in the order of the fields; none if there is no such row.
+  /// The record with this key, whose parts are given in the order of the fields; none if there is no such row.
   template <typename... K>
   std::optional<Record> Find(const K&... key) const {
-    const auto arguments = KeyOf(key...);
+    const detail::Arguments<K...> arguments = KeyOf(key...);
     std::optional<Record> record;
-    bool found = false;
-    const detail::Lease lease = fTable.Find(arguments.all, arguments.kCount, found);
-    if (found) detail::LoadRecord(lease.Statement(), 0, fTable.Layout(), &record.emplace());
+    fTable.Find(arguments.all, arguments.kCount, &record, &detail::EmplaceRecord<Record>);
     return record;
   }
   /// The same; throws Error if there is no such row.
@@ -105,30 +114,68 @@ class Records {
     return *std::move(record);
   }
 
-  /// Inserts a row and returns its rowid, which is the key if that is one integer. Throws ConstraintError if the key,
-  /// or the value of a unique field, is there already.
+  /// Inserts a row and returns its rowid, which is the key if that is one integer; of no meaning for a table WITHOUT
+  /// ROWID. Throws ConstraintError if the key, or the value of a unique field, is there already.
   std::int64_t Insert(const Record& record) const { return fTable.Insert(&record); }
-  /// Inserts a row unless a constraint is against it, and returns whether it did.
-  bool InsertOrIgnore(const Record& record) const { return fTable.InsertOrIgnore(&record); }
-  /// Inserts a row, or gives the row with the same key the record's values. Needs SQLite 3.24.
-  void Upsert(const Record& record) const { fTable.Upsert(&record); }
-  /// Inserts a row in the place of those with the same key or the same value of a unique field, which are deleted: and
-  /// with them the rows that refer to them, where a reference cascades. Upsert deletes nothing.
-  void Replace(const Record& record) const { fTable.Replace(&record); }
+  /// Inserts a row unless its key, the value of a unique field or a NOT NULL is against it, and returns whether it did.
+  bool InsertOrIgnore(const Record& record) const {
+    return fTable.Write(detail::RecordWrite::kInsertOrIgnore, &record);
+  }
+  /// Inserts a row, or gives the row with the same key the record's values. Throws ConstraintError for the value of
+  /// another unique field. Needs SQLite 3.24.
+  void Upsert(const Record& record) const {
+    RequireKey();
+    fTable.Write(detail::RecordWrite::kUpsert, &record);
+  }
+  /// Inserts a row in the place of those with the same key or the same value of a unique field. Those are deleted, and
+  /// with them the rows that refer to them, where the reference cascades; Upsert deletes nothing.
+  void Replace(const Record& record) const { fTable.Write(detail::RecordWrite::kReplace, &record); }
   /// Gives the row with the record's key the record's values. Returns false if there is no such row.
-  bool Update(const Record& record) const { return fTable.Update(&record); }
+  bool Update(const Record& record) const {
+    RequireKey();
+    return fTable.Write(detail::RecordWrite::kUpdate, &record);
+  }
+  /// Makes the assignments in every row for which `term` holds, and returns how many those are. Throws Error for an
+  /// empty term, which may be one whose parts all vanished: EveryRow says that it is meant.
+  template <typename... A>
+  std::int64_t Update(const Term& term, const Assignment& first, const A&... others) const {
+    static_assert((std::is_same_v<A, Assignment> && ...), "After the term: Set(column, value), ...");
+    detail::Piece assignments;
+    assignments.Add(first.Parts());
+    ((assignments.AddSql(", "), assignments.Add(others.Parts())), ...);
+    return fTable.UpdateWhere(term, assignments);
+  }
   /// Deletes the row with this key. Returns false if there is none.
   template <typename... K>
   bool Delete(const K&... key) const {
-    const auto arguments = KeyOf(key...);
+    const detail::Arguments<K...> arguments = KeyOf(key...);
     return fTable.Delete(arguments.all, arguments.kCount);
   }
+  /// Deletes the rows for which `term` holds, and returns how many those were. Throws Error for an empty term, as
+  /// Update does.
+  std::int64_t Delete(const Term& term) const { return fTable.DeleteWhere(term); }
+
+  /// The rows for which `term` holds, all if it is empty.
+  Selection<Record> Select(const Term& term = {}) const { return Selection<Record>(fTable, term); }
+  /// How many rows `term` holds for; all if it is empty.
+  std::int64_t Count(const Term& term = {}) const { return fTable.Count(term); }
+  /// Whether `term` holds for a row; if it is empty, whether there is one.
+  bool Has(const Term& term = {}) const { return fTable.Has(term); }
 
  private:
+  static constexpr void RequireKey() {
+    static_assert(detail::KeyCount<Record>() > 0, "The struct has no key: describe one with Key(\"id\", &Part::id).");
+  }
+
   template <typename... K>
   static detail::Arguments<K...> KeyOf(const K&... key) {
-    static_assert(detail::kKeyCount<Record> > 0, "The struct has no key: describe one with Key(\"id\", &Part::id).");
-    static_assert(sizeof...(K) == detail::kKeyCount<Record>, "Give a value for each field of the key.");
+    RequireKey();
+    constexpr bool isComplete = sizeof...(K) == detail::KeyCount<Record>();
+    static_assert(isComplete, "Give one value for each part of the key.");
+    if constexpr (isComplete) {
+      static_assert(detail::CanBeKeys<Record, K...>(std::index_sequence_for<K...>()),
+                    "Give the parts of the key in the order of the fields: numbers for numbers, texts for texts.");
+    }
     return detail::Arguments<K...>(key...);
   }
 

@@ -1,0 +1,75 @@
+#ifndef SQLDB_KIT_TABLE_HANDLE_H
+#define SQLDB_KIT_TABLE_HANDLE_H
+
+// What Table and Selection are made of: the operations on a table, without the type of its records.
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/database.h"
+#include "sqldb/kit/lease.h"
+#include "sqldb/kit/piece.h"
+#include "sqldb/kit/record.h"
+#include "sqldb/kit/term.h"
+
+namespace sqldb::kit::detail {
+
+struct TableState;
+
+/// What is written with a record as a whole.
+enum class RecordWrite { kInsertOrIgnore, kUpsert, kReplace, kUpdate };
+
+/// Which rows of a table, and in which order.
+struct RowsWanted {
+  Piece term;
+  /// Empty for none.
+  Piece order;
+  std::int64_t limit = -1;
+  std::int64_t offset = 0;
+  bool isDistinct = false;
+};
+
+/// A table of a connection. Copies are the same. Everything throws Error.
+class SQLDB_EXPORT TableHandle {
+ public:
+  /// `name` is empty for that of the layout.
+  TableHandle(const Database& database, const RecordLayout& layout, std::string_view name);
+  TableHandle(const TableHandle& other) noexcept;
+  TableHandle& operator=(const TableHandle& other) noexcept;
+  ~TableHandle();
+
+  void Create(bool onlyIfMissing) const;
+  void Drop() const;
+
+  /// If there is a row with the key, reads it into what `emplace` makes of `optional`.
+  void Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void* optional)) const;
+  [[noreturn]] void ThrowNotFound() const;
+
+  /// Returns the rowid.
+  std::int64_t Insert(const void* record) const;
+  /// Returns whether a row was written.
+  bool Write(RecordWrite what, const void* record) const;
+  bool Delete(const Argument* key, std::size_t count) const;
+
+  std::int64_t UpdateWhere(const Term& term, const Piece& assignments) const;
+  std::int64_t DeleteWhere(const Term& term) const;
+  std::int64_t Count(const Term& term) const;
+  bool Has(const Term& term) const;
+
+  /// The statement that yields the rows, with its values.
+  Lease Select(const RowsWanted& wanted, Values lifetime) const;
+  std::int64_t CountRows(const RowsWanted& wanted) const;
+
+ private:
+  Lease Fixed(int which) const;
+  Lease SelectAs(int kind, const RowsWanted& wanted, Values lifetime) const;
+
+  ConnectionPointer fConnection;
+  TableState* fState;
+};
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_TABLE_HANDLE_H

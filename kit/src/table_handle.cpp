@@ -1,0 +1,310 @@
+#include "sqldb/kit/table_handle.h"
+
+#include <string>
+
+#include "connection.h"
+#include "marks.h"
+#include "table_state.h"
+
+namespace sqldb::kit::detail {
+
+namespace {
+
+// Statements of a table with a text that varies. The texts are found again by their marks.
+enum Kind : int {
+  kCount = 1,
+  kHas,
+  kDeleteWhere,
+  kUpdateWhere,
+  kSelect,
+  kCountRows,
+  // Added to the last two.
+  kDistinct = 16,
+  kLimited = 32,
+};
+
+// Between the parts of such a text.
+constexpr char kPartMark = '\x06';
+
+// A statement that is larger is compiled for each use: it has so many values that it hardly comes again.
+constexpr std::size_t kLargestKept = 8192;
+
+void AddWhere(std::string& sql, std::string_view term) {
+  if (!term.empty()) sql.append(" WHERE ").append(term);
+}
+
+// A text in two parts, with the values of both.
+struct Parts {
+  std::string_view first;
+  std::string_view firstValues;
+  std::string_view second;
+  std::string_view secondValues;
+  std::size_t valueCount;
+};
+
+Parts PartsOf(const Piece& only) { return Parts{only.Text(), only.Values(), {}, {}, only.ValueCount()}; }
+
+Parts PartsOf(const Piece& first, const Piece& second) {
+  return Parts{first.Text(), first.Values(), second.Text(), second.Values(), first.ValueCount() + second.ValueCount()};
+}
+
+// Takes and compiles the statements of one table whose text varies.
+class VaryingStatement {
+ public:
+  VaryingStatement(const ConnectionPointer& connection, const TableState& table, int kind, const Parts& parts)
+      : fConnection(connection), fTable(table), fKind(kind), fParts(parts) {}
+
+  // With the values of the parts.
+  Lease Take(Values lifetime) const {
+    SharedBytes key;
+    key.Append(fParts.first);
+    if (!fParts.second.empty()) {
+      key.Append(std::string_view(&kPartMark, 1));
+      key.Append(fParts.second);
+    }
+    if (KeptStatement* const kept = fConnection->fStatements.Find(StatementKey{key.View(), &fTable, fKind})) {
+      Lease lease(fConnection, *kept);
+      Bind(lease, lifetime);
+      return lease;
+    }
+    return Compile(key.View(), lifetime);
+  }
+
+ private:
+  void Bind(const Lease& lease, Values lifetime) const {
+    const int next = BindValues(lease.Statement(), 1, fParts.firstValues, lifetime);
+    BindValues(lease.Statement(), next, fParts.secondValues, lifetime);
+  }
+
+  Lease Compile(std::string_view key, Values lifetime) const {
+    sqlite3* const handle = fConnection->Handle();
+    const Working working(*fConnection);
+    StatementStore& statements = fConnection->fStatements;
+    // The limit and the offset beside them.
+    constexpr std::size_t kOthers = 2;
+    const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
+    if (fParts.valueCount + kOthers > most) return Lease(fConnection, statements.CompileOnce(handle, Sql(true)));
+    std::string sql = Sql(false);
+    const bool isKept = key.size() <= kLargestKept;
+    Lease lease(fConnection, isKept ? statements.Compile(handle, StatementKey{key, &fTable, fKind}, std::move(sql))
+                                    : statements.CompileOnce(handle, std::move(sql)));
+    Bind(lease, lifetime);
+    return lease;
+  }
+
+  std::string Written(std::string_view text, std::string_view values, bool asLiterals) const {
+    std::string sql;
+    if (text.empty()) return sql;
+    asLiterals ? WriteLiterals(sql, text, values) : WriteSql(sql, text);
+    return sql;
+  }
+
+  std::string Sql(bool asLiterals) const {
+    const std::string first = Written(fParts.first, fParts.firstValues, asLiterals);
+    const std::string second = Written(fParts.second, fParts.secondValues, asLiterals);
+    std::string sql;
+    switch (fKind) {
+      case kCount:
+        sql = "SELECT COUNT(*) FROM " + fTable.name;
+        AddWhere(sql, first);
+        return sql;
+      case kHas:
+        sql = "SELECT 1 FROM " + fTable.name;
+        AddWhere(sql, first);
+        return sql + " LIMIT 1";
+      case kDeleteWhere:
+        sql = "DELETE FROM " + fTable.name;
+        AddWhere(sql, first);
+        return sql;
+      case kUpdateWhere:
+        sql = "UPDATE " + fTable.name + " SET " + first;
+        AddWhere(sql, second);
+        return sql;
+      default:
+        return SelectSql(first, second);
+    }
+  }
+
+  std::string SelectSql(std::string_view term, std::string_view order) const {
+    std::string sql = fTable.SelectSql((fKind & kDistinct) != 0);
+    AddWhere(sql, term);
+    if (!order.empty()) sql.append(" ORDER BY ").append(order);
+    if ((fKind & kLimited) != 0) sql += " LIMIT ? OFFSET ?";
+    const bool isCount = (fKind & ~(kDistinct | kLimited)) == kCountRows;
+    return isCount ? "SELECT COUNT(*) FROM (" + sql + ")" : sql;
+  }
+
+  const ConnectionPointer& fConnection;
+  const TableState& fTable;
+  const int fKind;
+  const Parts& fParts;
+};
+
+// How many rows the connection has written last.
+std::int64_t Changes(const Lease& lease) {
+  sqlite3* const handle = sqlite3_db_handle(lease.Statement());
+#if SQLITE_VERSION_NUMBER >= 3037000
+  return sqlite3_changes64(handle);
+#else
+  return sqlite3_changes(handle);
+#endif
+}
+
+bool IsNumberedOnDemand(const TableState& table, const void* record) {
+  if (table.layout.keyCount != 1) return false;
+  for (const FieldEntry* field = table.layout.fields; field != table.layout.fields + table.layout.count; ++field) {
+    if (!field->isKey || field->shortcut != Shortcut::kInt64) continue;
+    return *reinterpret_cast<const std::int64_t*>(static_cast<const char*>(record) + field->offset) == 0;
+  }
+  return false;
+}
+
+}  // namespace
+
+TableHandle::TableHandle(const Database& database, const RecordLayout& layout, std::string_view name)
+    : fConnection(database.Connection()),
+      fState(&fConnection->fTables.Use(layout, name.empty() ? std::string_view(layout.table) : name)) {}
+
+TableHandle::TableHandle(const TableHandle& other) noexcept : fConnection(other.fConnection), fState(other.fState) {
+  ++fState->users;
+}
+
+TableHandle& TableHandle::operator=(const TableHandle& other) noexcept {
+  if (fState != other.fState) {
+    ++other.fState->users;
+    fConnection->fTables.Release(*fState);
+    fConnection = other.fConnection;
+    fState = other.fState;
+  }
+  return *this;
+}
+
+TableHandle::~TableHandle() { fConnection->fTables.Release(*fState); }
+
+Lease TableHandle::Fixed(int which) const {
+  KeptStatement*& place = fState->fixed[which];
+  if (place != nullptr && place->users == 0) {
+    place->users = 1;
+    return Lease(fConnection, *place);
+  }
+  sqlite3* const handle = fConnection->Handle();
+  const Working working(*fConnection);
+  return Lease(fConnection, fConnection->fStatements.Compile(handle, place, fState,
+                                                             fState->Sql(static_cast<TableState::Fixed>(which))));
+}
+
+void TableHandle::Create(bool onlyIfMissing) const {
+  const auto run = [&](std::string sql) {
+    sqlite3* const handle = fConnection->Handle();
+    const Working working(*fConnection);
+    Lease lease(fConnection, fConnection->fStatements.CompileOnce(handle, std::move(sql)));
+    return lease;
+  };
+  run(fState->CreateSql(onlyIfMissing)).Finish();
+  // One that was there may be another one, of which this tells.
+  if (onlyIfMissing) run(fState->SelectSql(false));
+}
+
+void TableHandle::Drop() const {
+  sqlite3* const handle = fConnection->Handle();
+  const Working working(*fConnection);
+  Lease(fConnection, fConnection->fStatements.CompileOnce(handle, "DROP TABLE " + fState->name)).Finish();
+}
+
+void TableHandle::Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void*)) const {
+  Lease lease = Fixed(TableState::kFind);
+  lease.Bind(key, count, Values::kLasting);
+  if (lease.Step()) LoadRecord(lease.Statement(), 0, fState->layout, emplace(optional));
+}
+
+void TableHandle::ThrowNotFound() const {
+  throw Error("There is no such row in " + fState->name + ".", SQLITE_NOTFOUND, fState->Sql(TableState::kFind));
+}
+
+std::int64_t TableHandle::Insert(const void* record) const {
+  Lease lease = Fixed(TableState::kInsert);
+  BindRecord(Target{lease.Statement(), 1, true}, fState->layout, record);
+  try {
+    lease.Step();
+  } catch (const ConstraintError& error) {
+    const bool isOfKey =
+        error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
+    if (!isOfKey || !IsNumberedOnDemand(*fState, record)) throw;
+    throw ConstraintError(std::string(error.Message()) +
+                              " (the key is 0: SQLite numbers rows whose key is an empty "
+                              "std::optional)",
+                          error.ExtendedCode(), error.Sql());
+  }
+  return sqlite3_last_insert_rowid(sqlite3_db_handle(lease.Statement()));
+}
+
+bool TableHandle::Write(RecordWrite what, const void* record) const {
+  static constexpr TableState::Fixed kFixed[] = {TableState::kInsertOrIgnore, TableState::kUpsert, TableState::kReplace,
+                                                 TableState::kUpdate};
+  Lease lease = Fixed(kFixed[static_cast<int>(what)]);
+  BindRecord(Target{lease.Statement(), 1, true}, fState->layout, record);
+  lease.Step();
+  return Changes(lease) > 0;
+}
+
+bool TableHandle::Delete(const Argument* key, std::size_t count) const {
+  Lease lease = Fixed(TableState::kDelete);
+  lease.Bind(key, count, Values::kLasting);
+  lease.Step();
+  return Changes(lease) > 0;
+}
+
+std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
+  if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
+  const Parts parts = PartsOf(assignments, term.Parts());
+  Lease lease = VaryingStatement(fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
+  lease.Step();
+  return Changes(lease);
+}
+
+std::int64_t TableHandle::DeleteWhere(const Term& term) const {
+  if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
+  const Parts parts = PartsOf(term.Parts());
+  Lease lease = VaryingStatement(fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
+  lease.Step();
+  return Changes(lease);
+}
+
+std::int64_t TableHandle::Count(const Term& term) const {
+  const Parts parts = PartsOf(term.Parts());
+  Lease lease = VaryingStatement(fConnection, *fState, kCount, parts).Take(Values::kLasting);
+  lease.Step();
+  return sqlite3_column_int64(lease.Statement(), 0);
+}
+
+bool TableHandle::Has(const Term& term) const {
+  const Parts parts = PartsOf(term.Parts());
+  return VaryingStatement(fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
+}
+
+Lease TableHandle::Select(const RowsWanted& wanted, Values lifetime) const {
+  return SelectAs(kSelect, wanted, lifetime);
+}
+
+Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime) const {
+  const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
+  if (wanted.isDistinct) kind |= kDistinct;
+  if (isLimited) kind |= kLimited;
+  const Parts parts = PartsOf(wanted.term, wanted.order);
+  Lease lease = VaryingStatement(fConnection, *fState, kind, parts).Take(lifetime);
+  if (isLimited) {
+    // The last two, also where the others are literals.
+    const int last = sqlite3_bind_parameter_count(lease.Statement());
+    BindInteger(Target{lease.Statement(), last - 1, true}, wanted.limit);
+    BindInteger(Target{lease.Statement(), last, true}, wanted.offset);
+  }
+  return lease;
+}
+
+std::int64_t TableHandle::CountRows(const RowsWanted& wanted) const {
+  Lease lease = SelectAs(kCountRows, wanted, Values::kLasting);
+  lease.Step();
+  return sqlite3_column_int64(lease.Statement(), 0);
+}
+
+}  // namespace sqldb::kit::detail
