@@ -1,15 +1,19 @@
 #include "compile.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 
 #include "sqldb/kit/error.h"
 
 namespace sqldb::kit::detail {
 
-bool IsEmptySql(std::string_view sql) {
+namespace {
+
+// What follows blanks and comments.
+std::string_view WithoutBlanks(std::string_view sql) {
   while (!sql.empty()) {
-    if (sql[0] == ' ' || sql[0] == '\t' || sql[0] == '\n' || sql[0] == '\r' || sql[0] == '\f' || sql[0] == ';') {
+    if (sql[0] == ' ' || sql[0] == '\t' || sql[0] == '\n' || sql[0] == '\r' || sql[0] == '\f') {
       sql.remove_prefix(1);
     } else if (sql.substr(0, 2) == "--") {
       sql.remove_prefix(std::min(sql.find('\n'), sql.size()));
@@ -17,20 +21,95 @@ bool IsEmptySql(std::string_view sql) {
       const std::size_t end = sql.find("*/", 2);
       sql.remove_prefix(end == std::string_view::npos ? sql.size() : end + 2);
     } else {
-      return false;
+      break;
     }
   }
-  return true;
+  return sql;
+}
+
+bool IsOfAName(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') || character == '_';
+}
+
+// Takes a name, quoted or not, off the beginning.
+std::string_view TakeName(std::string_view& sql) {
+  sql = WithoutBlanks(sql);
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  if (!sql.empty() && std::string_view("\"'`[").find(sql[0]) != std::string_view::npos) {
+    begin = 1;
+    end = std::min(sql.find(sql[0] == '[' ? ']' : sql[0], 1), sql.size());
+  } else {
+    while (end < sql.size() && IsOfAName(sql[end])) ++end;
+  }
+  const std::string_view name = sql.substr(begin, end - begin);
+  sql.remove_prefix(std::min(end + begin, sql.size()));
+  sql = WithoutBlanks(sql);
+  return name;
+}
+
+bool AreEqual(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && sqlite3_strnicmp(a.data(), b.data(), static_cast<int>(a.size())) == 0;
+}
+
+int SizeOf(std::string_view sql) {
+  if (sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    throw Error("The text is longer than SQLite takes.", SQLITE_TOOBIG);
+  }
+  return static_cast<int>(sql.size());
+}
+
+// What SQLite's words leave to the reader to find out.
+const char* AdviceFor(sqlite3* connection, int code) {
+  if (code == SQLITE_BUSY_SNAPSHOT) {
+    return sqlite3_get_autocommit(connection) != 0
+               ? ": a range is open that was begun before another connection wrote; end it before writing, or take its"
+                 " rows with All()"
+               : ": the transaction has read before another connection wrote; end it, and begin the next one to write"
+                 " at once";
+  }
+  if (code == SQLITE_LOCKED) return ": a range may be open; end it, or take its rows with All()";
+  return "";
+}
+
+}  // namespace
+
+bool IsEmptySql(std::string_view sql) {
+  sql = WithoutBlanks(sql);
+  while (!sql.empty() && sql[0] == ';') sql = WithoutBlanks(sql.substr(1));
+  return sql.empty();
+}
+
+bool Pragma::IsNamed(std::string_view other) const { return AreEqual(name, other); }
+
+Pragma PragmaOf(std::string_view sql) {
+  if (!AreEqual(TakeName(sql), "PRAGMA")) return Pragma{};
+  std::string_view name = TakeName(sql);
+  if (!sql.empty() && sql[0] == '.') {
+    sql.remove_prefix(1);
+    name = TakeName(sql);
+  }
+  return Pragma{name, sql};
+}
+
+sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql) {
+  sqlite3_stmt* statement = nullptr;
+  const char* tail = nullptr;
+  const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql), &statement, &tail);
+  if (result != SQLITE_OK) ThrowError(connection, result, sql);
+  sql = sql.substr(0, static_cast<std::size_t>(tail - sql.data()));
+  if (statement == nullptr && sql.empty()) throw Error("There is a zero byte in the text.", SQLITE_MISUSE);
+  return statement;
 }
 
 sqlite3_stmt* CompileOne(sqlite3* connection, std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
   const char* tail = nullptr;
-  const auto size = static_cast<int>(sql.size());
 #ifdef SQLITE_PREPARE_PERSISTENT
-  const int result = sqlite3_prepare_v3(connection, sql.data(), size, SQLITE_PREPARE_PERSISTENT, &statement, &tail);
+  const int result =
+      sqlite3_prepare_v3(connection, sql.data(), SizeOf(sql), SQLITE_PREPARE_PERSISTENT, &statement, &tail);
 #else
-  const int result = sqlite3_prepare_v2(connection, sql.data(), size, &statement, &tail);
+  const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql), &statement, &tail);
 #endif
   if (result != SQLITE_OK) ThrowError(connection, result, sql);
   if (statement == nullptr) throw Error("There is no statement in the text.", SQLITE_MISUSE, sql);
@@ -44,7 +123,10 @@ sqlite3_stmt* CompileOne(sqlite3* connection, std::string_view sql) {
 void ThrowError(sqlite3* connection, int code, std::string_view sql) {
   const int extended = sqlite3_extended_errcode(connection);
   if ((extended & 0xFF) == (code & 0xFF)) code = extended;
-  const char* const message = sqlite3_errmsg(connection);
+  ThrowAsItIs(std::string(sqlite3_errmsg(connection)) + AdviceFor(connection, code), code, sql);
+}
+
+void ThrowAsItIs(const std::string& message, int code, std::string_view sql) {
   switch (code & 0xFF) {
     case SQLITE_NOMEM:
       throw std::bad_alloc();

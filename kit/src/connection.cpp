@@ -44,20 +44,43 @@ void Connection::WaitFor(int busyTimeout) {
   sqlite3_busy_handler(Handle(), &Wait, this);
 }
 
-void Connection::RunScript(std::string_view sql) {
+template <typename Take>
+std::string_view Connection::RunFirst(std::string_view sql, Take take) {
   const Working working(*this);
-  while (!IsEmptySql(sql)) {
-    sqlite3_stmt* statement = nullptr;
-    const char* tail = nullptr;
-    const int result = sqlite3_prepare_v2(Handle(), sql.data(), static_cast<int>(sql.size()), &statement, &tail);
-    if (result != SQLITE_OK) ThrowError(Handle(), result, sql);
-    const std::string_view text = sql.substr(0, static_cast<std::size_t>(tail - sql.data()));
-    sql.remove_prefix(text.size());
-    int step = SQLITE_ROW;
-    const Finalizer finalizer{statement};
-    while (step == SQLITE_ROW) step = sqlite3_step(statement);
-    if (step != SQLITE_DONE) ThrowError(Handle(), step, text);
+  std::string_view text = sql;
+  const Finalizer finalizer{CompileFirst(Handle(), text)};
+  sqlite3_stmt* const statement = finalizer.fStatement;
+  // A semicolon or a comment.
+  if (statement == nullptr) return sql.substr(text.size());
+  CheckPragma(text);
+  int step = sqlite3_step(statement);
+  for (; step == SQLITE_ROW; step = sqlite3_step(statement)) take(statement);
+  if (step != SQLITE_DONE) ThrowError(Handle(), step, text);
+  return sql.substr(text.size());
+}
+
+void Connection::CheckPragma(std::string_view sql) const {
+  const Pragma pragma = PragmaOf(sql);
+  if (fBusyTimeout != 0 && pragma.IsNamed("busy_timeout")) {
+    throw Error("How long a busy file is waited for is said by Options::busyTimeout; this would end the waiting.",
+                SQLITE_MISUSE, sql);
   }
+  if (pragma.IsNamed("encoding") && pragma.value.find("16") != std::string_view::npos) {
+    throw Error("Only UTF-8 can keep the bytes of every text.", SQLITE_MISUSE, sql);
+  }
+}
+
+void Connection::RunScript(std::string_view sql) {
+  while (!IsEmptySql(sql)) sql = RunFirst(sql, [](sqlite3_stmt*) {});
+}
+
+std::string Connection::Ask(std::string_view sql) {
+  std::string answer;
+  RunFirst(sql, [&answer](sqlite3_stmt* statement) {
+    const unsigned char* const text = sqlite3_column_text(statement, 0);
+    if (text != nullptr) answer = reinterpret_cast<const char*>(text);
+  });
+  return answer;
 }
 
 void Connection::Close() noexcept {

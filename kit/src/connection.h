@@ -4,6 +4,7 @@
 // What the kit keeps for one connection: the core's database, and the compiled statements.
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include <sqlite3.h>
@@ -33,6 +34,10 @@ class Connection {
   // Milliseconds. Only while one of its statements is at work.
   void WaitFor(int busyTimeout);
   void RunScript(std::string_view sql);
+  // The first value of the first row; empty if there is none, or if it is NULL. The statement is not kept.
+  std::string Ask(std::string_view sql);
+  // Throws Error for a PRAGMA that would take away what the connection relies on.
+  void CheckPragma(std::string_view sql) const;
   // The core's database, too, unless others share it.
   void Close() noexcept;
 
@@ -45,6 +50,9 @@ class Connection {
   friend class ConnectionPointer;
 
   static int Wait(void* connection, int tries);
+  // Runs the first statement of the text, and hands each row to `take`. Returns the rest of the text.
+  template <typename Take>
+  std::string_view RunFirst(std::string_view sql, Take take);
 
   boost::shared_ptr<SQLDatabase> fCore;
   std::size_t fUsers = 0;

@@ -2,65 +2,20 @@
 
 #include <utility>
 
-#include <boost/make_shared.hpp>
-
 #include "connection.h"
+#include "opening.h"
 
 namespace sqldb::kit {
 
-namespace {
-
-int FlagsOf(const Options& options) {
-  // One thread at a time uses a connection, so SQLite need not lock it.
-  int flags = SQLITE_OPEN_NOMUTEX;
-  switch (options.access) {
-    case Access::kCreate:
-    case Access::kReadWriteCreate:
-      flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-      break;
-    case Access::kReadWrite:
-      flags |= SQLITE_OPEN_READWRITE;
-      break;
-    case Access::kReadOnly:
-      flags |= SQLITE_OPEN_READONLY;
-      break;
-  }
-  if (options.isUri) flags |= SQLITE_OPEN_URI;
-  return flags;
-}
-
-// Opened, but not yet set up.
-boost::shared_ptr<SQLDatabase> Open(const std::string& path, const Options& options) {
-  auto core = boost::make_shared<SQLDatabase>(path, options.access == Access::kReadOnly);
-  sqlite3* connection = nullptr;
-  const int result =
-      sqlite3_open_v2(path.c_str(), &connection, FlagsOf(options), options.vfs.empty() ? nullptr : options.vfs.c_str());
-  if (result != SQLITE_OK) {
-    const int code = connection != nullptr ? sqlite3_extended_errcode(connection) : result;
-    const std::string why = connection != nullptr ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
-    sqlite3_close(connection);
-    throw Error("'" + path + "' cannot be opened: " + why, code);
-  }
-  core->fConnection = connection;
-  core->fIsOpen = true;
-  return core;
-}
-
-}  // namespace
-
 Database::Database(const std::string& path, const Options& options)
-    : fConnection(new detail::Connection(Open(path, options), options.keptStatements)) {
-  detail::Connection& connection = *fConnection;
-  sqlite3* const handle = connection.Handle();
-  sqlite3_extended_result_codes(handle, 1);
-  connection.WaitFor(options.busyTimeout);
-  Execute(options.foreignKeys ? "PRAGMA foreign_keys = ON" : "PRAGMA foreign_keys = OFF");
-  if (options.wal) Execute("PRAGMA journal_mode = WAL");
+    : fConnection(new detail::Connection(detail::OpenFile(path, options), options.keptStatements)) {
+  detail::SetUp(*fConnection, path, options);
 }
 
 Database::Database(boost::shared_ptr<SQLDatabase> core)
     : fConnection(new detail::Connection(std::move(core), Options().keptStatements)) {
   fConnection->Handle();
+  detail::CheckEncoding(*fConnection);
 }
 
 Database::~Database() { Close(); }

@@ -41,8 +41,26 @@ int PlaceOf(const KeptStatement& kept, const Argument* arguments, std::size_t in
 KeptStatement& Take(Connection& connection, std::string_view sql) {
   const StatementKey key{sql};
   if (KeptStatement* const kept = connection.fStatements.Find(key)) return *kept;
+  connection.CheckPragma(sql);
   const Working working(connection);
   return connection.fStatements.Compile(connection.Handle(), key, std::string(sql));
+}
+
+// In 64 bits where the engine has them: more than 2^31 rows may be changed while a program runs.
+std::int64_t Changes(sqlite3* connection) {
+#if SQLITE_VERSION_NUMBER >= 3037000
+  return sqlite3_changes64(connection);
+#else
+  return sqlite3_changes(connection);
+#endif
+}
+
+std::int64_t TotalChanges(sqlite3* connection) {
+#if SQLITE_VERSION_NUMBER >= 3037000
+  return sqlite3_total_changes64(connection);
+#else
+  return sqlite3_total_changes(connection);
+#endif
 }
 
 }  // namespace
@@ -123,11 +141,12 @@ bool Lease::Step() {
 
 std::int64_t Lease::Finish() {
   sqlite3* const connection = sqlite3_db_handle(Statement());
-  const int before = sqlite3_total_changes(connection);
+  const std::int64_t before = TotalChanges(connection);
   while (Step()) {
   }
-  // Not what an earlier statement has changed, which is what a CREATE would tell.
-  const std::int64_t changes = sqlite3_total_changes(connection) == before ? 0 : sqlite3_changes(connection);
+  // Not what an earlier statement has changed, which is what a CREATE would tell, nor what a function called by a SELECT
+  // has.
+  const std::int64_t changes = !IsWriting() || TotalChanges(connection) == before ? 0 : Changes(connection);
   Reset();
   return changes;
 }

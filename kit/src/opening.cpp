@@ -1,0 +1,185 @@
+#include "opening.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include <boost/make_shared.hpp>
+
+#include "compile.h"
+#include "literal.h"
+
+namespace sqldb::kit::detail {
+
+namespace {
+
+[[noreturn]] void ThrowUnopened(const std::string& path, std::string_view why, int code, std::string_view sql = {}) {
+  ThrowAsItIs("'" + path + "' cannot be opened: " + std::string(why), code, sql);
+}
+
+int FlagsOf(const Options& options) {
+  int flags = options.isSerialized ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX;
+  if (options.isUri) flags |= SQLITE_OPEN_URI;
+  switch (options.access) {
+    case Access::kCreate:
+    case Access::kReadWriteCreate:
+      return flags | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    case Access::kReadWrite:
+      return flags | SQLITE_OPEN_READWRITE;
+    case Access::kReadOnly:
+      break;
+  }
+  return flags | SQLITE_OPEN_READONLY;
+}
+
+// A connection that is closed unless it is taken.
+class Opened {
+ public:
+  Opened(const std::string& path, const Options& options, int flags) {
+    const char* const vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
+    fResult = sqlite3_open_v2(path.c_str(), &fConnection, flags, vfs);
+  }
+  ~Opened() { sqlite3_close(fConnection); }
+  Opened(const Opened&) = delete;
+  Opened& operator=(const Opened&) = delete;
+
+  int Result() const { return fResult; }
+  // What is in memory, or goes with the connection, has no name.
+  bool IsFile() const {
+    const char* const name = sqlite3_db_filename(fConnection, "main");
+    return name != nullptr && name[0] != '\0';
+  }
+  std::string Why() const {
+    if (fConnection == nullptr) return sqlite3_errstr(fResult);
+    std::string why = sqlite3_errmsg(fConnection);
+    const int reason = sqlite3_system_errno(fConnection);
+    if (reason != 0) why.append(": ").append(std::strerror(reason));
+    return why;
+  }
+  int Code() const { return fConnection != nullptr ? sqlite3_extended_errcode(fConnection) : fResult; }
+  sqlite3* Take() { return std::exchange(fConnection, nullptr); }
+
+ private:
+  sqlite3* fConnection = nullptr;
+  int fResult;
+};
+
+constexpr char kIsThere[] = "it is there already";
+
+// Throws Error if the file is there. SQLite itself has no word for that, so it is tried without being made. Where the
+// file's name is the system's, it is made in one step then, so that of several that do so only one succeeds.
+void CheckIsNew(const std::string& path, const Options& options) {
+  const Opened opened(path, options, FlagsOf(options) & ~SQLITE_OPEN_CREATE);
+  if (opened.Result() == SQLITE_OK && opened.IsFile()) ThrowUnopened(path, kIsThere, SQLITE_CANTOPEN);
+#ifndef _WIN32
+  if (opened.Result() != SQLITE_CANTOPEN || options.isUri || !options.vfs.empty()) return;
+  if (std::FILE* const made = std::fopen(path.c_str(), "wbx")) {
+    std::fclose(made);
+  } else if (errno == EEXIST) {
+    ThrowUnopened(path, kIsThere, SQLITE_CANTOPEN);
+  }
+#endif
+}
+
+// Sends the key before all else, as the engine wants it. No message has it.
+void SendKey(Connection& connection, const std::string& key) {
+  if (connection.Ask("PRAGMA cipher_version").empty()) {
+    throw Error("it has a key, and SQLite is built without encryption", SQLITE_MISUSE);
+  }
+  if (key.find('\0') != std::string::npos) throw Error("its key has a zero byte", SQLITE_MISUSE);
+  std::string sql = "PRAGMA key = ";
+  LiteralWriter(sql).TakeText(key);
+  connection.Ask(sql);
+}
+
+// With the message of SQLite's own allocation.
+struct Message {
+  ~Message() { sqlite3_free(text); }
+  char* text = nullptr;
+};
+
+void LoadModule(sqlite3* connection, const std::string& module) {
+  Message message;
+  // For this call only: SQL is not to load any.
+  sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
+  const int result = sqlite3_load_extension(connection, module.c_str(), nullptr, &message.text);
+  sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
+  if (result == SQLITE_OK) return;
+  const std::string why = message.text != nullptr ? message.text : sqlite3_errstr(result);
+  throw Error("the module '" + module + "' cannot be loaded: " + why, result);
+}
+
+void EnterWal(Connection& connection) {
+  const std::string mode = connection.Ask("PRAGMA journal_mode = WAL");
+  if (mode != "wal") throw Error("it cannot be put into WAL mode, and stays in mode " + mode, SQLITE_CANTOPEN);
+}
+
+const char* SqlOf(Synchronous synchronous) {
+  switch (synchronous) {
+    case Synchronous::kAsBuilt:
+      break;
+    case Synchronous::kOff:
+      return "PRAGMA synchronous = OFF";
+    case Synchronous::kNormal:
+      return "PRAGMA synchronous = NORMAL";
+    case Synchronous::kFull:
+      return "PRAGMA synchronous = FULL";
+    case Synchronous::kExtra:
+      return "PRAGMA synchronous = EXTRA";
+  }
+  return "";
+}
+
+void Configure(Connection& connection, const Options& options) {
+  connection.WaitFor(options.busyTimeout);
+  if (!options.module.empty()) LoadModule(connection.Handle(), options.module);
+  // Reads the file, and so tells whether it is a database.
+  CheckEncoding(connection);
+  if (options.wal) EnterWal(connection);
+  connection.RunScript(SqlOf(options.synchronous));
+  connection.RunScript(options.foreignKeys ? "PRAGMA foreign_keys = ON" : "PRAGMA foreign_keys = OFF");
+  if (options.setUp.empty()) return;
+  connection.RunScript(options.setUp);
+  CheckEncoding(connection);
+}
+
+}  // namespace
+
+boost::shared_ptr<SQLDatabase> OpenFile(const std::string& path, const Options& options) {
+  if (path.find('\0') != std::string::npos) ThrowUnopened(path, "its name has a zero byte", SQLITE_MISUSE);
+  if (options.access == Access::kCreate) CheckIsNew(path, options);
+  auto core = boost::make_shared<SQLDatabase>(path, options.access == Access::kReadOnly);
+  Opened opened(path, options, FlagsOf(options));
+  if (opened.Result() == SQLITE_NOMEM) throw std::bad_alloc();
+  if (opened.Result() != SQLITE_OK) ThrowUnopened(path, opened.Why(), opened.Code());
+  core->fConnection = opened.Take();
+  core->fIsOpen = true;
+  sqlite3_extended_result_codes(core->fConnection, 1);
+  return core;
+}
+
+void SetUp(Connection& connection, const std::string& path, const Options& options) {
+  try {
+    if (!options.key.empty()) SendKey(connection, options.key);
+  } catch (const Error& error) {
+    // Without the SQL, which has the key.
+    ThrowUnopened(path, error.Message(), error.ExtendedCode());
+  }
+  try {
+    Configure(connection, options);
+  } catch (const Error& error) {
+    std::string why(error.Message());
+    if (error.Code() == SQLITE_NOTADB && !options.key.empty()) why += ", or has another key";
+    ThrowUnopened(path, why, error.ExtendedCode(), error.Sql());
+  }
+}
+
+void CheckEncoding(Connection& connection) {
+  const std::string encoding = connection.Ask("PRAGMA encoding");
+  if (encoding == "UTF-8") return;
+  throw Error("its encoding is " + encoding + ", which cannot keep the bytes of every text; UTF-8 can",
+              SQLITE_MISUSE);
+}
+
+}  // namespace sqldb::kit::detail
