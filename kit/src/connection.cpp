@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "compile.h"
+#include "list_module.h"
 
 namespace sqldb::kit::detail {
 
@@ -18,7 +19,9 @@ struct Finalizer {
 }  // namespace
 
 Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept)
-    : fStatements(mostKept), fCore(std::move(core)) {}
+    : fStatements(mostKept), fCore(std::move(core)) {
+  OfferLists(Handle());
+}
 
 SQLDatabase& Connection::Core() const {
   if (!fCore || !fCore->fIsOpen) throw Error("The database is not open.", SQLITE_MISUSE);

@@ -14,7 +14,6 @@ Database::Database(const std::string& path, const Options& options)
 
 Database::Database(boost::shared_ptr<SQLDatabase> core)
     : fConnection(new detail::Connection(std::move(core), Options().keptStatements)) {
-  fConnection->Handle();
   detail::CheckEncoding(*fConnection);
 }
 

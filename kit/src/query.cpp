@@ -169,6 +169,16 @@ void LoadPiece(ColumnsOfRow& columns, const RowPiece& piece, void* place) {
 
 }  // namespace
 
+std::string NamesOf(const RecordLayout& layout, std::string_view alias) {
+  std::string names;
+  for (const FieldEntry* field = layout.fields; field != layout.fields + layout.count; ++field) {
+    if (!names.empty()) names += ", ";
+    if (!alias.empty()) names.append(alias).append(".");
+    names += field->name;
+  }
+  return names;
+}
+
 RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
   fLease.Statement();

@@ -88,6 +88,15 @@ double ReadReal(const Source& source) {
   return real;
 }
 
+float ReadFloat(const Source& source) {
+  const double real = ReadReal(source);
+  const bool isWithin = std::isinf(real) || std::fabs(real) <= static_cast<double>(std::numeric_limits<float>::max());
+  if (!isWithin || static_cast<double>(static_cast<float>(real)) != real) {
+    ThrowUnfit(source, "a real number that no float holds exactly");
+  }
+  return static_cast<float>(real);
+}
+
 std::string_view ReadText(const Source& source) {
   if (sqlite3_value_type(source.value) != SQLITE_TEXT) ThrowOtherClass(source, "a text");
   const unsigned char* const text = sqlite3_value_text(source.value);

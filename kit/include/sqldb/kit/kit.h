@@ -5,6 +5,7 @@
 
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/error.h"
+#include "sqldb/kit/list.h"
 #include "sqldb/kit/query.h"
 #include "sqldb/kit/record.h"
 #include "sqldb/kit/statement.h"

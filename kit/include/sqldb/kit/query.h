@@ -295,7 +295,17 @@ struct RowOf<T> {
   using type = T;
 };
 
+/// "p.id, p.name", or "id, name" without an alias.
+SQLDB_EXPORT std::string NamesOf(const RecordLayout& layout, std::string_view alias);
+
 }  // namespace detail
+
+/// The columns of a struct for a SELECT, in the order of its fields: Columns<Part>("p") is "p.id, p.name, p.price".
+/// REQUIRES: `alias` is SQL, never input.
+template <typename Struct>
+std::string Columns(std::string_view alias = {}) {
+  return detail::NamesOf(detail::LayoutOf<Struct>(), alias);
+}
 
 /// A query with its values. begin() runs it and reads its first row, and runs it anew when called again; the iterators
 /// made before are then not to be used any more. Each further row is read when the iterator comes to it, into the same

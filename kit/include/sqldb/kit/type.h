@@ -24,7 +24,8 @@
 //   std::optional<T>         as T     no value is NULL
 //
 // A value is converted if nothing is lost, otherwise ConversionError is thrown: 2.0 can be read into an integer, 1.5
-// and "2" cannot; an integer into a double, if that holds it exactly; NULL into a std::optional only.
+// and "2" cannot; an integer into a double, and a real into a float, if that holds it exactly; NULL into a std::optional
+// only.
 
 #include <array>
 #include <cstddef>
@@ -34,6 +35,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "sqldb/export.h"
@@ -115,6 +117,7 @@ SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
 SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
 SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
 SQLDB_EXPORT double ReadReal(const Source& source);
+SQLDB_EXPORT float ReadFloat(const Source& source);
 /// Valid until the statement is stepped or reset.
 SQLDB_EXPORT std::string_view ReadText(const Source& source);
 /// The same.
@@ -130,9 +133,39 @@ SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
 
-/// What a value of type T comes to in the end: kSql, Load and Bind. By way of its Type, if it has one.
+template <typename T, typename = void>
+constexpr bool kHasType = false;
+template <typename T>
+constexpr bool kHasType<T, std::void_t<decltype(Type<T>::Store(std::declval<const T&>()))>> = true;
+
+template <typename T>
+constexpr bool kIsCharacter = kIsOneOf<T, char, wchar_t, char16_t, char32_t>;
+
+template <typename T>
+constexpr bool kIsOptional = false;
+template <typename T>
+constexpr bool kIsOptional<std::optional<T>> = true;
+
+/// What a value of type T comes to in the end: kSql, Load and Bind. This one is of those that are not stored.
 template <typename T, typename = void>
 struct Codec {
+  static_assert(!kIsCharacter<T>,
+                "A character is not stored: use std::string or char[N] for texts, std::int8_t for small numbers.");
+  static_assert(!std::is_same_v<T, std::string_view> && !std::is_pointer_v<T>,
+                "What is read has values of its own: std::string rather than std::string_view or a pointer.");
+  static_assert(kIsCharacter<T> || std::is_same_v<T, std::string_view> || std::is_pointer_v<T>,
+                "This type is not stored: specialise sqldb::kit::Type for it, which says what it is stored as. A struct"
+                " is a row if it has a static constexpr Description.");
+  static constexpr const char* kSql = "";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source&, T&) {}
+  static void Bind(const Target&, const T&) {}
+};
+
+/// By way of its Type.
+template <typename T>
+struct Codec<T, std::enable_if_t<kHasType<T>>> {
   using Stored = std::decay_t<decltype(Type<T>::Store(std::declval<const T&>()))>;
   using Inner = Codec<Stored>;
   static constexpr const char* kSql = Inner::kSql;
@@ -190,13 +223,22 @@ struct Codec<bool> {
   static void Bind(const Target& target, bool value) { BindInteger(target, value ? 1 : 0); }
 };
 
-template <typename T>
-struct Codec<T, std::enable_if_t<kIsOneOf<T, float, double>>> {
+template <>
+struct Codec<double> {
   static constexpr const char* kSql = "REAL";
   static constexpr bool kCanBeNull = false;
 
-  static void Load(const Source& source, T& value) { value = static_cast<T>(ReadReal(source)); }
-  static void Bind(const Target& target, T value) { BindReal(target, static_cast<double>(value)); }
+  static void Load(const Source& source, double& value) { value = ReadReal(source); }
+  static void Bind(const Target& target, double value) { BindReal(target, value); }
+};
+
+template <>
+struct Codec<float> {
+  static constexpr const char* kSql = "REAL";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, float& value) { value = ReadFloat(source); }
+  static void Bind(const Target& target, float value) { BindReal(target, static_cast<double>(value)); }
 };
 
 template <>
@@ -246,6 +288,7 @@ struct Codec<Blob> {
 
 template <typename T>
 struct Codec<std::optional<T>> {
+  static_assert(!kIsOptional<T>, "NULL says once that there is no value: use one std::optional.");
   static constexpr const char* kSql = Codec<T>::kSql;
   static constexpr bool kCanBeNull = true;
 

@@ -1,0 +1,68 @@
+#ifndef SQLDB_KIT_LIST_H
+#define SQLDB_KIT_LIST_H
+
+// A list of any length as the value of one parameter, so that one text serves all lengths:
+//
+//   std::vector<std::int64_t> ids = ...;
+//   database.All<Part>("SELECT * FROM parts WHERE id IN (SELECT value FROM list(?))", List(ids));
+//
+// list(?) is a table with the one column `value`, in the order of the list. The kit gives it to every connection; a table
+// of the database with this name hides it.
+
+#include "sqldb/export.h"
+#include "sqldb/kit/lease.h"
+#include "sqldb/kit/type.h"
+
+namespace sqldb::kit {
+
+namespace detail {
+
+template <typename Range>
+struct ListValue {
+  const Range& range;
+};
+
+class ListValues;
+
+/// Collects the values of a list.
+class SQLDB_EXPORT ListBuilder {
+ public:
+  /// Throws Error if SQLite is older than 3.20.
+  ListBuilder();
+  ~ListBuilder();
+  ListBuilder(const ListBuilder&) = delete;
+  ListBuilder& operator=(const ListBuilder&) = delete;
+
+  void Add(const Argument& value);
+  /// Once, after the last one.
+  void Bind(const Target& target);
+
+ private:
+  ListValues* fValues;
+};
+
+template <typename Range>
+void BindList(const Target& target, const void* list) {
+  ListBuilder builder;
+  for (const auto& value : static_cast<const ListValue<Range>*>(list)->range) builder.Add(ArgumentOf(value));
+  builder.Bind(target);
+}
+
+template <typename Range>
+Argument ArgumentOf(const ListValue<Range>& list) {
+  return Argument{nullptr, &list, &BindList<Range>};
+}
+
+}  // namespace detail
+
+/// The values of `range` for one parameter, which stands in list(?). Each is stored as its Type says. They are copied when
+/// the call binds them. Needs SQLite 3.20.
+/// REQUIRES: `range` outlives the call that takes the list.
+template <typename Range>
+detail::ListValue<Range> List(const Range& range) {
+  return detail::ListValue<Range>{range};
+}
+
+}  // namespace sqldb::kit
+
+#endif  // SQLDB_KIT_LIST_H
