@@ -23,7 +23,8 @@ struct Pragma {
 };
 Pragma PragmaOf(std::string_view sql);
 
-// The first statement of `sql`, which is then its text alone; null if that is only a semicolon or a comment. Throws Error.
+// The first statement of `sql`, which is then its text alone; null if that is only a semicolon or a comment. Throws
+// Error.
 sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql);
 
 // The statement of `sql`, to be kept. Throws Error, among others if there is none, or if there are several.

@@ -144,8 +144,8 @@ std::int64_t Lease::Finish() {
   const std::int64_t before = TotalChanges(connection);
   while (Step()) {
   }
-  // Not what an earlier statement has changed, which is what a CREATE would tell, nor what a function called by a SELECT
-  // has.
+  // Not what an earlier statement has changed, which is what a CREATE would tell, nor what a function called by a
+  // SELECT has.
   const std::int64_t changes = !IsWriting() || TotalChanges(connection) == before ? 0 : Changes(connection);
   Reset();
   return changes;

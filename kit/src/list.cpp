@@ -172,8 +172,8 @@ ListBuilder::ListBuilder() : fValues(new ListValues) {}
 
 void ListBuilder::Bind(const Target& target) {
   // SQLite deletes them also if it fails.
-  const int result = sqlite3_bind_pointer(target.statement, target.parameter, std::exchange(fValues, nullptr),
-                                          kPointerType, &Delete);
+  const int result =
+      sqlite3_bind_pointer(target.statement, target.parameter, std::exchange(fValues, nullptr), kPointerType, &Delete);
   if (result != SQLITE_OK) ThrowError(sqlite3_db_handle(target.statement), result, {});
 }
 

@@ -178,8 +178,7 @@ void SetUp(Connection& connection, const std::string& path, const Options& optio
 void CheckEncoding(Connection& connection) {
   const std::string encoding = connection.Ask("PRAGMA encoding");
   if (encoding == "UTF-8") return;
-  throw Error("its encoding is " + encoding + ", which cannot keep the bytes of every text; UTF-8 can",
-              SQLITE_MISUSE);
+  throw Error("its encoding is " + encoding + ", which cannot keep the bytes of every text; UTF-8 can", SQLITE_MISUSE);
 }
 
 }  // namespace sqldb::kit::detail

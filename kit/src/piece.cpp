@@ -1,188 +1,16 @@
 #include "sqldb/kit/piece.h"
 
 #include <cstring>
-#include <vector>
+#include <new>
 
-#include "literal.h"
-#include "marks.h"
+#include <sqlite3.h>
+
+#include "piece_values.h"
 #include "sqldb/kit/error.h"
 
 namespace sqldb::kit::detail {
 
 namespace {
-
-enum class Kind : char { kNull, kInteger, kReal, kText, kBlob };
-
-// Appends values, each as its kind and its bytes.
-class ValueWriter final : public ValueSink {
- public:
-  explicit ValueWriter(SharedBytes& values) : fValues(values) {}
-
-  void TakeNull() override { Write(Kind::kNull, nullptr, 0); }
-  void TakeInteger(std::int64_t value) override { Write(Kind::kInteger, &value, sizeof value); }
-  void TakeReal(double value) override { Write(Kind::kReal, &value, sizeof value); }
-  void TakeText(std::string_view text) override { WriteBytes(Kind::kText, text); }
-  void TakeBlob(std::string_view bytes) override { WriteBytes(Kind::kBlob, bytes); }
-
- private:
-  void Write(Kind kind, const void* bytes, std::size_t size) {
-    char buffer[1 + sizeof(std::uint64_t)];
-    buffer[0] = static_cast<char>(kind);
-    if (size > 0) std::memcpy(buffer + 1, bytes, size);
-    fValues.Append(std::string_view(buffer, 1 + size));
-  }
-  void WriteBytes(Kind kind, std::string_view bytes) {
-    const std::uint64_t size = bytes.size();
-    Write(kind, &size, sizeof size);
-    fValues.Append(bytes);
-  }
-
-  SharedBytes& fValues;
-};
-
-// Hands values out again, in their order.
-class ValueReader {
- public:
-  explicit ValueReader(std::string_view values) : fLeft(values) {}
-
-  bool IsAtEnd() const { return fLeft.empty(); }
-
-  void Next(const Target& target) {
-    const auto kind = static_cast<Kind>(fLeft[0]);
-    fLeft.remove_prefix(1);
-    switch (kind) {
-      case Kind::kNull:
-        return BindNull(target);
-      case Kind::kInteger:
-        return BindInteger(target, Read<std::int64_t>());
-      case Kind::kReal:
-        return BindReal(target, Read<double>());
-      case Kind::kText:
-        return BindText(target, ReadBytes());
-      case Kind::kBlob:
-        return BindBlob(target, ReadBytes());
-    }
-  }
-
- private:
-  template <typename T>
-  T Read() {
-    T value;
-    std::memcpy(&value, fLeft.data(), sizeof value);
-    fLeft.remove_prefix(sizeof value);
-    return value;
-  }
-  std::string_view ReadBytes() {
-    const auto size = static_cast<std::size_t>(Read<std::uint64_t>());
-    const std::string_view bytes = fLeft.substr(0, size);
-    fLeft.remove_prefix(size);
-    return bytes;
-  }
-
-  std::string_view fLeft;
-};
-
-// Writes marked text as SQL. Many operands in a row become a balanced tree: SQLite bounds the depth of an expression,
-// which for a row of them is their number.
-class SqlWriter {
- public:
-  // `values` is null for question marks.
-  SqlWriter(std::string& sql, ValueReader* values) : fSql(sql), fLiterals(sql), fValues(values) {}
-
-  // Operands beside one another, or one.
-  void WriteLevel(std::string_view text) {
-    char mark = 0;
-    const std::vector<std::string_view> operands = Split(text, mark);
-    WriteOperands(operands, 0, operands.size(), mark == kOrMark ? " OR " : " AND ");
-  }
-
- private:
-  static constexpr std::size_t kMostInARow = 100;
-  static constexpr int kDeepest = 1000;
-
-  static std::vector<std::string_view> Split(std::string_view text, char& mark) {
-    std::vector<std::string_view> operands;
-    int depth = 0;
-    std::size_t begin = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      const char character = text[i];
-      if (character == kOpenMark) {
-        ++depth;
-      } else if (character == kCloseMark) {
-        --depth;
-      } else if (depth == 0 && (character == kAndMark || character == kOrMark)) {
-        mark = character;
-        operands.push_back(text.substr(begin, i - begin));
-        begin = i + 1;
-      }
-    }
-    operands.push_back(text.substr(begin));
-    return operands;
-  }
-
-  void WriteOperands(const std::vector<std::string_view>& operands, std::size_t begin, std::size_t end,
-                     const char* operation) {
-    if (end - begin > kMostInARow) {
-      const std::size_t middle = begin + (end - begin) / 2;
-      fSql += '(';
-      WriteOperands(operands, begin, middle, operation);
-      fSql.append(")").append(operation).append("(");
-      WriteOperands(operands, middle, end, operation);
-      fSql += ')';
-      return;
-    }
-    for (std::size_t i = begin; i < end; ++i) {
-      if (i > begin) fSql += operation;
-      WriteOperand(operands[i]);
-    }
-  }
-
-  void WriteOperand(std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      if (text[i] == kParameterMark) {
-        WriteParameter();
-      } else if (text[i] == kOpenMark) {
-        const std::size_t end = EndOfGroup(text, i);
-        WriteGroup(text.substr(i + 1, end - i - 1));
-        i = end;
-      } else {
-        fSql += text[i];
-      }
-    }
-  }
-
-  void WriteParameter() {
-    if (fValues == nullptr) {
-      fSql += '?';
-    } else {
-      fValues->Next(Target{nullptr, 0, false, &fLiterals});
-    }
-  }
-
-  void WriteGroup(std::string_view text) {
-    if (++fDepth > kDeepest) throw Error("The term is nested too deeply.", SQLITE_TOOBIG);
-    fSql += '(';
-    WriteLevel(text);
-    fSql += ')';
-    --fDepth;
-  }
-
-  static std::size_t EndOfGroup(std::string_view text, std::size_t open) {
-    int depth = 0;
-    std::size_t i = open;
-    do {
-      if (text[i] == kOpenMark) ++depth;
-      if (text[i] == kCloseMark) --depth;
-      ++i;
-    } while (depth > 0);
-    return i - 1;
-  }
-
-  std::string& fSql;
-  LiteralWriter fLiterals;
-  ValueReader* fValues;
-  int fDepth = 0;
-};
 
 bool IsOfName(char character) {
   const auto byte = static_cast<unsigned char>(character);
@@ -219,129 +47,114 @@ bool IsOtherParameter(std::string_view sql, std::size_t i) {
 
 }  // namespace
 
-// Memory that several SharedBytes begin with, and of which the longest one has all.
-struct SharedBytes::Shared {
+// Memory that several Words begin with, and of which the longest one has all.
+struct Words::Shared {
   std::size_t users;
   std::size_t used;
   std::size_t capacity;
 
-  char* Memory() { return reinterpret_cast<char*>(this + 1); }
+  std::uint64_t* Memory() { return reinterpret_cast<std::uint64_t*>(this + 1); }
 };
 
-void SharedBytes::Take(const SharedBytes& other) noexcept {
+const std::uint64_t* Words::SharedBegin() const noexcept { return fShared->Memory(); }
+
+void Words::Share(const Words& other) noexcept {
   fSize = other.fSize;
   fShared = other.fShared;
-  if (fShared != nullptr) {
-    ++fShared->users;
-  } else {
-    std::memcpy(fRoom, other.fRoom, fSize);
-  }
+  ++fShared->users;
 }
 
-SharedBytes& SharedBytes::operator=(const SharedBytes& other) noexcept {
+void Words::Release() noexcept {
+  if (--fShared->users == 0) ::operator delete(fShared);
+}
+
+Words& Words::operator=(const Words& other) noexcept {
   if (this != &other) {
     if (fShared != nullptr) Release();
+    fShared = nullptr;
     Take(other);
   }
   return *this;
 }
 
-void SharedBytes::Release() noexcept {
-  if (--fShared->users == 0) ::operator delete(fShared);
-}
-
-std::string_view SharedBytes::View() const noexcept {
-  return std::string_view(fShared != nullptr ? fShared->Memory() : fRoom, fSize);
-}
-
-void SharedBytes::Append(std::string_view bytes) {
-  const std::size_t size = fSize + bytes.size();
+void Words::Add(const std::uint64_t* words, std::size_t count) {
+  const std::size_t size = fSize + count;
   if (fShared == nullptr && size <= kRoom) {
-    std::memcpy(fRoom + fSize, bytes.data(), bytes.size());
+    for (std::size_t i = 0; i < count; ++i) fRoom[fSize + i] = words[i];
     fSize = size;
     return;
   }
   // Otherwise another one has gone on from here in its own way, or there is no room.
   if (fShared == nullptr || fShared->used != fSize || fShared->capacity < size) {
-    auto* const larger = static_cast<Shared*>(::operator new(sizeof(Shared) + 2 * size));
+    auto* const larger = static_cast<Shared*>(::operator new(sizeof(Shared) + 2 * size * sizeof *words));
     *larger = Shared{1, fSize, 2 * size};
-    std::memcpy(larger->Memory(), View().data(), fSize);
+    if (fSize > 0) std::memcpy(larger->Memory(), begin(), fSize * sizeof *words);
+    if (count > 0) std::memcpy(larger->Memory() + fSize, words, count * sizeof *words);
     if (fShared != nullptr) Release();
     fShared = larger;
+  } else if (count > 0) {
+    std::memcpy(fShared->Memory() + fSize, words, count * sizeof *words);
   }
-  std::memcpy(fShared->Memory() + fSize, bytes.data(), bytes.size());
   fShared->used = size;
   fSize = size;
 }
 
-void Piece::AddSql(const char* sql) { fText.Append(sql); }
-
-void Piece::AddColumn(const char* qualifier, const char* name) {
-  if (qualifier != nullptr) {
-    fText.Append(qualifier);
-    fText.Append(".");
+void AddBytes(Words& words, std::uint64_t kind, std::string_view bytes) {
+  words.Add(kind | static_cast<std::uint64_t>(bytes.size()) << kKindBits);
+  for (; bytes.size() > sizeof(std::uint64_t); bytes.remove_prefix(sizeof(std::uint64_t))) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes.data(), sizeof word);
+    words.Add(word);
   }
-  fText.Append(name);
+  std::uint64_t last = 0;
+  if (bytes.empty()) return;
+  std::memcpy(&last, bytes.data(), bytes.size());
+  words.Add(last);
+}
+
+void Piece::AddText(std::string_view sql) { AddBytes(fText, static_cast<std::uint64_t>(Token::kText), sql); }
+
+void Piece::AddGroup(const Piece& piece) {
+  Add(Token::kOpen);
+  Add(piece);
+  Add(Token::kClose);
+}
+
+void Piece::AddInteger(std::int64_t value) {
+  ValueWriter(fValues).TakeInteger(value);
+  Add(Token::kParameter);
+  ++fValueCount;
 }
 
 void Piece::AddValue(const Argument& value) {
   if (value.name != nullptr) throw Error("Give the values of a term in order, not by name.", SQLITE_MISUSE);
   ValueWriter writer(fValues);
   value.bind(Target{nullptr, 0, false, &writer}, value.value);
-  AddMark(kParameterMark);
+  Add(Token::kParameter);
   ++fValueCount;
-}
-
-void Piece::Add(const Piece& piece) {
-  fText.Append(piece.Text());
-  fValues.Append(piece.Values());
-  fValueCount += piece.fValueCount;
-}
-
-void Piece::AddGroup(const Piece& piece) {
-  AddMark(kOpenMark);
-  Add(piece);
-  AddMark(kCloseMark);
 }
 
 void Piece::AddSql(std::string_view sql, const Argument* values, std::size_t count) {
   const auto fail = [&](const char* why) { throw Error(why, SQLITE_MISUSE, sql); };
-  AddMark(kOpenMark);
+  Add(Token::kOpen);
   std::size_t given = 0;
+  std::size_t begin = 0;
   for (std::size_t i = 0; i < sql.size();) {
-    if (sql[i] >= kParameterMark && sql[i] <= kCloseMark) fail("Give characters below a blank as values.");
-    if (const std::size_t behind = BehindQuoted(sql, i); behind != i) {
-      fText.Append(sql.substr(i, behind - i));
-      i = behind;
-      continue;
-    }
-    if (IsOtherParameter(sql, i)) fail("The parameters of a term are question marks.");
-    if (sql[i] != '?') {
-      fText.Append(sql.substr(i, 1));
-    } else {
+    const std::size_t behind = BehindQuoted(sql, i);
+    if (behind == i && IsOtherParameter(sql, i)) fail("The parameters of a term are question marks.");
+    if (behind == i && sql[i] == '?') {
       if (given == count) fail("There are more question marks than values.");
+      AddText(sql.substr(begin, i - begin));
       AddValue(values[given++]);
+      begin = i + 1;
     }
-    ++i;
+    i = behind > i ? behind : i + 1;
   }
   if (given != count) fail("There are more values than question marks.");
+  AddText(sql.substr(begin));
   // A comment to the end of the line would go on.
-  if (sql.find("--") != std::string_view::npos) fText.Append("\n");
-  AddMark(kCloseMark);
-}
-
-void WriteSql(std::string& sql, std::string_view text) { SqlWriter(sql, nullptr).WriteLevel(text); }
-
-void WriteLiterals(std::string& sql, std::string_view text, std::string_view values) {
-  ValueReader reader(values);
-  SqlWriter(sql, &reader).WriteLevel(text);
-}
-
-int BindValues(sqlite3_stmt* statement, int first, std::string_view values, Values lifetime) {
-  ValueReader reader(values);
-  Target target{statement, first, lifetime == Values::kLasting};
-  for (; !reader.IsAtEnd(); ++target.parameter) reader.Next(target);
-  return target.parameter;
+  if (sql.find("--") != std::string_view::npos) AddText("\n");
+  Add(Token::kClose);
 }
 
 }  // namespace sqldb::kit::detail

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "connection.h"
-#include "marks.h"
+#include "piece_sql.h"
 #include "table_state.h"
 
 namespace sqldb::kit::detail {
@@ -23,9 +23,6 @@ enum Kind : int {
   kLimited = 32,
 };
 
-// Between the parts of such a text.
-constexpr char kPartMark = '\x06';
-
 // A statement that is larger is compiled for each use: it has so many values that it hardly comes again.
 constexpr std::size_t kLargestKept = 8192;
 
@@ -33,19 +30,14 @@ void AddWhere(std::string& sql, std::string_view term) {
   if (!term.empty()) sql.append(" WHERE ").append(term);
 }
 
-// A text in two parts, with the values of both.
+// A text in one part, or in two.
 struct Parts {
-  std::string_view first;
-  std::string_view firstValues;
-  std::string_view second;
-  std::string_view secondValues;
-  std::size_t valueCount;
+  const Piece& first;
+  const Piece* second;
 };
 
-Parts PartsOf(const Piece& only) { return Parts{only.Text(), only.Values(), {}, {}, only.ValueCount()}; }
-
-Parts PartsOf(const Piece& first, const Piece& second) {
-  return Parts{first.Text(), first.Values(), second.Text(), second.Values(), first.ValueCount() + second.ValueCount()};
+std::string_view AsKey(const Words& text) {
+  return std::string_view(reinterpret_cast<const char*>(text.begin()), text.Size() * sizeof(std::uint64_t));
 }
 
 // Takes and compiles the statements of one table whose text varies.
@@ -56,24 +48,27 @@ class VaryingStatement {
 
   // With the values of the parts.
   Lease Take(Values lifetime) const {
-    SharedBytes key;
-    key.Append(fParts.first);
-    if (!fParts.second.empty()) {
-      key.Append(std::string_view(&kPartMark, 1));
-      key.Append(fParts.second);
-    }
-    if (KeptStatement* const kept = fConnection->fStatements.Find(StatementKey{key.View(), &fTable, fKind})) {
-      Lease lease(fConnection, *kept);
-      Bind(lease, lifetime);
-      return lease;
-    }
-    return Compile(key.View(), lifetime);
+    if (!HasSecond()) return Take(AsKey(fParts.first.Text()), lifetime);
+    Piece key = fParts.first;
+    key.Add(Token::kPart);
+    key.Add(*fParts.second);
+    return Take(AsKey(key.Text()), lifetime);
   }
 
  private:
+  bool HasSecond() const { return fParts.second != nullptr && !fParts.second->IsEmpty(); }
+
+  Lease Take(std::string_view key, Values lifetime) const {
+    KeptStatement* const kept = fConnection->fStatements.Find(StatementKey{key, &fTable, fKind});
+    if (kept == nullptr) return Compile(key, lifetime);
+    Lease lease(fConnection, *kept);
+    Bind(lease, lifetime);
+    return lease;
+  }
+
   void Bind(const Lease& lease, Values lifetime) const {
-    const int next = BindValues(lease.Statement(), 1, fParts.firstValues, lifetime);
-    BindValues(lease.Statement(), next, fParts.secondValues, lifetime);
+    const int next = BindValues(lease.Statement(), 1, fParts.first.Values(), lifetime);
+    if (HasSecond()) BindValues(lease.Statement(), next, fParts.second->Values(), lifetime);
   }
 
   Lease Compile(std::string_view key, Values lifetime) const {
@@ -83,7 +78,8 @@ class VaryingStatement {
     // The limit and the offset beside them.
     constexpr std::size_t kOthers = 2;
     const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
-    if (fParts.valueCount + kOthers > most) return Lease(fConnection, statements.CompileOnce(handle, Sql(true)));
+    const std::size_t values = fParts.first.ValueCount() + (HasSecond() ? fParts.second->ValueCount() : 0);
+    if (values + kOthers > most) return Lease(fConnection, statements.CompileOnce(handle, Sql(true)));
     std::string sql = Sql(false);
     const bool isKept = key.size() <= kLargestKept;
     Lease lease(fConnection, isKept ? statements.Compile(handle, StatementKey{key, &fTable, fKind}, std::move(sql))
@@ -92,16 +88,16 @@ class VaryingStatement {
     return lease;
   }
 
-  std::string Written(std::string_view text, std::string_view values, bool asLiterals) const {
+  static std::string Written(const Piece& piece, bool asLiterals) {
     std::string sql;
-    if (text.empty()) return sql;
-    asLiterals ? WriteLiterals(sql, text, values) : WriteSql(sql, text);
+    if (piece.IsEmpty()) return sql;
+    asLiterals ? WriteLiterals(sql, piece.Text(), piece.Values()) : WriteSql(sql, piece.Text());
     return sql;
   }
 
   std::string Sql(bool asLiterals) const {
-    const std::string first = Written(fParts.first, fParts.firstValues, asLiterals);
-    const std::string second = Written(fParts.second, fParts.secondValues, asLiterals);
+    const std::string first = Written(fParts.first, asLiterals);
+    const std::string second = HasSecond() ? Written(*fParts.second, asLiterals) : std::string();
     std::string sql;
     switch (fKind) {
       case kCount:
@@ -137,7 +133,7 @@ class VaryingStatement {
   const ConnectionPointer& fConnection;
   const TableState& fTable;
   const int fKind;
-  const Parts& fParts;
+  const Parts fParts;
 };
 
 // How many rows the connection has written last.
@@ -256,7 +252,7 @@ bool TableHandle::Delete(const Argument* key, std::size_t count) const {
 
 std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
   if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts = PartsOf(assignments, term.Parts());
+  const Parts parts{assignments, &term.Parts()};
   Lease lease = VaryingStatement(fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
@@ -264,21 +260,21 @@ std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments
 
 std::int64_t TableHandle::DeleteWhere(const Term& term) const {
   if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts = PartsOf(term.Parts());
+  const Parts parts{term.Parts(), nullptr};
   Lease lease = VaryingStatement(fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
 }
 
 std::int64_t TableHandle::Count(const Term& term) const {
-  const Parts parts = PartsOf(term.Parts());
+  const Parts parts{term.Parts(), nullptr};
   Lease lease = VaryingStatement(fConnection, *fState, kCount, parts).Take(Values::kLasting);
   lease.Step();
   return sqlite3_column_int64(lease.Statement(), 0);
 }
 
 bool TableHandle::Has(const Term& term) const {
-  const Parts parts = PartsOf(term.Parts());
+  const Parts parts{term.Parts(), nullptr};
   return VaryingStatement(fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
 }
 
@@ -290,7 +286,7 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  const Parts parts = PartsOf(wanted.term, wanted.order);
+  const Parts parts{wanted.term, &wanted.order};
   Lease lease = VaryingStatement(fConnection, *fState, kind, parts).Take(lifetime);
   if (isLimited) {
     // The last two, also where the others are literals.

@@ -5,7 +5,7 @@
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 
-#include "marks.h"
+#include "piece_sql.h"
 #include "sqldb/kit/error.h"
 #include "sqldb/term.h"
 
@@ -38,11 +38,11 @@ Term LikePattern(Piece expression, std::string_view pattern, std::optional<char>
   // No index serves a pattern that begins so. SQLite need not compile the statement anew for each one if the parameter
   // does not stand alone.
   const bool isForAnIndex = !pattern.empty() && pattern[0] != '%' && pattern[0] != '_';
-  expression.AddSql(isForAnIndex ? " LIKE " : " LIKE (\'\' || ");
+  expression.AddStatic(isForAnIndex ? " LIKE " : " LIKE (\'\' || ");
   expression.AddValue(ArgumentOf(pattern));
-  if (!isForAnIndex) expression.AddSql(")");
+  if (!isForAnIndex) expression.AddStatic(")");
   if (escape) {
-    expression.AddSql(" ESCAPE ");
+    expression.AddStatic(" ESCAPE ");
     expression.AddValue(ArgumentOf(std::string_view(&*escape, 1)));
   }
   return Term(std::move(expression));
@@ -71,7 +71,7 @@ Term Term::Combine(const Term& a, const Term& b, Shape shape) {
     both.fParts = a.fParts;
   }
   both.fShape = shape;
-  both.fParts.AddMark(shape == Shape::kAnd ? detail::kAndMark : detail::kOrMark);
+  both.fParts.Add(shape == Shape::kAnd ? detail::Token::kAnd : detail::Token::kOr);
   both.AddOperand(b, shape);
   return both;
 }
@@ -79,7 +79,7 @@ Term Term::Combine(const Term& a, const Term& b, Shape shape) {
 Term Term::Negate(const Term& a) {
   if (a.IsEmpty()) return a;
   Term negated;
-  negated.fParts.AddSql("NOT ");
+  negated.fParts.AddStatic("NOT ");
   negated.fParts.AddGroup(a.fParts);
   negated.fShape = Shape::kNot;
   return negated;

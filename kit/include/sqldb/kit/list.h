@@ -6,8 +6,8 @@
 //   std::vector<std::int64_t> ids = ...;
 //   database.All<Part>("SELECT * FROM parts WHERE id IN (SELECT value FROM list(?))", List(ids));
 //
-// list(?) is a table with the one column `value`, in the order of the list. The kit gives it to every connection; a table
-// of the database with this name hides it.
+// list(?) is a table with the one column `value`, in the order of the list. The kit gives it to every connection; a
+// table of the database with this name hides it.
 
 #include "sqldb/export.h"
 #include "sqldb/kit/lease.h"
@@ -55,9 +55,8 @@ Argument ArgumentOf(const ListValue<Range>& list) {
 
 }  // namespace detail
 
-/// The values of `range` for one parameter, which stands in list(?). Each is stored as its Type says. They are copied when
-/// the call binds them. Needs SQLite 3.20.
-/// REQUIRES: `range` outlives the call that takes the list.
+/// The values of `range` for one parameter, which stands in list(?). Each is stored as its Type says. They are copied
+/// when the call binds them. Needs SQLite 3.20. REQUIRES: `range` outlives the call that takes the list.
 template <typename Range>
 detail::ListValue<Range> List(const Range& range) {
   return detail::ListValue<Range>{range};

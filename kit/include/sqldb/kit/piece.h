@@ -1,9 +1,12 @@
 #ifndef SQLDB_KIT_PIECE_H
 #define SQLDB_KIT_PIECE_H
 
-// What conditions, orders and assignments are made of: SQL, and the values of its parameters.
+// What conditions, orders and assignments are made of: SQL as tokens, which name the program's columns by the address
+// of their names, and the values of its parameters. To build it, and to find the statement that it was compiled to
+// before, costs little; SQL is written only when there is none.
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "sqldb/export.h"
@@ -11,65 +14,119 @@
 
 namespace sqldb::kit::detail {
 
-/// Bytes with room for a few in place. Copies share what is beyond that, and one that grows goes on in the shared
-/// memory where it can.
-class SQLDB_EXPORT SharedBytes {
+/// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
+/// where it can.
+class SQLDB_EXPORT Words {
  public:
-  SharedBytes() noexcept = default;
-  SharedBytes(const SharedBytes& other) noexcept { Take(other); }
-  SharedBytes(SharedBytes&& other) noexcept { Take(other); }
-  SharedBytes& operator=(const SharedBytes& other) noexcept;
-  ~SharedBytes() {
+  Words() noexcept {}
+  Words(const Words& other) noexcept { Take(other); }
+  Words(Words&& other) noexcept { Take(other); }
+  Words& operator=(const Words& other) noexcept;
+  ~Words() {
     if (fShared != nullptr) Release();
   }
 
   /// Throws std::bad_alloc, and is then as before.
-  void Append(std::string_view bytes);
+  void Add(std::uint64_t word) {
+    if (fShared == nullptr && fSize < kRoom) {
+      fRoom[fSize++] = word;
+    } else {
+      Add(&word, 1);
+    }
+  }
+  void Add(const std::uint64_t* words, std::size_t count);
+  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
+  void Add(const Words& words) { Add(words.begin(), words.Size()); }
+
+  std::size_t Size() const noexcept { return fSize; }
   /// Valid until it is changed.
-  std::string_view View() const noexcept;
+  const std::uint64_t* begin() const noexcept { return fShared == nullptr ? fRoom : SharedBegin(); }
+  const std::uint64_t* end() const noexcept { return begin() + fSize; }
 
  private:
   struct Shared;
 
-  void Take(const SharedBytes& other) noexcept;
+  const std::uint64_t* SharedBegin() const noexcept;
+  void Share(const Words& other) noexcept;
   void Release() noexcept;
+  void Take(const Words& other) noexcept {
+    if (other.fShared == nullptr) {
+      for (std::size_t i = 0; i < other.fSize; ++i) fRoom[i] = other.fRoom[i];
+      fSize = other.fSize;
+    } else {
+      Share(other);
+    }
+  }
 
-  static constexpr std::size_t kRoom = 64;
+  static constexpr std::size_t kRoom = 16;
 
   std::size_t fSize = 0;
   // Null: in place.
   Shared* fShared = nullptr;
-  char fRoom[kRoom];
+  std::uint64_t fRoom[kRoom];
 };
 
-/// SQL with parameters, and their values. The text has marks for parameters, AND, OR and parentheses, which become SQL
-/// when a statement is compiled.
+/// What a token is; the low byte of its first word.
+enum class Token : std::uint64_t {
+  /// A value.
+  kParameter,
+  /// Between the operands of a row of them, all of which are the same.
+  kAnd,
+  kOr,
+  /// Parentheses.
+  kOpen,
+  kClose,
+  /// Between the two parts of a text.
+  kPart,
+  /// The address of SQL that stays.
+  kStatic,
+  /// The addresses of a qualifier and a name that stay.
+  kQualified,
+  /// In the rest of the word the number of bytes, which follow.
+  kText,
+};
+
+/// SQL with parameters, and their values.
 class SQLDB_EXPORT Piece {
  public:
-  /// REQUIRES: no marks.
-  void AddSql(const char* sql);
+  void Add(Token token) { fText.Add(static_cast<std::uint64_t>(token)); }
+  /// REQUIRES: `sql` stays.
+  void AddStatic(const char* sql) {
+    Add(Token::kStatic);
+    fText.Add(sql);
+  }
+  /// REQUIRES: both stay. The first may be null.
+  void AddColumn(const char* qualifier, const char* name) {
+    if (qualifier == nullptr) return AddStatic(name);
+    Add(Token::kQualified);
+    fText.Add(qualifier);
+    fText.Add(name);
+  }
+  void Add(const Piece& piece) {
+    fText.Add(piece.fText);
+    fValues.Add(piece.fValues);
+    fValueCount += piece.fValueCount;
+  }
+  /// The same, in parentheses.
+  void AddGroup(const Piece& piece);
   /// SQL that the program wrote, as one operand, with a value for each question mark. Throws Error if there are more or
   /// fewer values, or other parameters.
   void AddSql(std::string_view sql, const Argument* values, std::size_t count);
   /// A parameter with this value.
   void AddValue(const Argument& value);
-  void AddColumn(const char* qualifier, const char* name);
-  void AddName(const char* name) { fText.Append(name); }
-  void AddMark(char mark) { fText.Append(std::string_view(&mark, 1)); }
-  void Add(const Piece& piece);
-  /// The same, in parentheses.
-  void AddGroup(const Piece& piece);
+  void AddInteger(std::int64_t value);
 
-  bool IsEmpty() const noexcept { return fText.View().empty(); }
-  /// With marks.
-  std::string_view Text() const noexcept { return fText.View(); }
+  bool IsEmpty() const noexcept { return fText.Size() == 0; }
+  const Words& Text() const noexcept { return fText; }
   /// One after the other, each with its kind.
-  std::string_view Values() const noexcept { return fValues.View(); }
+  const Words& Values() const noexcept { return fValues; }
   std::size_t ValueCount() const noexcept { return fValueCount; }
 
  private:
-  SharedBytes fText;
-  SharedBytes fValues;
+  void AddText(std::string_view sql);
+
+  Words fText;
+  Words fValues;
   std::size_t fValueCount = 0;
 };
 

@@ -43,7 +43,7 @@ class Selection {
   /// Orders by `order`, after the orders given before.
   Selection OrderBy(const Order& order) const {
     Selection ordered = *this;
-    if (!fWanted.order.IsEmpty()) ordered.fWanted.order.AddSql(", ");
+    if (!fWanted.order.IsEmpty()) ordered.fWanted.order.AddStatic(", ");
     ordered.fWanted.order.Add(order.Parts());
     return ordered;
   }

@@ -142,7 +142,7 @@ class Table {
     static_assert((std::is_same_v<A, Assignment> && ...), "After the term: Set(column, value), ...");
     detail::Piece assignments;
     assignments.Add(first.Parts());
-    ((assignments.AddSql(", "), assignments.Add(others.Parts())), ...);
+    ((assignments.AddStatic(", "), assignments.Add(others.Parts())), ...);
     return fTable.UpdateWhere(term, assignments);
   }
   /// Deletes the row with this key. Returns false if there is none.

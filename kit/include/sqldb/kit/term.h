@@ -140,7 +140,14 @@ struct Operand {
   static constexpr bool kIsExpression = false;
   static constexpr bool kCanCompare = true;
   using Type = typename ComparedAs<T>::type;
-  static void Add(Piece& piece, const T& value) { piece.AddValue(ArgumentOf(value)); }
+  static void Add(Piece& piece, const T& value) {
+    // The most frequent ones, without a call for their type.
+    if constexpr (kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))) {
+      piece.AddInteger(value);
+    } else {
+      piece.AddValue(ArgumentOf(value));
+    }
+  }
 };
 template <typename T>
 struct Operand<std::optional<T>> : Operand<T> {
@@ -182,7 +189,7 @@ template <typename A, typename B>
 Piece Together(const A& a, const char* between, const B& b) {
   Piece piece;
   Operand<A>::Add(piece, a);
-  piece.AddSql(between);
+  piece.AddStatic(between);
   Operand<B>::Add(piece, b);
   return piece;
 }
@@ -236,8 +243,8 @@ RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
   static_assert((detail::Operand<T>::kCanCompare && ...), "Nothing compares with NULL.");
   detail::Piece piece;
   const char* separator = "(";
-  ((piece.AddSql(separator), detail::Operand<T>::Add(piece, parts), separator = ", "), ...);
-  piece.AddSql(")");
+  ((piece.AddStatic(separator), detail::Operand<T>::Add(piece, parts), separator = ", "), ...);
+  piece.AddStatic(")");
   return RowValue<typename detail::Operand<T>::Type...>(static_cast<detail::Piece&&>(piece));
 }
 
@@ -246,7 +253,7 @@ template <typename A>
 Term IsNull(const A& expression) {
   detail::Piece piece;
   detail::Operand<A>::Add(piece, expression);
-  piece.AddSql(" IS NULL");
+  piece.AddStatic(" IS NULL");
   return Term(static_cast<detail::Piece&&>(piece));
 }
 
@@ -262,7 +269,7 @@ Term Is(const A& expression, const std::optional<T>& value) {
 template <typename A, typename B, typename C>
 Term Between(const A& expression, const B& low, const C& high) {
   detail::Piece piece = detail::Compare(expression, " BETWEEN ", low).Parts();
-  piece.AddSql(" AND ");
+  piece.AddStatic(" AND ");
   // For the check alone.
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<C>::Type>,
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
@@ -277,17 +284,17 @@ Term In(const A& expression, const Values& values) {
   detail::Piece piece;
   detail::Operand<A>::Add(piece, expression);
   const char* separator = " IN (";
-  piece.AddSql(separator);
+  piece.AddStatic(separator);
   separator = "";
   for (const auto& value : values) {
     using Value = std::decay_t<decltype(value)>;
     static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<Value>::Type>,
                   "Compare numbers with numbers, texts with texts, and all else with its own type.");
-    piece.AddSql(separator);
+    piece.AddStatic(separator);
     piece.AddValue(detail::ArgumentOf(value));
     separator = ", ";
   }
-  piece.AddSql(")");
+  piece.AddStatic(")");
   return Term(static_cast<detail::Piece&&>(piece));
 }
 /// The same: `In(name, {"bolt", "nut"})`.
@@ -328,7 +335,7 @@ template <typename A>
 Order Descending(const A& expression) {
   detail::Piece piece;
   detail::Operand<A>::Add(piece, expression);
-  piece.AddSql(" DESC");
+  piece.AddStatic(" DESC");
   return Order(static_cast<detail::Piece&&>(piece));
 }
 
@@ -355,8 +362,8 @@ template <typename T, typename V>
 Assignment Set(const Column<T>& column, const V& value) {
   static_assert(detail::kCanHold<T, V>, "The member of this column cannot have such a value.");
   detail::Piece piece;
-  piece.AddName(column.Name());
-  piece.AddSql(" = ");
+  piece.AddStatic(column.Name());
+  piece.AddStatic(" = ");
   detail::Operand<V>::Add(piece, value);
   return Assignment(static_cast<detail::Piece&&>(piece));
 }

@@ -24,8 +24,8 @@
 //   std::optional<T>         as T     no value is NULL
 //
 // A value is converted if nothing is lost, otherwise ConversionError is thrown: 2.0 can be read into an integer, 1.5
-// and "2" cannot; an integer into a double, and a real into a float, if that holds it exactly; NULL into a std::optional
-// only.
+// and "2" cannot; an integer into a double, and a real into a float, if that holds it exactly; NULL into a
+// std::optional only.
 
 #include <array>
 #include <cstddef>
