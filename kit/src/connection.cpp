@@ -19,7 +19,7 @@ struct Finalizer {
 }  // namespace
 
 Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept)
-    : fStatements(mostKept), fCore(std::move(core)) {
+    : fStatements(*this, mostKept), fCore(std::move(core)) {
   OfferLists(Handle());
 }
 
@@ -95,11 +95,11 @@ void Connection::Close() noexcept {
 }
 
 ConnectionPointer::ConnectionPointer(Connection* connection) noexcept : fConnection(connection) {
-  if (fConnection != nullptr) ++fConnection->fUsers;
+  if (fConnection != nullptr) fConnection->AddUser();
 }
 
 ConnectionPointer::~ConnectionPointer() {
-  if (fConnection != nullptr && --fConnection->fUsers == 0) delete fConnection;
+  if (fConnection != nullptr) fConnection->RemoveUser();
 }
 
 }  // namespace sqldb::kit::detail

@@ -41,14 +41,18 @@ class Connection {
   // The core's database, too, unless others share it.
   void Close() noexcept;
 
+  // Whoever uses the state keeps it alive; the last one deletes it.
+  void AddUser() noexcept { ++fUsers; }
+  void RemoveUser() noexcept {
+    if (--fUsers == 0) delete this;
+  }
+
   StatementStore fStatements;
   TableStates fTables{fStatements};
   // See Working.
   bool fIsWorking = false;
 
  private:
-  friend class ConnectionPointer;
-
   static int Wait(void* connection, int tries);
   // Runs the first statement of the text, and hands each row to `take`. Returns the rest of the text.
   template <typename Take>

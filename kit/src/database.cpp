@@ -42,13 +42,13 @@ void Database::ExecuteScript(std::string_view sql) { Connection()->RunScript(sql
 
 Statement Database::Prepare(std::string_view sql) {
   Connection();
-  return Statement(detail::Lease(fConnection, sql));
+  return Statement(detail::Lease(*fConnection, sql));
 }
 
 detail::Lease Database::Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                               detail::Values values) {
   Connection();
-  detail::Lease lease(fConnection, sql);
+  detail::Lease lease(*fConnection, sql);
   lease.Bind(arguments, count, values);
   return lease;
 }

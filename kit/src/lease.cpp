@@ -5,6 +5,7 @@
 
 #include "compile.h"
 #include "connection.h"
+#include "step.h"
 
 namespace sqldb::kit::detail {
 
@@ -76,21 +77,16 @@ void BindCharacters(const Target& target, const void* value) {
   BindText(target, static_cast<const char*>(value));
 }
 
-Lease::Lease(const ConnectionPointer& connection, std::string_view sql) : Lease(connection, Take(*connection, sql)) {}
+Lease::Lease(Connection& connection, std::string_view sql) : fKept(&Take(connection, sql)) {}
 
-Lease::Lease(const ConnectionPointer& connection, KeptStatement& lent) noexcept
-    : fConnection(connection), fKept(&lent) {}
-
-Lease::Lease(const Lease& other) noexcept : fConnection(other.fConnection), fKept(other.fKept) {
+Lease::Lease(const Lease& other) noexcept : fKept(other.fKept) {
   if (fKept != nullptr) ++fKept->users;
 }
 
-Lease::~Lease() {
-  if (fKept != nullptr) fConnection->fStatements.GiveBack(*fKept);
-}
+void Lease::GiveBack() const noexcept { StatementStore::GiveBack(*fKept); }
 
 sqlite3_stmt* Lease::Statement() const {
-  if (fKept->statement == nullptr) ThrowMisuse("The database has been closed.", *fKept);
+  if (fKept->statement == nullptr) ThrowLetGo(*fKept);
   return fKept->statement;
 }
 
@@ -102,7 +98,10 @@ bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
 bool Lease::IsShared() const noexcept { return fKept->users > 1; }
 
-void Lease::Reset() noexcept { sqlite3_reset(fKept->statement); }
+void Lease::Reset() noexcept {
+  sqlite3_reset(fKept->statement);
+  fKept->isRunning = false;
+}
 
 void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {
   Target target{Statement(), 0, values == Values::kLasting};
@@ -117,27 +116,7 @@ void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {
   }
 }
 
-void Lease::Fail(int result) {
-  // The message first, which the reset may change.
-  try {
-    ThrowError(sqlite3_db_handle(fKept->statement), result, fKept->Sql());
-  } catch (...) {
-    Reset();
-    throw;
-  }
-}
-
-bool Lease::Step() {
-  sqlite3_stmt* const statement = Statement();
-  int result;
-  {
-    const Working working(*fConnection);
-    result = sqlite3_step(statement);
-  }
-  if (result == SQLITE_ROW) return true;
-  if (result == SQLITE_DONE) return false;
-  Fail(result);
-}
+bool Lease::Step() { return StepOnce(*fKept); }
 
 std::int64_t Lease::Finish() {
   sqlite3* const connection = sqlite3_db_handle(Statement());

@@ -1,7 +1,6 @@
 #include "sqldb/kit/piece.h"
 
 #include <cstring>
-#include <new>
 
 #include <sqlite3.h>
 
@@ -47,58 +46,6 @@ bool IsOtherParameter(std::string_view sql, std::size_t i) {
 
 }  // namespace
 
-// Memory that several Words begin with, and of which the longest one has all.
-struct Words::Shared {
-  std::size_t users;
-  std::size_t used;
-  std::size_t capacity;
-
-  std::uint64_t* Memory() { return reinterpret_cast<std::uint64_t*>(this + 1); }
-};
-
-const std::uint64_t* Words::SharedBegin() const noexcept { return fShared->Memory(); }
-
-void Words::Share(const Words& other) noexcept {
-  fSize = other.fSize;
-  fShared = other.fShared;
-  ++fShared->users;
-}
-
-void Words::Release() noexcept {
-  if (--fShared->users == 0) ::operator delete(fShared);
-}
-
-Words& Words::operator=(const Words& other) noexcept {
-  if (this != &other) {
-    if (fShared != nullptr) Release();
-    fShared = nullptr;
-    Take(other);
-  }
-  return *this;
-}
-
-void Words::Add(const std::uint64_t* words, std::size_t count) {
-  const std::size_t size = fSize + count;
-  if (fShared == nullptr && size <= kRoom) {
-    for (std::size_t i = 0; i < count; ++i) fRoom[fSize + i] = words[i];
-    fSize = size;
-    return;
-  }
-  // Otherwise another one has gone on from here in its own way, or there is no room.
-  if (fShared == nullptr || fShared->used != fSize || fShared->capacity < size) {
-    auto* const larger = static_cast<Shared*>(::operator new(sizeof(Shared) + 2 * size * sizeof *words));
-    *larger = Shared{1, fSize, 2 * size};
-    if (fSize > 0) std::memcpy(larger->Memory(), begin(), fSize * sizeof *words);
-    if (count > 0) std::memcpy(larger->Memory() + fSize, words, count * sizeof *words);
-    if (fShared != nullptr) Release();
-    fShared = larger;
-  } else if (count > 0) {
-    std::memcpy(fShared->Memory() + fSize, words, count * sizeof *words);
-  }
-  fShared->used = size;
-  fSize = size;
-}
-
 void AddBytes(Words& words, std::uint64_t kind, std::string_view bytes) {
   words.Add(kind | static_cast<std::uint64_t>(bytes.size()) << kKindBits);
   for (; bytes.size() > sizeof(std::uint64_t); bytes.remove_prefix(sizeof(std::uint64_t))) {
@@ -120,8 +67,34 @@ void Piece::AddGroup(const Piece& piece) {
   Add(Token::kClose);
 }
 
+void Piece::AddStatic(const char* sql) {
+  Add(Token::kStatic);
+  fText.Add(sql);
+}
+
+void Piece::AddColumn(const char* qualifier, const char* name) {
+  if (qualifier == nullptr) return AddStatic(name);
+  Add(Token::kQualified);
+  fText.Add(qualifier);
+  fText.Add(name);
+}
+
+void Piece::Add(const Piece& piece) {
+  fText.Add(piece.fText);
+  fValues.Add(piece.fValues);
+  fValueCount += piece.fValueCount;
+}
+
 void Piece::AddInteger(std::int64_t value) {
-  ValueWriter(fValues).TakeInteger(value);
+  fValues.Add(static_cast<std::uint64_t>(Kind::kInteger));
+  fValues.Add(static_cast<std::uint64_t>(value));
+  Add(Token::kParameter);
+  ++fValueCount;
+}
+
+void Piece::AddReal(double value) {
+  if (value != value) ThrowUnfit("NaN cannot be stored.");
+  ValueWriter(fValues).TakeReal(value);
   Add(Token::kParameter);
   ++fValueCount;
 }

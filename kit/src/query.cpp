@@ -106,52 +106,31 @@ void FindColumns(KeptStatement& kept, const RowShape& shape) {
   kept.map.compilations = compilations;
 }
 
-void LoadField(const Source& source, Shortcut shortcut, void (*load)(const Source&, void*), void* value) {
-  switch (shortcut) {
-    case Shortcut::kInt64:
-      *static_cast<std::int64_t*>(value) = ReadInteger(source);
-      break;
-    case Shortcut::kDouble:
-      *static_cast<double*>(value) = ReadReal(source);
-      break;
-    case Shortcut::kString:
-      *static_cast<std::string*>(value) = ReadText(source);
-      break;
-    case Shortcut::kNone:
-      load(source, value);
-      break;
-  }
-}
-
 // The columns of a row, one after the other.
 class ColumnsOfRow {
  public:
   ColumnsOfRow(sqlite3_stmt* statement, const int* columns) : fStatement(statement), fColumns(columns) {}
 
-  Source Next() {
-    const Source source = At(fNext);
-    ++fNext;
-    return source;
-  }
+  int Next() { return At(fNext++); }
   bool AreNull(int count) const {
     for (int i = 0; i < count; ++i) {
-      if (!IsNull(At(fNext + i))) return false;
+      if (sqlite3_column_type(fStatement, At(fNext + i)) != SQLITE_NULL) return false;
     }
     return true;
   }
   void Skip(int count) { fNext += count; }
 
  private:
-  Source At(int index) const { return ColumnOf(fStatement, fColumns != nullptr ? fColumns[index] : index); }
+  int At(int index) const { return fColumns != nullptr ? fColumns[index] : index; }
 
   sqlite3_stmt* fStatement;
   const int* fColumns;
   int fNext = 0;
 };
 
-void LoadPiece(ColumnsOfRow& columns, const RowPiece& piece, void* place) {
+void LoadPiece(sqlite3_stmt* statement, ColumnsOfRow& columns, const RowPiece& piece, void* place) {
   if (piece.layout == nullptr) {
-    LoadField(columns.Next(), piece.shortcut, piece.load, place);
+    piece.load(statement, columns.Next(), place);
     return;
   }
   const RecordLayout& layout = *piece.layout;
@@ -163,7 +142,7 @@ void LoadPiece(ColumnsOfRow& columns, const RowPiece& piece, void* place) {
     }
   }
   for (const FieldEntry* field = layout.fields; field != layout.fields + layout.count; ++field) {
-    LoadField(columns.Next(), field->shortcut, field->load, static_cast<char*>(place) + field->offset);
+    field->load(statement, columns.Next(), static_cast<char*>(place) + field->offset);
   }
 }
 
@@ -201,14 +180,19 @@ bool RowReader::First() {
 
 bool RowReader::Next() {
   // To step one that is not running would run it anew.
-  return sqlite3_stmt_busy(fLease.Statement()) != 0 && fLease.Step();
+  fLease.Statement();
+  return fLease.Kept().isRunning && fLease.Step();
 }
 
 void RowReader::Read(void* const* places) const {
   const KeptStatement& kept = fLease.Kept();
   const bool areMapped = fOrder == ColumnOrder::kByName && !kept.map.columns.empty();
+  const RowPiece& first = fShape->pieces[0];
+  if (!areMapped && fShape->count == 1 && first.layout != nullptr && first.emplace == nullptr) {
+    return LoadRecord(kept.statement, 0, *first.layout, places[0]);
+  }
   ColumnsOfRow columns(kept.statement, areMapped ? kept.map.columns.data() : nullptr);
-  for (int i = 0; i < fShape->count; ++i) LoadPiece(columns, fShape->pieces[i], places[i]);
+  for (int i = 0; i < fShape->count; ++i) LoadPiece(kept.statement, columns, fShape->pieces[i], places[i]);
 }
 
 void RowReader::Load(void* const* places) {

@@ -1,43 +1,38 @@
 #include "statement_store.h"
 
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "compile.h"
+#include "connection.h"
 
 namespace sqldb::kit::detail {
 
 namespace {
 
-// FNV-1a, over eight bytes at a time: texts of statements differ somewhere, and are compared as well.
-std::uint64_t Hash(const StatementKey& key) {
-  constexpr std::uint64_t kPrime = 0x100000001B3;
-  std::uint64_t hash = 0xCBF29CE484222325 ^ key.text.size();
-  hash = (hash ^ reinterpret_cast<std::uintptr_t>(key.owner) ^ static_cast<std::uint64_t>(key.kind)) * kPrime;
-  const char* position = key.text.data();
-  std::size_t left = key.text.size();
-  for (; left >= sizeof(std::uint64_t); left -= sizeof(std::uint64_t), position += sizeof(std::uint64_t)) {
-    std::uint64_t block;
-    std::memcpy(&block, position, sizeof block);
-    hash = (hash ^ block) * kPrime;
-    hash ^= hash >> 29;
-  }
-  std::uint64_t rest = 0;
-  if (left > 0) std::memcpy(&rest, position, left);
-  hash = (hash ^ rest) * kPrime;
-  return hash ^ (hash >> 32);
+constexpr std::uint64_t kPrime = 0x9E3779B97F4A7C15;
+
+std::uint64_t Mixed(std::uint64_t hash, std::uint64_t block) {
+  hash = (hash ^ block) * kPrime;
+  return hash ^ hash >> 32;
 }
 
-std::unique_ptr<KeptStatement> Compiled(sqlite3* connection, std::string sql) {
-  auto made = std::make_unique<KeptStatement>();
-  made->sql = std::move(sql);
-  made->statement = CompileOne(connection, made->sql);
-  made->users = 1;
-  made->parameterCount = sqlite3_bind_parameter_count(made->statement);
-  made->columnCount = sqlite3_column_count(made->statement);
-  made->isWriting = sqlite3_stmt_readonly(made->statement) == 0;
-  return made;
+// By eight bytes at a time: the texts of statements differ somewhere, and are compared as well.
+std::uint64_t Hash(const StatementKey& key) {
+  std::uint64_t hash =
+      key.text.size() ^ reinterpret_cast<std::uintptr_t>(key.owner) ^ static_cast<std::uint64_t>(key.kind) << 56;
+  const char* position = key.text.data();
+  const char* const whole = position + key.text.size() / sizeof hash * sizeof hash;
+  for (; position != whole; position += sizeof hash) {
+    std::uint64_t block;
+    std::memcpy(&block, position, sizeof block);
+    hash = Mixed(hash, block);
+  }
+  const std::size_t left = key.text.size() % sizeof hash;
+  if (left == 0) return hash;
+  std::uint64_t rest = 0;
+  std::memcpy(&rest, position, left);
+  return Mixed(hash, rest);
 }
 
 }  // namespace
@@ -51,51 +46,67 @@ KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key)
 
 KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
-  if (found == nullptr || found->users > 0) return nullptr;
-  found->users = 1;
-  return found;
+  return found == nullptr || found->users > 0 ? nullptr : &Lend(*found);
 }
 
-KeptStatement& StatementStore::Compile(sqlite3* connection, const StatementKey& key, std::string sql) {
-  Spread();
-  std::unique_ptr<KeptStatement> made = Compiled(connection, std::move(sql));
-  made->hash = Hash(key);
-  made->owner = key.owner;
-  made->kind = key.kind;
-  if (Find(made->hash, key) == nullptr) {
-    made->key = key.text;
-    if (made->key == made->sql) made->sql.clear();
-    made->stay = KeptStatement::Stay::kByKey;
-  }
-  Enter(*made);
-  return *made.release();
+KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
+  idle.users = 1;
+  fConnection.AddUser();
+  return idle;
 }
 
-KeptStatement& StatementStore::Compile(sqlite3* connection, KeptStatement*& slot, const void* owner, std::string sql) {
-  std::unique_ptr<KeptStatement> made = Compiled(connection, std::move(sql));
-  made->owner = owner;
-  if (slot == nullptr) {
-    made->stay = KeptStatement::Stay::kInSlot;
-    made->slot = &slot;
-    slot = made.get();
-  }
-  Enter(*made);
-  return *made.release();
+std::unique_ptr<KeptStatement> StatementStore::Compiled(sqlite3* handle, std::string sql) const {
+  auto made = std::make_unique<KeptStatement>();
+  made->connection = &fConnection;
+  made->sql = std::move(sql);
+  made->statement = CompileOne(handle, made->sql);
+  made->parameterCount = sqlite3_bind_parameter_count(made->statement);
+  made->columnCount = sqlite3_column_count(made->statement);
+  made->isWriting = sqlite3_stmt_readonly(made->statement) == 0;
+  return made;
 }
 
-KeptStatement& StatementStore::CompileOnce(sqlite3* connection, std::string sql) {
-  std::unique_ptr<KeptStatement> made = Compiled(connection, std::move(sql));
-  Enter(*made);
-  return *made.release();
-}
-
-void StatementStore::Enter(KeptStatement& kept) noexcept {
+KeptStatement& StatementStore::Enter(std::unique_ptr<KeptStatement> made) noexcept {
+  KeptStatement& kept = *made.release();
   if (kept.stay == KeptStatement::Stay::kByKey) {
     kept.nextOfBucket = Bucket(kept.hash);
     Bucket(kept.hash) = &kept;
   }
   Link(kept);
   ++fCount;
+  return Lend(kept);
+}
+
+KeptStatement& StatementStore::Compile(sqlite3* handle, const StatementKey& key, std::string sql) {
+  Spread();
+  const std::uint64_t hash = Hash(key);
+  const bool isFound = Find(hash, key) == nullptr;
+  std::string text(isFound ? key.text : std::string_view());
+  std::unique_ptr<KeptStatement> made = Compiled(handle, std::move(sql));
+  made->hash = hash;
+  made->owner = key.owner;
+  made->kind = key.kind;
+  if (isFound) {
+    made->key = std::move(text);
+    if (made->key == made->sql) made->sql.clear();
+    made->stay = KeptStatement::Stay::kByKey;
+  }
+  return Enter(std::move(made));
+}
+
+KeptStatement& StatementStore::Compile(sqlite3* handle, KeptStatement*& slot, const void* owner, std::string sql) {
+  std::unique_ptr<KeptStatement> made = Compiled(handle, std::move(sql));
+  made->owner = owner;
+  if (slot == nullptr) {
+    made->stay = KeptStatement::Stay::kInSlot;
+    made->slot = &slot;
+    slot = made.get();
+  }
+  return Enter(std::move(made));
+}
+
+KeptStatement& StatementStore::CompileOnce(sqlite3* handle, std::string sql) {
+  return Enter(Compiled(handle, std::move(sql)));
 }
 
 void StatementStore::Link(KeptStatement& kept) noexcept {
@@ -135,11 +146,18 @@ void StatementStore::Discard(KeptStatement& kept) noexcept {
 
 void StatementStore::GiveBack(KeptStatement& kept) noexcept {
   if (--kept.users > 0) return;
+  Connection& connection = *kept.connection;
   if (kept.statement == nullptr) {
     delete &kept;
-    return;
+  } else {
+    connection.fStatements.TakeBack(kept);
   }
+  connection.RemoveUser();
+}
+
+void StatementStore::TakeBack(KeptStatement& kept) noexcept {
   sqlite3_reset(kept.statement);
+  kept.isRunning = false;
   if (&kept != fNewest) {
     Unlink(kept);
     Link(kept);
@@ -169,6 +187,7 @@ void StatementStore::LetGo() noexcept {
   while (fNewest != nullptr) {
     KeptStatement& kept = *fNewest;
     Leave(kept);
+    kept.isRunning = false;
     sqlite3_finalize(std::exchange(kept.statement, nullptr));
     if (kept.users == 0) delete &kept;
   }

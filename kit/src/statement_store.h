@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,8 @@ struct ColumnMap {
   std::vector<int> columns;
 };
 
+class Connection;
+
 // A compiled statement, lent or idle. Whoever has it on lease may go on to hold it after the connection has let go.
 struct KeptStatement {
   // How long it stays once it is idle.
@@ -47,11 +50,15 @@ struct KeptStatement {
 
   // Null once the connection has let go of it.
   sqlite3_stmt* statement = nullptr;
+  // Lives at least as long as a lease.
+  Connection* connection = nullptr;
   // How many leases share it; 0: idle.
   int users = 0;
   int parameterCount = 0;
   int columnCount = 0;
   bool isWriting = false;
+  // Whether it stands on a row.
+  bool isRunning = false;
   Stay stay = Stay::kNone;
   int kind = 0;
   const void* owner = nullptr;
@@ -73,23 +80,27 @@ struct KeptStatement {
 // Finds them by their key, and lets go of the one whose last use is longest ago.
 class StatementStore {
  public:
-  explicit StatementStore(std::size_t most) : fBuckets(kFewestBuckets), fMost(most) {}
+  // REQUIRES: `connection` is that which it is of.
+  StatementStore(Connection& connection, std::size_t most)
+      : fConnection(connection), fBuckets(kFewestBuckets), fMost(most) {}
   ~StatementStore() { LetGo(); }
   StatementStore(const StatementStore&) = delete;
   StatementStore& operator=(const StatementStore&) = delete;
 
   // The idle statement of this key, lent from now on; null if there is none.
   KeptStatement* Find(const StatementKey& key) noexcept;
+  // Lends one that is idle.
+  KeptStatement& Lend(KeptStatement& idle) noexcept;
   // Compiles `sql`. To be found by `key` later, unless there is another one that is. Throws Error.
-  KeptStatement& Compile(sqlite3* connection, const StatementKey& key, std::string sql);
+  KeptStatement& Compile(sqlite3* handle, const StatementKey& key, std::string sql);
   // Compiles `sql` for a place of its own, unless that is taken. Throws Error.
-  KeptStatement& Compile(sqlite3* connection, KeptStatement*& slot, const void* owner, std::string sql);
+  KeptStatement& Compile(sqlite3* handle, KeptStatement*& slot, const void* owner, std::string sql);
   // Compiles `sql` for one use. Throws Error.
-  KeptStatement& CompileOnce(sqlite3* connection, std::string sql);
+  KeptStatement& CompileOnce(sqlite3* handle, std::string sql);
 
   // Ends one lease. The end of the last one resets the statement and keeps it for the next use, at the cost of the one
   // whose last use is longest ago.
-  void GiveBack(KeptStatement& kept) noexcept;
+  static void GiveBack(KeptStatement& kept) noexcept;
   // Finalizes those of an owner, and those that are lent when they are given back.
   void Forget(const void* owner) noexcept;
   // Finalizes all of them. Those that are lent can still be given back.
@@ -100,9 +111,11 @@ class StatementStore {
 
   KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & (fBuckets.size() - 1)]; }
   KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
-  // Those of one bucket double.
+  std::unique_ptr<KeptStatement> Compiled(sqlite3* handle, std::string sql) const;
+  KeptStatement& Enter(std::unique_ptr<KeptStatement> made) noexcept;
+  void TakeBack(KeptStatement& kept) noexcept;
+  // So that a bucket has about one statement.
   void Spread();
-  void Enter(KeptStatement& kept) noexcept;
   void Leave(KeptStatement& kept) noexcept;
   // From then on it is gone as soon as it is idle.
   void Hide(KeptStatement& kept) noexcept;
@@ -111,6 +124,7 @@ class StatementStore {
   void Unlink(KeptStatement& kept) noexcept;
   void Discard(KeptStatement& kept) noexcept;
 
+  Connection& fConnection;
   std::vector<KeptStatement*> fBuckets;
   KeptStatement* fNewest = nullptr;
   KeptStatement* fOldest = nullptr;

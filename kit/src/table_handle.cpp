@@ -43,7 +43,7 @@ std::string_view AsKey(const Words& text) {
 // Takes and compiles the statements of one table whose text varies.
 class VaryingStatement {
  public:
-  VaryingStatement(const ConnectionPointer& connection, const TableState& table, int kind, const Parts& parts)
+  VaryingStatement(Connection& connection, const TableState& table, int kind, const Parts& parts)
       : fConnection(connection), fTable(table), fKind(kind), fParts(parts) {}
 
   // With the values of the parts.
@@ -59,9 +59,9 @@ class VaryingStatement {
   bool HasSecond() const { return fParts.second != nullptr && !fParts.second->IsEmpty(); }
 
   Lease Take(std::string_view key, Values lifetime) const {
-    KeptStatement* const kept = fConnection->fStatements.Find(StatementKey{key, &fTable, fKind});
+    KeptStatement* const kept = fConnection.fStatements.Find(StatementKey{key, &fTable, fKind});
     if (kept == nullptr) return Compile(key, lifetime);
-    Lease lease(fConnection, *kept);
+    Lease lease(*kept);
     Bind(lease, lifetime);
     return lease;
   }
@@ -72,18 +72,18 @@ class VaryingStatement {
   }
 
   Lease Compile(std::string_view key, Values lifetime) const {
-    sqlite3* const handle = fConnection->Handle();
-    const Working working(*fConnection);
-    StatementStore& statements = fConnection->fStatements;
+    sqlite3* const handle = fConnection.Handle();
+    const Working working(fConnection);
+    StatementStore& statements = fConnection.fStatements;
     // The limit and the offset beside them.
     constexpr std::size_t kOthers = 2;
     const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
     const std::size_t values = fParts.first.ValueCount() + (HasSecond() ? fParts.second->ValueCount() : 0);
-    if (values + kOthers > most) return Lease(fConnection, statements.CompileOnce(handle, Sql(true)));
+    if (values + kOthers > most) return Lease(statements.CompileOnce(handle, Sql(true)));
     std::string sql = Sql(false);
     const bool isKept = key.size() <= kLargestKept;
-    Lease lease(fConnection, isKept ? statements.Compile(handle, StatementKey{key, &fTable, fKind}, std::move(sql))
-                                    : statements.CompileOnce(handle, std::move(sql)));
+    Lease lease(isKept ? statements.Compile(handle, StatementKey{key, &fTable, fKind}, std::move(sql))
+                       : statements.CompileOnce(handle, std::move(sql)));
     Bind(lease, lifetime);
     return lease;
   }
@@ -130,11 +130,20 @@ class VaryingStatement {
     return isCount ? "SELECT COUNT(*) FROM (" + sql + ")" : sql;
   }
 
-  const ConnectionPointer& fConnection;
+  Connection& fConnection;
   const TableState& fTable;
   const int fKind;
   const Parts fParts;
 };
+
+// The parts of a key in their order, as many as there are.
+void BindKey(sqlite3_stmt* statement, const Argument* key, std::size_t count) {
+  Target target{statement, 0, true};
+  for (std::size_t i = 0; i < count; ++i) {
+    ++target.parameter;
+    key[i].bind(target, key[i].value);
+  }
+}
 
 // How many rows the connection has written last.
 std::int64_t Changes(const Lease& lease) {
@@ -146,13 +155,25 @@ std::int64_t Changes(const Lease& lease) {
 #endif
 }
 
-bool IsNumberedOnDemand(const TableState& table, const void* record) {
-  if (table.layout.keyCount != 1) return false;
-  for (const FieldEntry* field = table.layout.fields; field != table.layout.fields + table.layout.count; ++field) {
-    if (!field->isKey || field->shortcut != Shortcut::kInt64) continue;
-    return *reinterpret_cast<const std::int64_t*>(static_cast<const char*>(record) + field->offset) == 0;
+// Whether the only thing that it takes is 0.
+class ZeroFinder final : public ValueSink {
+ public:
+  void TakeNull() override {}
+  void TakeInteger(std::int64_t value) override { fIsZero = value == 0; }
+  void TakeReal(double) override {}
+  void TakeText(std::string_view) override {}
+  void TakeBlob(std::string_view) override {}
+
+  bool fIsZero = false;
+};
+
+bool IsKeyZero(const RecordLayout& layout, const void* record) {
+  ZeroFinder finder;
+  for (const FieldEntry* field = layout.fields; field != layout.fields + layout.count; ++field) {
+    if (!field->isKey) continue;
+    field->bind(Target{nullptr, 0, false, &finder}, static_cast<const char*>(record) + field->offset);
   }
-  return false;
+  return layout.keyCount == 1 && finder.fIsZero;
 }
 
 }  // namespace
@@ -180,20 +201,19 @@ TableHandle::~TableHandle() { fConnection->fTables.Release(*fState); }
 Lease TableHandle::Fixed(int which) const {
   KeptStatement*& place = fState->fixed[which];
   if (place != nullptr && place->users == 0) {
-    place->users = 1;
-    return Lease(fConnection, *place);
+    return Lease(fConnection->fStatements.Lend(*place));
   }
   sqlite3* const handle = fConnection->Handle();
   const Working working(*fConnection);
-  return Lease(fConnection, fConnection->fStatements.Compile(handle, place, fState,
-                                                             fState->Sql(static_cast<TableState::Fixed>(which))));
+  return Lease(
+      fConnection->fStatements.Compile(handle, place, fState, fState->Sql(static_cast<TableState::Fixed>(which))));
 }
 
 void TableHandle::Create(bool onlyIfMissing) const {
   const auto run = [&](std::string sql) {
     sqlite3* const handle = fConnection->Handle();
     const Working working(*fConnection);
-    Lease lease(fConnection, fConnection->fStatements.CompileOnce(handle, std::move(sql)));
+    Lease lease(fConnection->fStatements.CompileOnce(handle, std::move(sql)));
     return lease;
   };
   run(fState->CreateSql(onlyIfMissing)).Finish();
@@ -204,12 +224,12 @@ void TableHandle::Create(bool onlyIfMissing) const {
 void TableHandle::Drop() const {
   sqlite3* const handle = fConnection->Handle();
   const Working working(*fConnection);
-  Lease(fConnection, fConnection->fStatements.CompileOnce(handle, "DROP TABLE " + fState->name)).Finish();
+  Lease(fConnection->fStatements.CompileOnce(handle, "DROP TABLE " + fState->name)).Finish();
 }
 
 void TableHandle::Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void*)) const {
   Lease lease = Fixed(TableState::kFind);
-  lease.Bind(key, count, Values::kLasting);
+  BindKey(lease.Statement(), key, count);
   if (lease.Step()) LoadRecord(lease.Statement(), 0, fState->layout, emplace(optional));
 }
 
@@ -225,7 +245,7 @@ std::int64_t TableHandle::Insert(const void* record) const {
   } catch (const ConstraintError& error) {
     const bool isOfKey =
         error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
-    if (!isOfKey || !IsNumberedOnDemand(*fState, record)) throw;
+    if (!isOfKey || !IsKeyZero(fState->layout, record)) throw;
     throw ConstraintError(std::string(error.Message()) +
                               " (the key is 0: SQLite numbers rows whose key is an empty "
                               "std::optional)",
@@ -245,7 +265,7 @@ bool TableHandle::Write(RecordWrite what, const void* record) const {
 
 bool TableHandle::Delete(const Argument* key, std::size_t count) const {
   Lease lease = Fixed(TableState::kDelete);
-  lease.Bind(key, count, Values::kLasting);
+  BindKey(lease.Statement(), key, count);
   lease.Step();
   return Changes(lease) > 0;
 }
@@ -253,7 +273,7 @@ bool TableHandle::Delete(const Argument* key, std::size_t count) const {
 std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
   if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
   const Parts parts{assignments, &term.Parts()};
-  Lease lease = VaryingStatement(fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
+  Lease lease = VaryingStatement(*fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
 }
@@ -261,21 +281,21 @@ std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments
 std::int64_t TableHandle::DeleteWhere(const Term& term) const {
   if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
   const Parts parts{term.Parts(), nullptr};
-  Lease lease = VaryingStatement(fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
+  Lease lease = VaryingStatement(*fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
 }
 
 std::int64_t TableHandle::Count(const Term& term) const {
   const Parts parts{term.Parts(), nullptr};
-  Lease lease = VaryingStatement(fConnection, *fState, kCount, parts).Take(Values::kLasting);
+  Lease lease = VaryingStatement(*fConnection, *fState, kCount, parts).Take(Values::kLasting);
   lease.Step();
   return sqlite3_column_int64(lease.Statement(), 0);
 }
 
 bool TableHandle::Has(const Term& term) const {
   const Parts parts{term.Parts(), nullptr};
-  return VaryingStatement(fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
+  return VaryingStatement(*fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
 }
 
 Lease TableHandle::Select(const RowsWanted& wanted, Values lifetime) const {
@@ -287,7 +307,7 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
   const Parts parts{wanted.term, &wanted.order};
-  Lease lease = VaryingStatement(fConnection, *fState, kind, parts).Take(lifetime);
+  Lease lease = VaryingStatement(*fConnection, *fState, kind, parts).Take(lifetime);
   if (isLimited) {
     // The last two, also where the others are literals.
     const int last = sqlite3_bind_parameter_count(lease.Statement());

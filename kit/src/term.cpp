@@ -31,7 +31,7 @@ namespace detail {
 
 void ThisMemberIsNotDescribed() { throw Error("The member is not in the description of its struct.", SQLITE_MISUSE); }
 
-Term LikePattern(Piece expression, std::string_view pattern, std::optional<char> escape) {
+void AddLike(Piece& expression, std::string_view pattern, std::optional<char> escape) {
   if (pattern.find('\0') != std::string_view::npos) {
     throw Error("A pattern of LIKE cannot have a zero byte.", SQLITE_MISUSE);
   }
@@ -45,7 +45,6 @@ Term LikePattern(Piece expression, std::string_view pattern, std::optional<char>
     expression.AddStatic(" ESCAPE ");
     expression.AddValue(ArgumentOf(std::string_view(&*escape, 1)));
   }
-  return Term(std::move(expression));
 }
 
 }  // namespace detail

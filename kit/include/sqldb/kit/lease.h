@@ -14,6 +14,7 @@
 #include <type_traits>
 
 #include "sqldb/export.h"
+#include "sqldb/kit/transfer.h"
 #include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
@@ -70,13 +71,9 @@ struct Argument {
   /// Null: the parameters are given in order.
   const char* name;
   const void* value;
-  void (*bind)(const Target& target, const void* value);
+  Binder bind;
 };
 
-template <typename T>
-void BindAny(const Target& target, const void* value) {
-  Codec<T>::Bind(target, *static_cast<const T*>(value));
-}
 SQLDB_EXPORT void BindNothing(const Target& target, const void* value);
 /// `value` points to a std::string_view.
 SQLDB_EXPORT void BindView(const Target& target, const void* value);
@@ -85,7 +82,7 @@ SQLDB_EXPORT void BindCharacters(const Target& target, const void* value);
 
 template <typename T, std::enable_if_t<!std::is_pointer_v<T>, int> = 0>
 Argument ArgumentOf(const T& value) {
-  return Argument{nullptr, &value, &BindAny<T>};
+  return Argument{nullptr, &value, Transfer<T>::kBind};
 }
 inline Argument ArgumentOf(const std::nullopt_t& value) { return Argument{nullptr, &value, &BindNothing}; }
 inline Argument ArgumentOf(const std::string_view& value) { return Argument{nullptr, &value, &BindView}; }
@@ -125,29 +122,26 @@ enum class Values {
   kLasting,
 };
 
-/// The use of a compiled statement, shared by copies: the end of the last one gives it back, reset. Moved from, or made
-/// without a statement, it is only to be destroyed or assigned to.
+/// The use of a compiled statement, shared by copies: the end of the last one gives it back, reset. Until then the
+/// state of its connection lives. Moved from, or made without a statement, it is only to be destroyed or assigned to.
 class SQLDB_EXPORT Lease {
  public:
   Lease() = default;
   /// Takes the statement of `sql`, or compiles it. Throws Error, among others if `sql` has no statement or several.
-  Lease(const ConnectionPointer& connection, std::string_view sql);
+  Lease(Connection& connection, std::string_view sql);
   /// Of one that has been lent to the caller.
-  Lease(const ConnectionPointer& connection, KeptStatement& lent) noexcept;
-  Lease(Lease&& other) noexcept : fConnection(static_cast<ConnectionPointer&&>(other.fConnection)), fKept(other.fKept) {
-    other.fKept = nullptr;
-  }
+  explicit Lease(KeptStatement& lent) noexcept : fKept(&lent) {}
+  Lease(Lease&& other) noexcept : fKept(other.fKept) { other.fKept = nullptr; }
   Lease(const Lease& other) noexcept;
   Lease& operator=(Lease other) noexcept {
     KeptStatement* const mine = fKept;
     fKept = other.fKept;
     other.fKept = mine;
-    const ConnectionPointer connection = fConnection;
-    fConnection = other.fConnection;
-    other.fConnection = connection;
     return *this;
   }
-  ~Lease();
+  ~Lease() {
+    if (fKept != nullptr) GiveBack();
+  }
 
   /// Binds all parameters. Throws Error, and binds nothing, if there are too few or too many, or if a name is not that
   /// of a parameter or there twice.
@@ -177,9 +171,8 @@ class SQLDB_EXPORT Lease {
   KeptStatement& Kept() const noexcept { return *fKept; }
 
  private:
-  [[noreturn]] void Fail(int result);
+  void GiveBack() const noexcept;
 
-  ConnectionPointer fConnection;
   KeptStatement* fKept = nullptr;
 };
 

@@ -11,60 +11,9 @@
 
 #include "sqldb/export.h"
 #include "sqldb/kit/lease.h"
+#include "sqldb/kit/words.h"
 
 namespace sqldb::kit::detail {
-
-/// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
-/// where it can.
-class SQLDB_EXPORT Words {
- public:
-  Words() noexcept {}
-  Words(const Words& other) noexcept { Take(other); }
-  Words(Words&& other) noexcept { Take(other); }
-  Words& operator=(const Words& other) noexcept;
-  ~Words() {
-    if (fShared != nullptr) Release();
-  }
-
-  /// Throws std::bad_alloc, and is then as before.
-  void Add(std::uint64_t word) {
-    if (fShared == nullptr && fSize < kRoom) {
-      fRoom[fSize++] = word;
-    } else {
-      Add(&word, 1);
-    }
-  }
-  void Add(const std::uint64_t* words, std::size_t count);
-  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
-  void Add(const Words& words) { Add(words.begin(), words.Size()); }
-
-  std::size_t Size() const noexcept { return fSize; }
-  /// Valid until it is changed.
-  const std::uint64_t* begin() const noexcept { return fShared == nullptr ? fRoom : SharedBegin(); }
-  const std::uint64_t* end() const noexcept { return begin() + fSize; }
-
- private:
-  struct Shared;
-
-  const std::uint64_t* SharedBegin() const noexcept;
-  void Share(const Words& other) noexcept;
-  void Release() noexcept;
-  void Take(const Words& other) noexcept {
-    if (other.fShared == nullptr) {
-      for (std::size_t i = 0; i < other.fSize; ++i) fRoom[i] = other.fRoom[i];
-      fSize = other.fSize;
-    } else {
-      Share(other);
-    }
-  }
-
-  static constexpr std::size_t kRoom = 16;
-
-  std::size_t fSize = 0;
-  // Null: in place.
-  Shared* fShared = nullptr;
-  std::uint64_t fRoom[kRoom];
-};
 
 /// What a token is; the low byte of its first word.
 enum class Token : std::uint64_t {
@@ -91,22 +40,10 @@ class SQLDB_EXPORT Piece {
  public:
   void Add(Token token) { fText.Add(static_cast<std::uint64_t>(token)); }
   /// REQUIRES: `sql` stays.
-  void AddStatic(const char* sql) {
-    Add(Token::kStatic);
-    fText.Add(sql);
-  }
+  void AddStatic(const char* sql);
   /// REQUIRES: both stay. The first may be null.
-  void AddColumn(const char* qualifier, const char* name) {
-    if (qualifier == nullptr) return AddStatic(name);
-    Add(Token::kQualified);
-    fText.Add(qualifier);
-    fText.Add(name);
-  }
-  void Add(const Piece& piece) {
-    fText.Add(piece.fText);
-    fValues.Add(piece.fValues);
-    fValueCount += piece.fValueCount;
-  }
+  void AddColumn(const char* qualifier, const char* name);
+  void Add(const Piece& piece);
   /// The same, in parentheses.
   void AddGroup(const Piece& piece);
   /// SQL that the program wrote, as one operand, with a value for each question mark. Throws Error if there are more or
@@ -115,6 +52,7 @@ class SQLDB_EXPORT Piece {
   /// A parameter with this value.
   void AddValue(const Argument& value);
   void AddInteger(std::int64_t value);
+  void AddReal(double value);
 
   bool IsEmpty() const noexcept { return fText.Size() == 0; }
   const Words& Text() const noexcept { return fText; }

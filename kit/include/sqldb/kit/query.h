@@ -37,11 +37,10 @@ namespace detail {
 struct RowPiece {
   /// Null for a scalar.
   const RecordLayout* layout;
-  /// For a scalar that has no shortcut.
-  void (*load)(const Source& source, void* value);
+  /// For a scalar.
+  Loader load;
   /// For a std::optional of a struct: makes one and returns its address, or leaves none if it is not there.
   void* (*emplace)(void* optional, bool isThere);
-  Shortcut shortcut;
 };
 
 /// What a row is made of, without its type.
@@ -113,12 +112,12 @@ void* EmplaceStruct(void* optional, bool isThere) {
 template <typename T>
 RowPiece PieceOf() {
   if constexpr (kIsDescribed<T>) {
-    return RowPiece{&LayoutOf<T>(), nullptr, nullptr, Shortcut::kNone};
+    return RowPiece{&LayoutOf<T>(), nullptr, nullptr};
   } else if constexpr (kIsOptionalStruct<T>) {
     using Struct = typename T::value_type;
-    return RowPiece{&LayoutOf<Struct>(), nullptr, &EmplaceStruct<Struct>, Shortcut::kNone};
+    return RowPiece{&LayoutOf<Struct>(), nullptr, &EmplaceStruct<Struct>};
   } else {
-    return RowPiece{nullptr, &LoadAny<T>, nullptr, kShortcut<T>};
+    return RowPiece{nullptr, Transfer<T>::kLoad, nullptr};
   }
 }
 

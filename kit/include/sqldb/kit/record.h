@@ -24,6 +24,7 @@
 #include <utility>
 
 #include "sqldb/export.h"
+#include "sqldb/kit/transfer.h"
 #include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
@@ -120,25 +121,15 @@ constexpr bool kIsDescribed = false;
 template <typename T>
 constexpr bool kIsDescribed<T, std::void_t<decltype(Described<T>::Description())>> = true;
 
-/// What the most frequent types come to without a call.
-enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString };
-
-template <typename T>
-constexpr Shortcut kShortcut = std::is_same_v<T, double>                               ? Shortcut::kDouble
-                               : std::is_same_v<T, std::string>                        ? Shortcut::kString
-                               : kIsInteger<T>&& std::is_signed_v<T> && sizeof(T) == 8 ? Shortcut::kInt64
-                                                                                       : Shortcut::kNone;
-
 /// A field without its types.
 struct FieldEntry {
   const char* name;
   const char* collation;
   const char* sql;
-  void (*load)(const Source& source, void* member);
-  void (*bind)(const Target& target, const void* member);
+  Loader load;
+  Binder bind;
   /// Bytes from the beginning of the record.
   std::size_t offset;
-  Shortcut shortcut;
   bool canBeNull;
   bool isUnique;
   bool isKey;
@@ -152,11 +143,6 @@ struct RecordLayout {
   int keyCount;
 };
 
-template <typename T>
-void LoadAny(const Source& source, void* member) {
-  Codec<T>::Load(source, *static_cast<T*>(member));
-}
-
 // Found with a record that never lives: no member of it is looked at.
 template <typename Record, typename T>
 std::size_t OffsetOf(T Record::*member) {
@@ -168,16 +154,9 @@ std::size_t OffsetOf(T Record::*member) {
 template <typename Record, typename Owner, typename T>
 FieldEntry EntryOf(const Field<Owner, T>& field) {
   return FieldEntry{
-      field.Name(),
-      field.Collation(),
-      Codec<T>::kSql,
-      &LoadAny<T>,
-      [](const Target& target, const void* member) { Codec<T>::Bind(target, *static_cast<const T*>(member)); },
-      OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
-      kShortcut<T>,
-      Codec<T>::kCanBeNull,
-      field.IsUnique(),
-      field.IsKey()};
+      field.Name(),         field.Collation(),  Codec<T>::kSql,
+      Transfer<T>::kLoad,   Transfer<T>::kBind, OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
+      Codec<T>::kCanBeNull, field.IsUnique(),   field.IsKey()};
 }
 
 template <typename Fields, std::size_t... I>

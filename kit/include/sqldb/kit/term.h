@@ -46,8 +46,12 @@ class SQLDB_EXPORT Term {
  public:
   /// None.
   Term() = default;
-  /// For the kit: one that needs no parentheses where it stands beside AND, OR and NOT.
-  explicit Term(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)), fShape(Shape::kOne) {}
+  /// For the kit: one that is made of Parts, and needs no parentheses where it stands beside AND, OR and NOT.
+  static Term OfParts() noexcept {
+    Term term;
+    term.fShape = Shape::kOne;
+    return term;
+  }
 
   /// Whether it is none.
   bool IsEmpty() const noexcept { return fShape == Shape::kNone; }
@@ -65,6 +69,8 @@ class SQLDB_EXPORT Term {
 
   /// For the kit.
   const detail::Piece& Parts() const noexcept { return fParts; }
+  /// The same.
+  detail::Piece& Parts() noexcept { return fParts; }
 
  private:
   enum class Shape : unsigned char { kNone, kOne, kNot, kAnd, kOr };
@@ -82,9 +88,9 @@ class SQLDB_EXPORT Term {
 template <typename... P>
 Term Where(std::string_view sql, const P&... values) {
   const detail::Arguments<P...> arguments(values...);
-  detail::Piece parts;
-  parts.AddSql(sql, arguments.all, arguments.kCount);
-  return Term(static_cast<detail::Piece&&>(parts));
+  Term term = Term::OfParts();
+  term.Parts().AddSql(sql, arguments.all, arguments.kCount);
+  return term;
 }
 
 /// Every row: what an update or a delete without a condition has to say.
@@ -144,6 +150,8 @@ struct Operand {
     // The most frequent ones, without a call for their type.
     if constexpr (kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))) {
       piece.AddInteger(value);
+    } else if constexpr (std::is_same_v<T, double>) {
+      piece.AddReal(value);
     } else {
       piece.AddValue(ArgumentOf(value));
     }
@@ -186,12 +194,12 @@ template <typename A, typename B>
 using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
 
 template <typename A, typename B>
-Piece Together(const A& a, const char* between, const B& b) {
-  Piece piece;
-  Operand<A>::Add(piece, a);
-  piece.AddStatic(between);
-  Operand<B>::Add(piece, b);
-  return piece;
+Term Together(const A& a, const char* between, const B& b) {
+  Term term = Term::OfParts();
+  Operand<A>::Add(term.Parts(), a);
+  term.Parts().AddStatic(between);
+  Operand<B>::Add(term.Parts(), b);
+  return term;
 }
 
 template <typename A, typename B>
@@ -201,7 +209,7 @@ Term Compare(const A& a, const char* operation, const B& b) {
                 "Nothing compares with NULL: use IsNull(column), or Is(column, value) with a std::optional.");
   static_assert(!canCompare || std::is_same_v<typename Operand<A>::Type, typename Operand<B>::Type>,
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
-  return Term(Together(a, operation, b));
+  return Together(a, operation, b);
 }
 
 }  // namespace detail
@@ -251,10 +259,10 @@ RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
 /// Holds for the rows without a value.
 template <typename A>
 Term IsNull(const A& expression) {
-  detail::Piece piece;
-  detail::Operand<A>::Add(piece, expression);
-  piece.AddStatic(" IS NULL");
-  return Term(static_cast<detail::Piece&&>(piece));
+  Term term = Term::OfParts();
+  detail::Operand<A>::Add(term.Parts(), expression);
+  term.Parts().AddStatic(" IS NULL");
+  return term;
 }
 
 /// Holds for the rows that have just this value, or none if `value` is empty.
@@ -262,26 +270,26 @@ template <typename A, typename T>
 Term Is(const A& expression, const std::optional<T>& value) {
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<T>::Type>,
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
-  return Term(detail::Together(expression, " IS ", value));
+  return detail::Together(expression, " IS ", value);
 }
 
 /// Both bounds included.
 template <typename A, typename B, typename C>
 Term Between(const A& expression, const B& low, const C& high) {
-  detail::Piece piece = detail::Compare(expression, " BETWEEN ", low).Parts();
-  piece.AddStatic(" AND ");
-  // For the check alone.
+  Term term = detail::Compare(expression, " BETWEEN ", low);
+  term.Parts().AddStatic(" AND ");
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<C>::Type>,
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
-  detail::Operand<C>::Add(piece, high);
-  return Term(static_cast<detail::Piece&&>(piece));
+  detail::Operand<C>::Add(term.Parts(), high);
+  return term;
 }
 
 /// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. Any number works;
 /// each number makes a statement of its own.
 template <typename A, typename Values>
 Term In(const A& expression, const Values& values) {
-  detail::Piece piece;
+  Term term = Term::OfParts();
+  detail::Piece& piece = term.Parts();
   detail::Operand<A>::Add(piece, expression);
   const char* separator = " IN (";
   piece.AddStatic(separator);
@@ -295,7 +303,7 @@ Term In(const A& expression, const Values& values) {
     separator = ", ";
   }
   piece.AddStatic(")");
-  return Term(static_cast<detail::Piece&&>(piece));
+  return term;
 }
 /// The same: `In(name, {"bolt", "nut"})`.
 template <typename A, typename T>
@@ -305,7 +313,7 @@ Term In(const A& expression, std::initializer_list<T> values) {
 
 namespace detail {
 
-SQLDB_EXPORT Term LikePattern(Piece expression, std::string_view pattern, std::optional<char> escape);
+SQLDB_EXPORT void AddLike(Piece& expression, std::string_view pattern, std::optional<char> escape);
 
 }  // namespace detail
 
@@ -315,9 +323,10 @@ SQLDB_EXPORT Term LikePattern(Piece expression, std::string_view pattern, std::o
 template <typename A>
 Term Like(const A& expression, std::string_view pattern, std::optional<char> escape = std::nullopt) {
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, std::string>, "LIKE is for texts.");
-  detail::Piece piece;
-  detail::Operand<A>::Add(piece, expression);
-  return detail::LikePattern(static_cast<detail::Piece&&>(piece), pattern, escape);
+  Term term = Term::OfParts();
+  detail::Operand<A>::Add(term.Parts(), expression);
+  detail::AddLike(term.Parts(), pattern, escape);
+  return term;
 }
 
 /// `text` with `escape` before every character that LIKE would take for more than itself.

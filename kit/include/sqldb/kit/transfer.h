@@ -1,0 +1,68 @@
+#ifndef SQLDB_KIT_TRANSFER_H
+#define SQLDB_KIT_TRANSFER_H
+
+// How a value goes to SQLite and comes from it when only its address is known: two functions for each type.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/type.h"
+
+namespace sqldb::kit::detail {
+
+/// Reads a column into a value.
+using Loader = void (*)(sqlite3_stmt* statement, int column, void* value);
+/// Binds a value.
+using Binder = void (*)(const Target& target, const void* value);
+
+template <typename T>
+void LoadAny(sqlite3_stmt* statement, int column, void* value) {
+  Codec<T>::Load(ColumnOf(statement, column), *static_cast<T*>(value));
+}
+
+template <typename T>
+void BindAny(const Target& target, const void* value) {
+  Codec<T>::Bind(target, *static_cast<const T*>(value));
+}
+
+// Those of the most frequent types, compiled once.
+SQLDB_EXPORT void LoadInt64(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void LoadDouble(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void LoadString(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void LoadOptionalString(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void BindInt64(const Target& target, const void* value);
+SQLDB_EXPORT void BindString(const Target& target, const void* value);
+SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
+
+/// How values of type T are read and bound.
+template <typename T>
+struct Transfer {
+  static constexpr Loader kLoad = &LoadAny<T>;
+  static constexpr Binder kBind = &BindAny<T>;
+};
+template <>
+struct Transfer<std::int64_t> {
+  static constexpr Loader kLoad = &LoadInt64;
+  static constexpr Binder kBind = &BindInt64;
+};
+template <>
+struct Transfer<double> {
+  static constexpr Loader kLoad = &LoadDouble;
+  static constexpr Binder kBind = &BindAny<double>;
+};
+template <>
+struct Transfer<std::string> {
+  static constexpr Loader kLoad = &LoadString;
+  static constexpr Binder kBind = &BindString;
+};
+template <>
+struct Transfer<std::optional<std::string>> {
+  static constexpr Loader kLoad = &LoadOptionalString;
+  static constexpr Binder kBind = &BindOptionalString;
+};
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_TRANSFER_H

@@ -1,0 +1,68 @@
+#ifndef SQLDB_KIT_WORDS_H
+#define SQLDB_KIT_WORDS_H
+
+// A list of words that is cheap to build while it is short, and cheap to copy and to add to when it is long.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "sqldb/export.h"
+
+namespace sqldb::kit::detail {
+
+/// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
+/// where it can.
+class SQLDB_EXPORT Words {
+ public:
+  Words() noexcept {}
+  Words(const Words& other) noexcept { Take(other); }
+  Words(Words&& other) noexcept { Take(other); }
+  Words& operator=(const Words& other) noexcept;
+  ~Words() {
+    if (fShared != nullptr) Release();
+  }
+
+  /// Throws std::bad_alloc, and is then as before.
+  void Add(std::uint64_t word) {
+    if (fShared == nullptr && fSize < kRoom) {
+      fRoom[fSize++] = word;
+    } else {
+      AddShared(word);
+    }
+  }
+  void Add(const std::uint64_t* words, std::size_t count);
+  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
+  void Add(const Words& words) { Add(words.begin(), words.Size()); }
+
+  std::size_t Size() const noexcept { return fSize; }
+  /// Valid until it is changed.
+  const std::uint64_t* begin() const noexcept { return fShared == nullptr ? fRoom : SharedBegin(); }
+  const std::uint64_t* end() const noexcept { return begin() + fSize; }
+
+ private:
+  struct Shared;
+
+  void AddShared(std::uint64_t word);
+  const std::uint64_t* SharedBegin() const noexcept;
+  void Share(const Words& other) noexcept;
+  void Release() noexcept;
+  void Take(const Words& other) noexcept {
+    if (other.fShared == nullptr) {
+      for (std::size_t i = 0; i < other.fSize; ++i) fRoom[i] = other.fRoom[i];
+      fSize = other.fSize;
+    } else {
+      Share(other);
+    }
+  }
+
+  static constexpr std::size_t kRoom = 16;
+
+  std::size_t fSize = 0;
+  // Null: in place.
+  Shared* fShared = nullptr;
+  std::uint64_t fRoom[kRoom];
+};
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_WORDS_H

@@ -1,0 +1,32 @@
+#ifndef SQLDB_KIT_SRC_STEP_H
+#define SQLDB_KIT_SRC_STEP_H
+
+#include <sqlite3.h>
+
+#include "connection.h"
+#include "statement_store.h"
+
+namespace sqldb::kit::detail {
+
+// Throws the Error of a statement whose database has been closed.
+[[noreturn]] void ThrowLetGo(const KeptStatement& kept);
+// Throws the Error of a step, and resets the statement.
+[[noreturn]] void ThrowFailedStep(const KeptStatement& kept, int result);
+
+// Runs to the next row. Returns false if there is none left. Throws Error; the statement is then reset.
+inline bool StepOnce(KeptStatement& kept) {
+  if (kept.statement == nullptr) ThrowLetGo(kept);
+  int result;
+  {
+    const Working working(*kept.connection);
+    result = sqlite3_step(kept.statement);
+  }
+  kept.isRunning = result == SQLITE_ROW;
+  if (result == SQLITE_ROW) return true;
+  if (result != SQLITE_DONE) ThrowFailedStep(kept, result);
+  return false;
+}
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_SRC_STEP_H
