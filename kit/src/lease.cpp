@@ -98,6 +98,8 @@ bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
 bool Lease::IsShared() const noexcept { return fKept->users > 1; }
 
+void Lease::Hold(bool isHeld) noexcept { fKept->isHeld = isHeld; }
+
 void Lease::Reset() noexcept {
   sqlite3_reset(fKept->statement);
   fKept->isRunning = false;

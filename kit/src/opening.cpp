@@ -38,7 +38,9 @@ class Opened {
  public:
   Opened(const std::string& path, const Options& options, int flags) {
     const char* const vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
-    fResult = sqlite3_open_v2(path.c_str(), &fConnection, flags, vfs);
+    // SQLite may be built to take such a name for a URI always.
+    const bool isPlain = !options.isUri && path.compare(0, 5, "file:") == 0;
+    fResult = sqlite3_open_v2((isPlain ? "./" + path : path).c_str(), &fConnection, flags, vfs);
   }
   ~Opened() { sqlite3_close(fConnection); }
   Opened(const Opened&) = delete;

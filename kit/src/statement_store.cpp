@@ -145,7 +145,13 @@ void StatementStore::Discard(KeptStatement& kept) noexcept {
 }
 
 void StatementStore::GiveBack(KeptStatement& kept) noexcept {
-  if (--kept.users > 0) return;
+  if (--kept.users > 0) {
+    if (kept.users == 1 && kept.isHeld) {
+      sqlite3_reset(kept.statement);
+      kept.isRunning = false;
+    }
+    return;
+  }
   Connection& connection = *kept.connection;
   if (kept.statement == nullptr) {
     delete &kept;

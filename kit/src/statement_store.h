@@ -59,6 +59,8 @@ struct KeptStatement {
   bool isWriting = false;
   // Whether it stands on a row.
   bool isRunning = false;
+  // By one lease for long, while the others are its uses.
+  bool isHeld = false;
   Stay stay = Stay::kNone;
   int kind = 0;
   const void* owner = nullptr;

@@ -168,6 +168,8 @@ class SQLDB_EXPORT Lease {
   bool IsThere() const noexcept { return fKept != nullptr; }
   /// Whether a copy has it as well.
   bool IsShared() const noexcept;
+  /// Held, the statement is reset as soon as only one copy has it.
+  void Hold(bool isHeld) noexcept;
   KeptStatement& Kept() const noexcept { return *fKept; }
 
  private:

@@ -28,10 +28,18 @@ namespace sqldb::kit {
 class SQLDB_EXPORT Statement {
  public:
   /// See Database::Prepare.
-  explicit Statement(detail::Lease lease) : fLease(std::move(lease)) {}
+  explicit Statement(detail::Lease lease) noexcept : fLease(std::move(lease)) { fLease.Hold(true); }
   /// The other one is then only to be destroyed or assigned to.
   Statement(Statement&&) = default;
-  Statement& operator=(Statement&&) = default;
+  Statement& operator=(Statement&& other) noexcept {
+    Statement taken(std::move(other));
+    std::swap(fLease, taken.fLease);
+    return *this;
+  }
+  /// A range that is still there goes on.
+  ~Statement() {
+    if (fLease.IsThere()) fLease.Hold(false);
+  }
 
   /// Runs it to its end, and returns how many rows it inserted, updated or deleted.
   template <typename... P>
