@@ -80,13 +80,16 @@ SQLDB_EXPORT void BindView(const Target& target, const void* value);
 /// `value` is the text, up to its zero byte. Throws Error for a null one.
 SQLDB_EXPORT void BindCharacters(const Target& target, const void* value);
 
-template <typename T, std::enable_if_t<!std::is_pointer_v<T>, int> = 0>
+template <typename T>
+constexpr bool kIsCharacters = std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
+
+template <typename T, std::enable_if_t<!kIsCharacters<T>, int> = 0>
 Argument ArgumentOf(const T& value) {
   return Argument{nullptr, &value, Transfer<T>::kBind};
 }
 inline Argument ArgumentOf(const std::nullopt_t& value) { return Argument{nullptr, &value, &BindNothing}; }
 inline Argument ArgumentOf(const std::string_view& value) { return Argument{nullptr, &value, &BindView}; }
-template <typename T, typename = std::enable_if_t<std::is_same_v<T, const char*> || std::is_same_v<T, char*>>>
+template <typename T, typename = std::enable_if_t<kIsCharacters<T>>>
 Argument ArgumentOf(const T& value) {
   return Argument{nullptr, value, &BindCharacters};
 }

@@ -98,9 +98,6 @@ constexpr bool kIsOptionalStruct = false;
 template <typename T>
 constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
 
-template <typename T>
-constexpr bool kIsReference = std::is_reference_v<T> || std::is_pointer_v<T> || std::is_same_v<T, std::string_view>;
-
 template <typename Struct>
 void* EmplaceStruct(void* optional, bool isThere) {
   auto& place = *static_cast<std::optional<Struct>*>(optional);
@@ -126,9 +123,6 @@ inline int ColumnCountOf(const RowPiece& piece) { return piece.layout != nullptr
 /// The shape of a row of all T.
 template <typename... T>
 const RowShape& ShapeOf() {
-  static_assert(sizeof...(T) > 0, "Say what a row is: Query<std::string, double>(...).");
-  static_assert(!(kIsReference<T> || ...),
-                "A row has values of its own: std::string rather than std::string_view or a pointer.");
   static const RowPiece pieces[] = {PieceOf<T>()...};
   static const RowShape shape = [] {
     int columns = 0;
@@ -317,6 +311,12 @@ std::string Columns(std::string_view alias = {}) {
 /// fail with SQLITE_BUSY_SNAPSHOT: read on, destroy all iterators, or take All.
 template <typename... T>
 class [[nodiscard]] Rows {
+  static_assert(sizeof...(T) > 0, "Say what a row is made of: Query<std::string, double>(...).");
+  static_assert(!((std::is_reference_v<T> || std::is_const_v<T> || std::is_array_v<T>) || ...),
+                "A row has values of its own: neither references nor arrays, nor what is const.");
+  static_assert((std::is_default_constructible_v<T> && ...),
+                "What a row is made of is made first and read then: it needs a constructor without arguments.");
+
  public:
   /// T, or a tuple of all T.
   using value_type = typename detail::RowOf<T...>::type;

@@ -152,7 +152,7 @@ struct Codec {
   static_assert(!kIsCharacter<T>,
                 "A character is not stored: use std::string or char[N] for texts, std::int8_t for small numbers.");
   static_assert(!std::is_same_v<T, std::string_view> && !std::is_pointer_v<T>,
-                "What is read has values of its own: std::string rather than std::string_view or a pointer.");
+                "Views and pointers are not stored: use what owns its value, such as std::string.");
   static_assert(kIsCharacter<T> || std::is_same_v<T, std::string_view> || std::is_pointer_v<T>,
                 "This type is not stored: specialise sqldb::kit::Type for it, which says what it is stored as. A struct"
                 " is a row if it has a static constexpr Description.");
