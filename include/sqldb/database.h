@@ -25,6 +25,7 @@ struct sqlite3_stmt;
 
 namespace sqldb {
 
+class ConnectionRecord;
 class SQLCursorBase;
 class SQLSelectClass;
 class SQLTableClass;
@@ -202,6 +203,7 @@ class SQLDB_EXPORT SQLDatabase {
   std::uint8_t fExplainLevel = 0;
 
  private:
+  friend class ConnectionRecord;
   friend class SQLCursorBase;
   friend class SQLSelectClass;
   friend class SQLStepCursorBase;
@@ -215,6 +217,7 @@ class SQLDB_EXPORT SQLDatabase {
 
   sqlite3* fClosedConnection = nullptr;
   boost::shared_ptr<Spares> fSpares;
+  boost::shared_ptr<ConnectionRecord> fRecord;
   // What hangs on the database watches this.
   boost::shared_ptr<void> fLifetime;
 };

@@ -4,18 +4,24 @@
 
 #include <boost/make_shared.hpp>
 
+#include "database/connection_record.h"
 #include "database/spares.h"
 #include "sqldb/table.h"  // complete, for its destructor
 
 namespace sqldb {
 
 SQLDatabase::SQLDatabase(const std::string& path, bool readOnly)
-    : fPath(path), fReadOnly(readOnly), fSpares(boost::make_shared<Spares>()), fLifetime(boost::make_shared<bool>()) {}
+    : fPath(path),
+      fReadOnly(readOnly),
+      fSpares(boost::make_shared<Spares>()),
+      fRecord(boost::make_shared<ConnectionRecord>()),
+      fLifetime(boost::make_shared<bool>()) {}
 
 SQLDatabase::~SQLDatabase() {
   // First of all: what the release of the tables destroys must leave the lists alone.
   fDestroying = true;
   if (fConnection != nullptr && fIsOpen) Close();
+  fRecord->TellOfTheEnd();
   // What the tables release finds no database any more.
   fLifetime.reset();
   // By the vector's own destructor libc++ would release the last one first.
@@ -30,6 +36,8 @@ void SQLDatabase::CommonOpen() {
   sqlite3* connection = nullptr;
   const int result = sqlite3_open(fPath.c_str(), &connection);
   if (result != SQLITE_OK) ThrowError(result);
+  fRecord->TellOfTheEnd();
+  fRecord->fLeftovers.clear();
   fConnection = connection;
   fIsOpen = true;
   // SQLite may hand out the address of a closed connection again.
@@ -37,7 +45,12 @@ void SQLDatabase::CommonOpen() {
 }
 
 void SQLDatabase::Close() {
-  if (sqlite3_close(Connection()) == SQLITE_OK) fClosedConnection = fConnection;
+  fRecord->TellOfTheEnd();
+  if (sqlite3_close(Connection()) == SQLITE_OK) {
+    fClosedConnection = fConnection;
+    // Whatever was left, the application has finalized.
+    fRecord->fLeftovers.clear();
+  }
   fIsOpen = false;
 }
 

@@ -6,6 +6,8 @@
 
 #include <sqlite3.h>
 
+#include "database/connection_record.h"
+
 namespace sqldb {
 
 namespace {
@@ -46,18 +48,24 @@ void SQLDatabase::ExplainQuery(const std::string& sql) {
   std::string explanation;
   bool isFirst = true;
   std::string text = kExplain + sql;
+  SentStatement sent(*this);
   while (true) {
     sqlite3_stmt* statement = nullptr;
     const char* tail = nullptr;
     if (sqlite3_prepare(connection, text.c_str(), -1, &statement, &tail) != SQLITE_OK) {
       ThrowExplainError(connection, "' (C).\n");
     }
+    sent.fStatement = statement;
     int result = sqlite3_step(statement);
     for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
       AppendOperation(explanation, isFirst, statement);
       isFirst = false;
     }
-    if (result != SQLITE_DONE && result != SQLITE_OK) ThrowExplainError(connection, "' (A).\n");
+    if (result != SQLITE_DONE && result != SQLITE_OK) {
+      sent.fHasFailed = true;
+      ThrowExplainError(connection, "' (A).\n");
+    }
+    sent.fStatement = nullptr;
     if (sqlite3_finalize(statement) != SQLITE_OK) ThrowExplainError(connection, "' (B).\n");
 
     const char* const end = text.c_str() + text.size();
