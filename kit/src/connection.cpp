@@ -19,16 +19,15 @@ struct Finalizer {
 }  // namespace
 
 Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept)
-    : fStatements(*this, mostKept), fCore(std::move(core)) {
-  OfferLists(Handle());
+    : ConnectionWatcher(&End), fStatements(*this, mostKept), fCore(std::move(core)) {
+  if (!fCore || !fCore->fIsOpen) ThrowNotOpen();
+  OfferLists(fCore->fConnection);
+  SetHooks(*fCore);
+  ConnectionRecord::Of(*fCore).Join(*this);
+  fIsWatching = true;
 }
 
-SQLDatabase& Connection::Core() const {
-  if (!fCore || !fCore->fIsOpen) throw Error("The database is not open.", SQLITE_MISUSE);
-  return *fCore;
-}
-
-sqlite3* Connection::Handle() const { return Core().fConnection; }
+void Connection::ThrowNotOpen() { throw Error("The database is not open.", SQLITE_MISUSE); }
 
 // Pauses of 1, 2, 4, ... 128 ms: shorter ones at first, since most locks are short.
 int Connection::Wait(void* connection, int tries) {
@@ -56,6 +55,7 @@ std::string_view Connection::RunFirst(std::string_view sql, Take take) {
   // A semicolon or a comment.
   if (statement == nullptr) return sql.substr(text.size());
   CheckPragma(text);
+  if (sqlite3_stmt_readonly(statement) == 0) fLevels.BeforeWrite(Core());
   int step = sqlite3_step(statement);
   for (; step == SQLITE_ROW; step = sqlite3_step(statement)) take(statement);
   if (step != SQLITE_DONE) ThrowError(Handle(), step, text);
@@ -86,11 +86,27 @@ std::string Connection::Ask(std::string_view sql) {
   return answer;
 }
 
-void Connection::Close() noexcept {
+void Connection::LetGo() noexcept {
+  fIsWatching = false;
+  fLevels.End(*fCore);
   fStatements.LetGo();
-  if (!fCore) return;
-  if (fCore->fIsOpen && fBusyTimeout != 0) sqlite3_busy_handler(fCore->fConnection, nullptr, nullptr);
-  if (fCore.use_count() == 1 && fCore->fIsOpen) fCore->Close();
+  if (fBusyTimeout != 0) sqlite3_busy_handler(fCore->fConnection, nullptr, nullptr);
+  if (!ConnectionRecord::Of(*fCore).IsWatched()) RemoveHooks(*fCore);
+}
+
+void Connection::End(ConnectionWatcher& self) noexcept {
+  auto& connection = static_cast<Connection&>(self);
+  connection.LetGo();
+  // Whoever destroys it was never kept from that by the pointer.
+  if (connection.fCore->fDestroying) connection.fCore.reset();
+}
+
+void Connection::Close() noexcept {
+  if (fIsWatching) {
+    ConnectionRecord::Of(*fCore).Leave(*this);
+    LetGo();
+  }
+  if (fCore && fCore.use_count() == 1 && fCore->fIsOpen) fCore->Close();
   fCore.reset();
 }
 

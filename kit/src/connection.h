@@ -10,6 +10,8 @@
 #include <sqlite3.h>
 #include <boost/shared_ptr.hpp>
 
+#include "database/connection_record.h"
+#include "levels.h"
 #include "sqldb/database.h"
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/lease.h"
@@ -19,8 +21,9 @@
 namespace sqldb::kit::detail {
 
 // The state of one connection. Lives as long as anything that was made from it; the core's database may end before.
-class Connection {
+class Connection : private ConnectionWatcher {
  public:
+  // Throws Error if the program has set hooks of its own; see SetHooks.
   Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept);
 
   ~Connection() { Close(); }
@@ -28,8 +31,13 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   // Throw Error once it is closed.
-  SQLDatabase& Core() const;
-  sqlite3* Handle() const;
+  SQLDatabase& Core() const {
+    if (!IsOpen()) ThrowNotOpen();
+    return *fCore;
+  }
+  sqlite3* Handle() const { return Core().fConnection; }
+  // Whether neither it nor the core's database has been closed.
+  bool IsOpen() const noexcept { return fIsWatching && fCore->fIsOpen; }
 
   // Milliseconds. Only while one of its statements is at work.
   void WaitFor(int busyTimeout);
@@ -49,16 +57,23 @@ class Connection {
 
   StatementStore fStatements;
   TableStates fTables{fStatements};
+  Levels fLevels;
   // See Working.
   bool fIsWorking = false;
 
  private:
+  [[noreturn]] static void ThrowNotOpen();
   static int Wait(void* connection, int tries);
   // Runs the first statement of the text, and hands each row to `take`. Returns the rest of the text.
   template <typename Take>
   std::string_view RunFirst(std::string_view sql, Take take);
+  // The core's database is about to close.
+  static void End(ConnectionWatcher& self) noexcept;
+  void LetGo() noexcept;
 
   boost::shared_ptr<SQLDatabase> fCore;
+  // From the beginning to the end of the connection.
+  bool fIsWatching = false;
   std::size_t fUsers = 0;
   int fBusyTimeout = 0;
 };

@@ -16,6 +16,7 @@ namespace sqldb::kit::detail {
 // Runs to the next row. Returns false if there is none left. Throws Error; the statement is then reset.
 inline bool StepOnce(KeptStatement& kept) {
   if (kept.statement == nullptr) ThrowLetGo(kept);
+  if (kept.isWriting) kept.connection->fLevels.BeforeWrite(kept.connection->Core());
   int result;
   {
     const Working working(*kept.connection);

@@ -10,6 +10,7 @@
 #include "sqldb/kit/record.h"
 #include "sqldb/kit/statement.h"
 #include "sqldb/kit/table.h"
+#include "sqldb/kit/transaction.h"
 #include "sqldb/kit/type.h"
 
 #endif  // SQLDB_KIT_KIT_H

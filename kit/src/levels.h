@@ -1,0 +1,103 @@
+#ifndef SQLDB_KIT_SRC_LEVELS_H
+#define SQLDB_KIT_SRC_LEVELS_H
+
+// The levels of the transaction of one connection, and the statements that begin and end them.
+
+#include <cstdint>
+
+#include <sqlite3.h>
+
+#include "sqldb/database.h"
+
+namespace sqldb::kit::detail {
+
+// Nothing is bound to them, and none runs twice at a time: so they need no lease, and their number is fixed.
+class ControlStatements {
+ public:
+  enum Kind {
+    kBeginDeferred,
+    kBeginImmediate,
+    kBeginExclusive,
+    kCommit,
+    kRollback,
+    kSavepoint,
+    kRelease,
+    kRollbackTo,
+    kKinds
+  };
+
+  ControlStatements() = default;
+  ~ControlStatements() { LetGo(); }
+  ControlStatements(const ControlStatements&) = delete;
+  ControlStatements& operator=(const ControlStatements&) = delete;
+
+  static const char* TextOf(Kind kind) noexcept;
+
+  // Compiles it unless it is there. Throws Error.
+  void Provide(sqlite3* connection, Kind kind) {
+    if (fStatements[kind] == nullptr) Compile(connection, kind);
+  }
+  // Returns SQLite's result code, SQLITE_DONE for success. The connection has the message.
+  // REQUIRES: it was provided.
+  int Run(Kind kind) noexcept {
+    const int result = sqlite3_step(fStatements[kind]);
+    sqlite3_reset(fStatements[kind]);
+    return result;
+  }
+  void LetGo() noexcept;
+
+ private:
+  void Compile(sqlite3* connection, Kind kind);
+
+  sqlite3_stmt* fStatements[kKinds] = {};
+};
+
+// True when SQLite has no transaction open: none was begun, or SQLite has rolled it back by itself.
+inline bool IsOver(const SQLDatabase& core) noexcept { return sqlite3_get_autocommit(core.fConnection) != 0; }
+
+// Throws the Error that says that SQLite has rolled back.
+[[noreturn]] void ThrowRolledBack();
+
+// What a connection knows of its transaction beside what the core counts.
+class Levels {
+ public:
+  // Before the kit runs a statement that writes: throws Error if the transaction is not there any more in which it
+  // would write, or rolls back the one that is still there.
+  void BeforeWrite(SQLDatabase& core) {
+    if (core.fTransactionDepth > 0) {
+      if (IsOver(core)) ThrowRolledBack();
+    } else if (fOwesRollback) {
+      FinishRollback(core);
+    }
+  }
+
+  // Begins SQLite's transaction, with all that its end needs. Throws Error.
+  void Begin(SQLDatabase& core, ControlStatements::Kind kind);
+  // Rolls SQLite's transaction back, if it is there. All levels have ended.
+  void RollBack(SQLDatabase& core) noexcept;
+  // Rolls back what the kit began on the connection, which is about to end, and lets go of the statements.
+  void End(SQLDatabase& core) noexcept;
+
+  ControlStatements fStatements;
+  // The outermost of the levels that are the kit's; 0 if there is none.
+  std::int32_t fOutermost = 0;
+  // How many savepoints are open.
+  std::int32_t fSavepoints = 0;
+  // Of the transaction; tells one that the kit has begun from the next.
+  std::uint64_t fNumber = 0;
+
+ private:
+  void FinishRollback(SQLDatabase& core);
+
+  // A rollback was refused, so that the transaction is still open.
+  bool fOwesRollback = false;
+};
+
+// Sets the hooks by which nothing is committed while a level is open whose transaction SQLite has rolled back by
+// itself. Throws Error if the program has set others.
+void SetHooks(SQLDatabase& core);
+void RemoveHooks(SQLDatabase& core) noexcept;
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_SRC_LEVELS_H

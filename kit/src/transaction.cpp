@@ -1,0 +1,176 @@
+#include "sqldb/kit/transaction.h"
+
+#include "compile.h"
+#include "connection.h"
+#include "sqldb/kit/database.h"
+
+namespace sqldb::kit {
+
+namespace {
+
+using detail::ControlStatements;
+using detail::IsOver;
+using detail::Levels;
+
+ControlStatements::Kind KindOf(Begin begin) {
+  switch (begin) {
+    case Begin::kDeferred:
+      return ControlStatements::kBeginDeferred;
+    case Begin::kExclusive:
+      return ControlStatements::kBeginExclusive;
+    case Begin::kImmediate:
+      break;
+  }
+  return ControlStatements::kBeginImmediate;
+}
+
+[[noreturn]] void ThrowFailure(const SQLDatabase& core, int result, ControlStatements::Kind kind) {
+  detail::ThrowError(core.fConnection, result, ControlStatements::TextOf(kind));
+}
+
+}  // namespace
+
+Transaction::Transaction(Database& database, Begin begin) : fConnection(database.Connection()) {
+  SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (core.fTransactionDepth > 0) {
+    if (IsOver(core)) detail::ThrowRolledBack();
+    core.BeginTransaction();
+  } else {
+    const detail::Working working(*fConnection);
+    levels.Begin(core, KindOf(begin));
+  }
+  fLevel = core.fTransactionDepth;
+  if (levels.fOutermost == 0 || levels.fOutermost > fLevel) levels.fOutermost = fLevel;
+  fNumber = levels.fNumber;
+  fSavepoints = levels.fSavepoints;
+}
+
+Transaction::~Transaction() { RollBack(); }
+
+bool Transaction::IsOpen(const SQLDatabase& core) const noexcept {
+  return !fHasEnded && fConnection->fLevels.fNumber == fNumber && core.fTransactionDepth >= fLevel;
+}
+
+void Transaction::Commit() {
+  SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (!IsOpen(core) || core.fTransactionDepth != fLevel || (levels.fSavepoints != fSavepoints && !IsOver(core))) {
+    throw Error("The transaction has ended already, or a part of it has not.", SQLITE_MISUSE);
+  }
+  if (IsOver(core)) {
+    RollBack();
+    detail::ThrowRolledBack();
+  }
+  if (fLevel == 1) {
+    CommitOutermost(core);
+    return;
+  }
+  core.EndTransaction(true, false);
+  if (levels.fOutermost == fLevel) levels.fOutermost = 0;
+  fHasEnded = true;
+}
+
+void Transaction::CommitOutermost(SQLDatabase& core) {
+  Levels& levels = fConnection->fLevels;
+  const ControlStatements::Kind kind = core.fTransactionOK ? ControlStatements::kCommit : ControlStatements::kRollback;
+  // By which the hook knows that the level has ended.
+  core.fTransactionDepth = 0;
+  int result;
+  {
+    const detail::Working working(*fConnection);
+    result = levels.fStatements.Run(kind);
+  }
+  if (!IsOver(core)) {
+    core.fTransactionDepth = 1;
+    ThrowFailure(core, result, kind);
+  }
+  core.fTransactionOK = true;
+  levels.fOutermost = 0;
+  fHasEnded = true;
+  if (kind == ControlStatements::kRollback) {
+    throw Error("The transaction was rolled back, because a part of it was.", SQLITE_ABORT_ROLLBACK);
+  }
+  if (result != SQLITE_DONE) ThrowFailure(core, result, kind);
+}
+
+void Transaction::RollBack() noexcept {
+  // The end of the connection has rolled back.
+  if (fHasEnded || !fConnection->IsOpen()) return;
+  fHasEnded = true;
+  SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (levels.fOutermost == fLevel) levels.fOutermost = 0;
+  if (levels.fNumber != fNumber || core.fTransactionDepth < fLevel) return;
+  if (fLevel == 1) {
+    levels.RollBack(core);
+  } else {
+    core.fTransactionDepth = fLevel - 1;
+    core.fTransactionOK = false;
+  }
+}
+
+Savepoint::Savepoint(Database& database) : fConnection(database.Connection()) {
+  const SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (core.fTransactionDepth <= 0) {
+    throw Error("A savepoint is a part of a transaction, and none is open.", SQLITE_MISUSE);
+  }
+  if (IsOver(core)) detail::ThrowRolledBack();
+  for (const auto needed :
+       {ControlStatements::kSavepoint, ControlStatements::kRelease, ControlStatements::kRollbackTo}) {
+    levels.fStatements.Provide(core.fConnection, needed);
+  }
+  const int result = levels.fStatements.Run(ControlStatements::kSavepoint);
+  if (result != SQLITE_DONE) ThrowFailure(core, result, ControlStatements::kSavepoint);
+  fLevel = ++levels.fSavepoints;
+  fNumber = levels.fNumber;
+  fDepth = core.fTransactionDepth;
+  fWasOK = core.fTransactionOK;
+}
+
+bool Savepoint::IsOpen() const noexcept {
+  const Levels& levels = fConnection->fLevels;
+  return !fHasEnded && levels.fNumber == fNumber && levels.fSavepoints >= fLevel;
+}
+
+void Savepoint::Release() {
+  const SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (!IsOpen() || levels.fSavepoints != fLevel || core.fTransactionDepth != fDepth) {
+    throw Error("The savepoint has ended already, or a part of it has not.", SQLITE_MISUSE);
+  }
+  if (IsOver(core)) {
+    fHasEnded = true;
+    --levels.fSavepoints;
+    detail::ThrowRolledBack();
+  }
+  const int result = levels.fStatements.Run(ControlStatements::kRelease);
+  if (result != SQLITE_DONE) ThrowFailure(core, result, ControlStatements::kRelease);
+  fHasEnded = true;
+  --levels.fSavepoints;
+}
+
+Savepoint::~Savepoint() {
+  if (!fConnection->IsOpen() || !IsOpen()) return;
+  SQLDatabase& core = fConnection->Core();
+  Levels& levels = fConnection->fLevels;
+  if (core.fTransactionDepth >= fDepth && !IsOver(core)) {
+    core.fTransactionDepth = fDepth;
+    core.fTransactionOK = Undo() && fWasOK;
+  }
+  levels.fSavepoints = fLevel - 1;
+}
+
+// Those inside it as well.
+bool Savepoint::Undo() noexcept {
+  ControlStatements& statements = fConnection->fLevels.fStatements;
+  bool isUndone = true;
+  for (std::int32_t level = fConnection->fLevels.fSavepoints; level >= fLevel; --level) {
+    if (statements.Run(ControlStatements::kRollbackTo) != SQLITE_DONE) isUndone = false;
+    if (statements.Run(ControlStatements::kRelease) != SQLITE_DONE) isUndone = false;
+  }
+  return isUndone;
+}
+
+}  // namespace sqldb::kit
