@@ -22,7 +22,7 @@ Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept
     : ConnectionWatcher(&End), fStatements(*this, mostKept), fCore(std::move(core)) {
   if (!fCore || !fCore->fIsOpen) ThrowNotOpen();
   OfferLists(fCore->fConnection);
-  SetHooks(*fCore);
+  SetHook(*fCore);
   ConnectionRecord::Of(*fCore).Join(*this);
   fIsWatching = true;
 }
@@ -91,7 +91,7 @@ void Connection::LetGo() noexcept {
   fLevels.End(*fCore);
   fStatements.LetGo();
   if (fBusyTimeout != 0) sqlite3_busy_handler(fCore->fConnection, nullptr, nullptr);
-  if (!ConnectionRecord::Of(*fCore).IsWatched()) RemoveHooks(*fCore);
+  if (!ConnectionRecord::Of(*fCore).IsWatched()) RemoveHook(*fCore);
 }
 
 void Connection::End(ConnectionWatcher& self) noexcept {

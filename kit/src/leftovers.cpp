@@ -76,8 +76,7 @@ struct Report {
 
 [[noreturn]] void ThrowReport(const SQLDatabase& database, const Report& report) {
   // The commit hook's refusal, of which SQLite says nothing but that.
-  const bool isRefused = report.code == SQLITE_CONSTRAINT_COMMITHOOK && database.fTransactionDepth > 0;
-  if (isRefused && ConnectionRecord::Of(database).fWasRolledBack) ThrowRolledBack();
+  if (report.code == SQLITE_CONSTRAINT_COMMITHOOK && database.fTransactionDepth > 0) ThrowRolledBack();
   ThrowAs(report.message, report.code);
 }
 

@@ -8,19 +8,9 @@ namespace sqldb::kit::detail {
 
 namespace {
 
-// Called by SQLite before anything is committed; what is not 0 makes it roll back instead. An end of the levels has
-// lowered the depth by then.
-int MayNotCommit(void* database) {
-  const auto& core = *static_cast<const SQLDatabase*>(database);
-  bool& wasRolledBack = ConnectionRecord::Of(core).fWasRolledBack;
-  if (core.fTransactionDepth <= 0) wasRolledBack = false;
-  return wasRolledBack ? 1 : 0;
-}
-
-void NoteRollback(void* database) {
-  const auto& core = *static_cast<const SQLDatabase*>(database);
-  ConnectionRecord::Of(core).fWasRolledBack = core.fTransactionDepth > 0;
-}
+// Called by SQLite before anything is committed; what is not 0 makes it roll back instead. The end of the outermost
+// level has lowered the depth by then.
+int MayNotCommit(void* database) { return static_cast<const SQLDatabase*>(database)->fTransactionDepth > 0 ? 1 : 0; }
 
 }  // namespace
 
@@ -58,13 +48,12 @@ void Levels::Begin(SQLDatabase& core, ControlStatements::Kind kind) {
   // Below zero, the core would count on.
   core.fTransactionDepth = 0;
   if (!core.fTransactionOK || fOwesRollback) FinishRollback(core);
-  SetHooks(core);
-  for (const auto needed : {kind, ControlStatements::kCommit, ControlStatements::kRollback}) {
-    fStatements.Provide(connection, needed);
-  }
+  SetHook(core);
+  fStatements.Provide(connection, kind);
+  fStatements.Provide(connection, ControlStatements::kCommit);
+  fStatements.Provide(connection, ControlStatements::kRollback);
   const int result = fStatements.Run(kind);
   if (result != SQLITE_DONE) ThrowError(connection, result, ControlStatements::TextOf(kind));
-  ConnectionRecord::Of(core).fWasRolledBack = false;
   core.fTransactionDepth = 1;
   fSavepoints = 0;
   ++fNumber;
@@ -88,22 +77,16 @@ void Levels::End(SQLDatabase& core) noexcept {
   fStatements.LetGo();
 }
 
-void SetHooks(SQLDatabase& core) {
-  sqlite3* const connection = core.fConnection;
-  const void* const mine = &core;
-  const void* const committing = sqlite3_commit_hook(connection, &MayNotCommit, &core);
-  const void* const rollingBack = sqlite3_rollback_hook(connection, &NoteRollback, &core);
-  if (committing == mine && rollingBack == mine) return;
+void SetHook(SQLDatabase& core) {
+  const void* const before = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
+  if (before == &core) return;
   if (!ConnectionRecord::Of(core).IsWatched()) {
-    if (committing == nullptr && rollingBack == nullptr) return;
-    RemoveHooks(core);
+    if (before == nullptr) return;
+    RemoveHook(core);
   }
-  throw Error("The program has set a commit or rollback hook, and the kit needs both.", SQLITE_MISUSE);
+  throw Error("The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE);
 }
 
-void RemoveHooks(SQLDatabase& core) noexcept {
-  sqlite3_commit_hook(core.fConnection, nullptr, nullptr);
-  sqlite3_rollback_hook(core.fConnection, nullptr, nullptr);
-}
+void RemoveHook(SQLDatabase& core) noexcept { sqlite3_commit_hook(core.fConnection, nullptr, nullptr); }
 
 }  // namespace sqldb::kit::detail

@@ -93,10 +93,10 @@ class Levels {
   bool fOwesRollback = false;
 };
 
-// Sets the hooks by which nothing is committed while a level is open whose transaction SQLite has rolled back by
-// itself. Throws Error if the program has set others.
-void SetHooks(SQLDatabase& core);
-void RemoveHooks(SQLDatabase& core) noexcept;
+// Sets the hook by which nothing is committed while a level is open, but by its end: after SQLite has rolled back by
+// itself, each write would be committed alone. Throws Error if the program has set another one.
+void SetHook(SQLDatabase& core);
+void RemoveHook(SQLDatabase& core) noexcept;
 
 }  // namespace sqldb::kit::detail
 

@@ -46,7 +46,9 @@ Transaction::Transaction(Database& database, Begin begin) : fConnection(database
   fSavepoints = levels.fSavepoints;
 }
 
-Transaction::~Transaction() { RollBack(); }
+Transaction::~Transaction() {
+  if (!fHasEnded) RollBack();
+}
 
 bool Transaction::IsOpen(const SQLDatabase& core) const noexcept {
   return !fHasEnded && fConnection->fLevels.fNumber == fNumber && core.fTransactionDepth >= fLevel;
@@ -81,7 +83,7 @@ void Transaction::CommitOutermost(SQLDatabase& core) {
     const detail::Working working(*fConnection);
     result = levels.fStatements.Run(kind);
   }
-  if (!IsOver(core)) {
+  if (result != SQLITE_DONE && !IsOver(core)) {
     core.fTransactionDepth = 1;
     ThrowFailure(core, result, kind);
   }
@@ -96,7 +98,7 @@ void Transaction::CommitOutermost(SQLDatabase& core) {
 
 void Transaction::RollBack() noexcept {
   // The end of the connection has rolled back.
-  if (fHasEnded || !fConnection->IsOpen()) return;
+  if (!fConnection->IsOpen()) return;
   fHasEnded = true;
   SQLDatabase& core = fConnection->Core();
   Levels& levels = fConnection->fLevels;

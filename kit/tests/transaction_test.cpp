@@ -503,25 +503,30 @@ TEST_F(TransactionTest, ACommitAfterWhichSQLiteRollsBackLeavesNothingOpen) {
   ThrownBy([&] { const Transaction transaction(fDatabase); });
 }
 
-TEST_F(TransactionTest, HooksOfTheProgramAreRefusedAndNotPutBack) {
-  for (const bool isRollback : {true, false}) {
-    void* const data = isRollback ? this : nullptr;
-    if (isRollback) {
-      sqlite3_rollback_hook(
-          Core().fConnection, [](void*) {}, data);
-    } else {
-      sqlite3_commit_hook(
-          Core().fConnection, [](void*) { return 1; }, data);
-    }
+TEST_F(TransactionTest, ACommitHookOfTheProgramIsRefusedAndNotPutBack) {
+  for (void* const data : {static_cast<void*>(this), static_cast<void*>(nullptr)}) {
+    sqlite3_commit_hook(
+        Core().fConnection, [](void*) { return 1; }, data);
     ExpectError(ThrownBy([&] { const Transaction transaction(fDatabase); }),
-                "The program has set a commit or rollback hook, and the kit needs both.", SQLITE_MISUSE);
+                "The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE);
     ExpectNoTransaction();
-    InTransaction(fDatabase, [&] { Write(isRollback ? 1 : 2); });
+    InTransaction(fDatabase, [&] { Write(data != nullptr ? 1 : 2); });
   }
   EXPECT_THAT(Seen(), ElementsAre(1, 2));
 }
 
-TEST_F(TransactionTest, ADatabaseOfTheCoreWithHooksIsRefusedAndLeftWithoutThem) {
+TEST_F(TransactionTest, ACommitOfTheProgramsOwnIsRefusedInsideALevel) {
+  {
+    Transaction transaction(fDatabase);
+    Write(1);
+    EXPECT_EQ(ThrownBy([&] { fDatabase.Execute("COMMIT"); }).ExtendedCode(), SQLITE_CONSTRAINT_COMMITHOOK);
+    ExpectError(ThrownBy([&] { Write(2); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
+    ExpectError(CommitError(transaction), kRolledBack, SQLITE_ABORT_ROLLBACK);
+  }
+  EXPECT_THAT(Seen(), IsEmpty());
+}
+
+TEST_F(TransactionTest, ADatabaseOfTheCoreWithACommitHookIsRefusedAndLeftWithoutIt) {
   const auto core = boost::make_shared<SQLDatabase>(Path(), false);
   core->Open();
   sqlite3_commit_hook(
@@ -546,7 +551,7 @@ TEST_F(TransactionTest, TwoDatabasesOfOneCoreCountTheSameLevels) {
   }
   EXPECT_THAT(Seen(), ElementsAre(1));
   second.reset();
-  // The hooks are still there.
+  // The hook is still there.
   const Transaction transaction(first);
   ThrownBy([&] { first.Execute("INSERT OR ROLLBACK INTO t VALUES (1)"); });
   EXPECT_THROW(core->SendQuery("INSERT INTO t VALUES (2)", nullptr, nullptr), std::runtime_error);
@@ -554,12 +559,11 @@ TEST_F(TransactionTest, TwoDatabasesOfOneCoreCountTheSameLevels) {
   EXPECT_THAT(Seen(), ElementsAre(1));
 }
 
-TEST_F(TransactionTest, TheLastDatabaseOfACoreTakesTheHooksOff) {
+TEST_F(TransactionTest, TheLastDatabaseOfACoreTakesTheHookOff) {
   const auto core = boost::make_shared<SQLDatabase>(Path(), false);
   core->Open();
   { const Database database(core); }
   EXPECT_EQ(sqlite3_commit_hook(core->fConnection, nullptr, nullptr), nullptr);
-  EXPECT_EQ(sqlite3_rollback_hook(core->fConnection, nullptr, nullptr), nullptr);
 }
 
 TEST_F(TransactionTest, TheEndNeedsNoMemoryOfSQLiteAndNoneOfTheProgram) {

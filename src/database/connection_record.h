@@ -69,8 +69,6 @@ class ConnectionRecord {
   std::vector<Leftover> fLeftovers;
   // That of the next one.
   std::uint64_t fNextNumber = 0;
-  // Whether SQLite has rolled back while a level of a transaction was open; the kit's.
-  bool fWasRolledBack = false;
 
  private:
   friend class SentStatement;

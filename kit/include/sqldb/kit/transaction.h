@@ -23,10 +23,13 @@
 // Some failures make SQLite roll back the whole transaction by itself: a full disk, an input or output that fails, no
 // memory, ON CONFLICT ROLLBACK, RAISE(ROLLBACK). Until the level that is open then has ended, nothing is written any
 // more, neither by the kit, which throws an Error with SQLITE_ABORT_ROLLBACK at the first attempt, nor by the core or
-// by whatever else uses the connection. For that the kit sets SQLite's commit hook and its rollback hook. A program
-// that sets its own instead is refused the next transaction; the kit's are then in their places again, since SQLite
-// tells nobody what the program's were. The same holds for a Database made of an open database of the core; there
-// hooks that were set with a null pointer as their data cannot be told from none, and are lost.
+// whatever else uses the connection: inside a level nothing is committed but by its end. A COMMIT of the program's own
+// is refused there, too, and rolls back.
+//
+// For that the kit needs SQLite's commit hook. A program that sets its own instead is refused the next transaction; the
+// kit's is then in its place again, since SQLite tells nobody what the program's was. A Database is not made of an open
+// database of the core that has one either, and takes it off; one that was set with a null pointer as its data cannot
+// be told from none, and is lost.
 
 #include <cstdint>
 #include <type_traits>
