@@ -22,7 +22,7 @@ Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept
     : ConnectionWatcher(&End), fStatements(*this, mostKept), fCore(std::move(core)) {
   if (!fCore || !fCore->fIsOpen) ThrowNotOpen();
   OfferLists(fCore->fConnection);
-  SetHook(*fCore);
+  if (!ConnectionRecord::Of(*fCore).IsWatched()) SetFirstHook(*fCore);
   ConnectionRecord::Of(*fCore).Join(*this);
   fIsWatching = true;
 }

@@ -23,7 +23,7 @@ namespace sqldb::kit::detail {
 // The state of one connection. Lives as long as anything that was made from it; the core's database may end before.
 class Connection : private ConnectionWatcher {
  public:
-  // Throws Error if the program has set a hook of its own; see SetHook.
+  // Throws Error if the program has set a hook of its own; see MayNotCommit.
   Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept);
 
   ~Connection() { Close(); }

@@ -6,14 +6,6 @@
 
 namespace sqldb::kit::detail {
 
-namespace {
-
-// Called by SQLite before anything is committed; what is not 0 makes it roll back instead. The end of the outermost
-// level has lowered the depth by then.
-int MayNotCommit(void* database) { return static_cast<const SQLDatabase*>(database)->fTransactionDepth > 0 ? 1 : 0; }
-
-}  // namespace
-
 const char* ControlStatements::TextOf(Kind kind) noexcept {
   static constexpr const char* kTexts[kKinds] = {"BEGIN",    "BEGIN IMMEDIATE", "BEGIN EXCLUSIVE", "COMMIT",
                                                  "ROLLBACK", "SAVEPOINT kit",   "RELEASE kit",     "ROLLBACK TO kit"};
@@ -31,32 +23,29 @@ void ControlStatements::LetGo() noexcept {
   }
 }
 
+void ThrowFailure(const SQLDatabase& core, int result, ControlStatements::Kind kind) {
+  ThrowError(core.fConnection, result, ControlStatements::TextOf(kind));
+}
+
 void ThrowRolledBack() { throw Error("SQLite has rolled the transaction back.", SQLITE_ABORT_ROLLBACK); }
 
 void Levels::FinishRollback(SQLDatabase& core) {
   if (!IsOver(core)) {
     fStatements.Provide(core.fConnection, ControlStatements::kRollback);
     const int result = fStatements.Run(ControlStatements::kRollback);
-    if (!IsOver(core)) ThrowError(core.fConnection, result, ControlStatements::TextOf(ControlStatements::kRollback));
+    if (!IsOver(core)) ThrowFailure(core, result, ControlStatements::kRollback);
   }
   core.fTransactionOK = true;
   fOwesRollback = false;
 }
 
-void Levels::Begin(SQLDatabase& core, ControlStatements::Kind kind) {
-  sqlite3* const connection = core.fConnection;
+void Levels::MakeReady(SQLDatabase& core, ControlStatements::Kind kind) {
   // Below zero, the core would count on.
   core.fTransactionDepth = 0;
   if (!core.fTransactionOK || fOwesRollback) FinishRollback(core);
-  SetHook(core);
-  fStatements.Provide(connection, kind);
-  fStatements.Provide(connection, ControlStatements::kCommit);
-  fStatements.Provide(connection, ControlStatements::kRollback);
-  const int result = fStatements.Run(kind);
-  if (result != SQLITE_DONE) ThrowError(connection, result, ControlStatements::TextOf(kind));
-  core.fTransactionDepth = 1;
-  fSavepoints = 0;
-  ++fNumber;
+  for (const auto needed : {kind, ControlStatements::kRollback, ControlStatements::kCommit}) {
+    fStatements.Provide(core.fConnection, needed);
+  }
 }
 
 void Levels::RollBack(SQLDatabase& core) noexcept {
@@ -77,14 +66,19 @@ void Levels::End(SQLDatabase& core) noexcept {
   fStatements.LetGo();
 }
 
-void SetHook(SQLDatabase& core) {
+// Called by SQLite before anything is committed; what is not 0 makes it roll back instead. The end of the outermost
+// level has lowered the depth by then.
+int MayNotCommit(void* database) noexcept {
+  return static_cast<const SQLDatabase*>(database)->fTransactionDepth > 0 ? 1 : 0;
+}
+
+void RefuseHook() { throw Error("The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE); }
+
+void SetFirstHook(SQLDatabase& core) {
   const void* const before = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
-  if (before == &core) return;
-  if (!ConnectionRecord::Of(core).IsWatched()) {
-    if (before == nullptr) return;
-    RemoveHook(core);
-  }
-  throw Error("The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE);
+  if (before == nullptr || before == &core) return;
+  RemoveHook(core);
+  RefuseHook();
 }
 
 void RemoveHook(SQLDatabase& core) noexcept { sqlite3_commit_hook(core.fConnection, nullptr, nullptr); }

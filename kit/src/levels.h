@@ -33,9 +33,10 @@ class ControlStatements {
 
   static const char* TextOf(Kind kind) noexcept;
 
+  bool Has(Kind kind) const noexcept { return fStatements[kind] != nullptr; }
   // Compiles it unless it is there. Throws Error.
   void Provide(sqlite3* connection, Kind kind) {
-    if (fStatements[kind] == nullptr) Compile(connection, kind);
+    if (!Has(kind)) Compile(connection, kind);
   }
   // Returns SQLite's result code, SQLITE_DONE for success. The connection has the message.
   // REQUIRES: it was provided.
@@ -55,8 +56,21 @@ class ControlStatements {
 // True when SQLite has no transaction open: none was begun, or SQLite has rolled it back by itself.
 inline bool IsOver(const SQLDatabase& core) noexcept { return sqlite3_get_autocommit(core.fConnection) != 0; }
 
+// What the connection says of the statement that returned `result`.
+[[noreturn]] void ThrowFailure(const SQLDatabase& core, int result, ControlStatements::Kind kind);
 // Throws the Error that says that SQLite has rolled back.
 [[noreturn]] void ThrowRolledBack();
+
+// The hook by which nothing is committed while a level is open, but by its end: after SQLite has rolled back by itself,
+// each write would be committed alone. Set by the function after it, which throws Error if the program has set another.
+int MayNotCommit(void* database) noexcept;
+[[noreturn]] void RefuseHook();
+inline void SetHook(SQLDatabase& core) {
+  if (sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core) != &core) RefuseHook();
+}
+// The same for the first Database of a core's database, which has none yet.
+void SetFirstHook(SQLDatabase& core);
+void RemoveHook(SQLDatabase& core) noexcept;
 
 // What a connection knows of its transaction beside what the core counts.
 class Levels {
@@ -72,7 +86,17 @@ class Levels {
   }
 
   // Begins SQLite's transaction, with all that its end needs. Throws Error.
-  void Begin(SQLDatabase& core, ControlStatements::Kind kind);
+  void Begin(SQLDatabase& core, ControlStatements::Kind kind) {
+    const bool isReady = fStatements.Has(kind) && fStatements.Has(ControlStatements::kCommit);
+    if (!isReady || core.fTransactionDepth != 0 || !core.fTransactionOK || fOwesRollback) MakeReady(core, kind);
+    SetHook(core);
+    const int result = fStatements.Run(kind);
+    if (result != SQLITE_DONE) ThrowFailure(core, result, kind);
+    core.fTransactionDepth = 1;
+    fOutermost = 1;
+    fSavepoints = 0;
+    ++fNumber;
+  }
   // Rolls SQLite's transaction back, if it is there. All levels have ended.
   void RollBack(SQLDatabase& core) noexcept;
   // Rolls back what the kit began on the connection, which is about to end, and lets go of the statements.
@@ -87,16 +111,12 @@ class Levels {
   std::uint64_t fNumber = 0;
 
  private:
+  void MakeReady(SQLDatabase& core, ControlStatements::Kind kind);
   void FinishRollback(SQLDatabase& core);
 
   // A rollback was refused, so that the transaction is still open.
   bool fOwesRollback = false;
 };
-
-// Sets the hook by which nothing is committed while a level is open, but by its end: after SQLite has rolled back by
-// itself, each write would be committed alone. Throws Error if the program has set another one.
-void SetHook(SQLDatabase& core);
-void RemoveHook(SQLDatabase& core) noexcept;
 
 }  // namespace sqldb::kit::detail
 

@@ -11,22 +11,13 @@ namespace {
 using detail::ControlStatements;
 using detail::IsOver;
 using detail::Levels;
+using detail::ThrowFailure;
 
-ControlStatements::Kind KindOf(Begin begin) {
-  switch (begin) {
-    case Begin::kDeferred:
-      return ControlStatements::kBeginDeferred;
-    case Begin::kExclusive:
-      return ControlStatements::kBeginExclusive;
-    case Begin::kImmediate:
-      break;
-  }
-  return ControlStatements::kBeginImmediate;
-}
+constexpr ControlStatements::Kind KindOf(Begin begin) { return static_cast<ControlStatements::Kind>(begin); }
 
-[[noreturn]] void ThrowFailure(const SQLDatabase& core, int result, ControlStatements::Kind kind) {
-  detail::ThrowError(core.fConnection, result, ControlStatements::TextOf(kind));
-}
+static_assert(KindOf(Begin::kDeferred) == ControlStatements::kBeginDeferred);
+static_assert(KindOf(Begin::kImmediate) == ControlStatements::kBeginImmediate);
+static_assert(KindOf(Begin::kExclusive) == ControlStatements::kBeginExclusive);
 
 }  // namespace
 
@@ -36,45 +27,32 @@ Transaction::Transaction(Database& database, Begin begin) : fConnection(database
   if (core.fTransactionDepth > 0) {
     if (IsOver(core)) detail::ThrowRolledBack();
     core.BeginTransaction();
+    fLevel = core.fTransactionDepth;
+    if (levels.fOutermost == 0 || levels.fOutermost > fLevel) levels.fOutermost = fLevel;
+    fSavepoints = levels.fSavepoints;
   } else {
     const detail::Working working(*fConnection);
     levels.Begin(core, KindOf(begin));
+    fLevel = 1;
   }
-  fLevel = core.fTransactionDepth;
-  if (levels.fOutermost == 0 || levels.fOutermost > fLevel) levels.fOutermost = fLevel;
   fNumber = levels.fNumber;
-  fSavepoints = levels.fSavepoints;
 }
 
 Transaction::~Transaction() {
   if (!fHasEnded) RollBack();
 }
 
-bool Transaction::IsOpen(const SQLDatabase& core) const noexcept {
-  return !fHasEnded && fConnection->fLevels.fNumber == fNumber && core.fTransactionDepth >= fLevel;
-}
-
 void Transaction::Commit() {
   SQLDatabase& core = fConnection->Core();
   Levels& levels = fConnection->fLevels;
-  if (!IsOpen(core) || core.fTransactionDepth != fLevel || (levels.fSavepoints != fSavepoints && !IsOver(core))) {
+  const bool isOpen = !fHasEnded && levels.fNumber == fNumber && core.fTransactionDepth == fLevel;
+  if (!isOpen || (levels.fSavepoints != fSavepoints && !IsOver(core))) {
     throw Error("The transaction has ended already, or a part of it has not.", SQLITE_MISUSE);
   }
-  if (IsOver(core)) {
-    RollBack();
-    detail::ThrowRolledBack();
-  }
-  if (fLevel == 1) {
-    CommitOutermost(core);
+  if (fLevel > 1) {
+    CommitInner(core);
     return;
   }
-  core.EndTransaction(true, false);
-  if (levels.fOutermost == fLevel) levels.fOutermost = 0;
-  fHasEnded = true;
-}
-
-void Transaction::CommitOutermost(SQLDatabase& core) {
-  Levels& levels = fConnection->fLevels;
   const ControlStatements::Kind kind = core.fTransactionOK ? ControlStatements::kCommit : ControlStatements::kRollback;
   // By which the hook knows that the level has ended.
   core.fTransactionDepth = 0;
@@ -90,10 +68,23 @@ void Transaction::CommitOutermost(SQLDatabase& core) {
   core.fTransactionOK = true;
   levels.fOutermost = 0;
   fHasEnded = true;
+  // There was none to end.
+  if (result == SQLITE_ERROR) detail::ThrowRolledBack();
   if (kind == ControlStatements::kRollback) {
     throw Error("The transaction was rolled back, because a part of it was.", SQLITE_ABORT_ROLLBACK);
   }
   if (result != SQLITE_DONE) ThrowFailure(core, result, kind);
+}
+
+void Transaction::CommitInner(SQLDatabase& core) {
+  if (IsOver(core)) {
+    RollBack();
+    detail::ThrowRolledBack();
+  }
+  core.EndTransaction(true, false);
+  Levels& levels = fConnection->fLevels;
+  if (levels.fOutermost == fLevel) levels.fOutermost = 0;
+  fHasEnded = true;
 }
 
 void Transaction::RollBack() noexcept {

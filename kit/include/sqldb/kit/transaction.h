@@ -88,8 +88,7 @@ class SQLDB_EXPORT Transaction {
   void Commit();
 
  private:
-  bool IsOpen(const SQLDatabase& core) const noexcept;
-  void CommitOutermost(SQLDatabase& core);
+  void CommitInner(SQLDatabase& core);
   void RollBack() noexcept;
 
   detail::ConnectionPointer fConnection;
