@@ -1,5 +1,5 @@
-# What the library is compiled with and linked to. Below a minimum it stops with the sentence of README.md; what only the
-# kit needs, its headers check.
+# What the libraries are compiled with and linked to. Below a minimum it stops with the sentence of README.md; without what
+# only the kit needs, the sentence says why the kit is left out.
 
 # Apple counts the versions of its Clang in another way.
 if(NOT CMAKE_CXX_COMPILER_ID MATCHES "^(GNU|Clang|AppleClang)$"
@@ -9,7 +9,7 @@ if(NOT CMAKE_CXX_COMPILER_ID MATCHES "^(GNU|Clang|AppleClang)$"
     "This is ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}.")
 endif()
 
-# SQLDB_ENGINE_TARGET is what to link, SQLDB_USES_KIT whether it is new enough for the kit's tests and examples.
+# SQLDB_ENGINE_TARGET is what to link, SQLDB_USES_KIT whether the kit and what uses it are built.
 set(SQLDB_USES_KIT TRUE)
 if(SQLDB_ENGINE STREQUAL "sqlite3")
   find_package(SQLite3 REQUIRED)
@@ -18,8 +18,7 @@ if(SQLDB_ENGINE STREQUAL "sqlite3")
   endif()
   if(SQLite3_VERSION AND SQLite3_VERSION VERSION_LESS 3.15)
     set(SQLDB_USES_KIT FALSE)
-    message(STATUS "Tests and examples with the kit left out: sqldb::kit needs SQLite 3.15 or newer. "
-      "This is ${SQLite3_VERSION}.")
+    message(STATUS "The kit is left out: sqldb::kit needs SQLite 3.15 or newer. This is ${SQLite3_VERSION}.")
   endif()
   # CMake has called it so since 4.3.
   if(NOT TARGET SQLite3::SQLite3)
@@ -42,7 +41,8 @@ check_cxx_source_compiles("
 unset(CMAKE_REQUIRED_FLAGS)
 if(NOT SQLDB_PRINTS_REALS)
   set(SQLDB_USES_KIT FALSE)
-  message(STATUS "Tests and examples with the kit left out: the standard library has no std::to_chars for double.")
+  message(STATUS "The kit is left out: "
+    "sqldb::kit needs std::to_chars for double: libstdc++ 11 or newer, or libc++ 14 or newer.")
 endif()
 
 find_package(Boost QUIET CONFIG)

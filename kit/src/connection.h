@@ -18,6 +18,10 @@
 #include "statement_store.h"
 #include "table_state.h"
 
+#if SQLITE_VERSION_NUMBER < 3015000
+#error "sqldb::kit needs SQLite 3.15 or newer."
+#endif
+
 namespace sqldb::kit::detail {
 
 // The state of one connection. Lives as long as anything that was made from it; the core's database may end before.

@@ -7,7 +7,8 @@ from conan import ConanFile
 from conan.tools.cmake import CMake, CMakeDeps, CMakeToolchain, cmake_layout
 from conan.tools.files import copy, load
 
-SOURCES = ("CMakeLists.txt", "LICENSE", "cmake/*", "include/*", "kit/CMakeLists.txt", "kit/include/*", "src/*")
+SOURCES = ("CMakeLists.txt", "LICENSE", "cmake/*", "include/*", "kit/CMakeLists.txt", "kit/include/*", "kit/src/*",
+           "src/*")
 
 
 class Sqldb(ConanFile):
@@ -60,5 +61,6 @@ class Sqldb(ConanFile):
         core.requires = ["sqlite3::sqlite3", "boost::headers"]
         core.set_property("cmake_target_name", "sqldb::sqldb")
         kit = self.cpp_info.components["kit"]
+        kit.libs = ["sqldb_kit"]
         kit.requires = ["sqldb"]
         kit.set_property("cmake_target_name", "sqldb::kit")
