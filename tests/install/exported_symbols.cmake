@@ -1,5 +1,8 @@
 # The library exports its interface and nothing else: a name that slips out becomes something that users may rely on, and
 # that another library may be confused with.
+#
+# The interface of the kit is what its HEADERS mark with SQLDB_EXPORT. That of the core, of which programs specialise
+# templates, is the lists.
 cmake_minimum_required(VERSION 3.22)
 set(classes
   sqldb::BindingCallback
@@ -42,6 +45,25 @@ set(data
   sqldb::SQLEmptyTerm::EmptyTerm
   sqldb::SQLValueBase::gLastNamedParameterSequence)
 
+if(HEADERS)
+  set(classes)
+  set(functions)
+  set(data)
+  file(GLOB_RECURSE headers ${HEADERS}/*.h)
+  foreach(header IN LISTS headers)
+    file(READ ${header} text)
+    string(REGEX REPLACE "//[^\n]*" "" text "${text}")
+    string(REGEX MATCHALL "(class|struct) SQLDB_EXPORT [A-Za-z]+" marked "${text}")
+    list(TRANSFORM marked REPLACE ".* " "")
+    list(APPEND classes ${marked})
+    string(REGEX MATCHALL "SQLDB_EXPORT [^;{}(]*[ *&](operator[^(]+|[A-Za-z]+)\\(" marked "${text}")
+    list(TRANSFORM marked REPLACE ".*[ *&](operator[^(]+|[A-Za-z]+)\\($" "\\1")
+    list(APPEND functions ${marked})
+  endforeach()
+  list(REMOVE_DUPLICATES classes)
+  list(REMOVE_DUPLICATES functions)
+endif()
+
 execute_process(COMMAND ${NM} --dynamic --defined-only --demangle ${LIBRARY}
   RESULT_VARIABLE result OUTPUT_VARIABLE symbols ERROR_VARIABLE problem)
 if(NOT result EQUAL 0)
@@ -55,6 +77,12 @@ foreach(symbol IN LISTS symbols)
   string(REGEX MATCH "^[0-9a-f]* *([A-Za-z]) (.*)$" symbol "${symbol}")
   set(kind ${CMAKE_MATCH_1})
   set(name "${CMAKE_MATCH_2}")
+  if(HEADERS)
+    string(REGEX REPLACE "(^| for )sqldb::kit::(detail::)?" "\\1" name "${name}")
+    # What the compiler says of a text that a function returns, and of what a specialisation is for.
+    string(REPLACE "[abi:cxx11]" "" name "${name}")
+    string(REGEX REPLACE "^([A-Za-z]+)<[^(]*>::" "\\1::" name "${name}")
+  endif()
   set(known)
   if(name MATCHES "^(vtable|VTT|typeinfo|typeinfo name) for (.*)$")
     set(name "${CMAKE_MATCH_2}")

@@ -1,4 +1,4 @@
-// The last version that is too old for the kit.
+// The last version that is too old for the kit's sources.
 #include_next <sqlite3.h>
 
 #undef SQLITE_VERSION_NUMBER
