@@ -123,9 +123,43 @@ make_installation() {
   mv made "$work/$1"
 }
 
+# use_find_package NAME [OPTION...]
 use_find_package() {
   write_project '**find_package**'
+  build_project -DCMAKE_PREFIX_PATH="$work/$1" "${@:2}"
+}
+
+# The kit then finds the core by itself, since the program, which calls the kit alone, has nothing of it.
+use_as_needed() {
+  use_find_package "$1" -DCMAKE_EXE_LINKER_FLAGS=-Wl,--as-needed
+  readelf --dynamic build/your_program >needed
+  grep 'libsqldb_kit\.so' needed
+  if grep 'libsqldb\.so' needed; then give_up "The program needs the core, and so tells nothing of the kit."; fi
+}
+
+# The core alone, with CMake and with pkg-config, brings nothing of the kit.
+use_core_alone() {
+  cat >program.cpp <<'END'
+#include <sqldb/sqldb.h>
+
+#include <iostream>
+
+int main() {
+  sqldb::SQLDatabase database(":memory:", false);
+  database.Open();
+  std::cout << (database.fIsOpen ? "bolt" : "nothing") << "\n";
+}
+END
+  printf '%s\n' 'cmake_minimum_required(VERSION 3.22)' 'project(your_program LANGUAGES CXX)' \
+    'add_executable(your_program program.cpp)' 'find_package(sqldb REQUIRED COMPONENTS sqldb)' \
+    'target_link_libraries(your_program PRIVATE sqldb::sqldb)' >CMakeLists.txt
   build_project -DCMAKE_PREFIX_PATH="$work/$1"
+  export PKG_CONFIG_PATH=$work/$1/lib/pkgconfig LD_LIBRARY_PATH=$work/$1/lib
+  # shellcheck disable=SC2046
+  g++ -std=c++17 program.cpp $(pkg-config --cflags --libs sqldb) -o program
+  expect_bolt ./program
+  readelf --dynamic program build/your_program >needed
+  if grep sqldb_kit needed; then give_up "The core brings the kit."; fi
 }
 
 use_components() {
@@ -143,7 +177,7 @@ refuse_components() {
   write_project '**find_package**'
   sed -i 's/REQUIRED/REQUIRED COMPONENTS nothing/' CMakeLists.txt
   ! cmake -S . -B build -DCMAKE_PREFIX_PATH="$work/$1" >log 2>&1 || give_up "A component that does not exist is found."
-  tr -s '[:space:]' ' ' <log | grep 'sqldb has no component nothing; its components are sqldb and kit\.'
+  tr -s '[:space:]' ' ' <log | grep 'sqldb has no component nothing; it has sqldb and kit\.'
 }
 
 # SQLite's target as CMake calls it from 4.3 on.
@@ -194,6 +228,9 @@ make_debian_packages() {
   mkdir "$work/debian"
   mv sqldb/build/package/*.deb "$work/debian"
   lintian --allow-root --fail-on error,warning "$work"/debian/*.deb
+  # What the tools do not find out by themselves, since neither package is installed where the other is made.
+  [[ $(dpkg-deb --field "$work"/debian/libsqldb-kit0_*.deb Depends) == *'libsqldb0 (= '* ]]
+  [[ $(dpkg-deb --field "$work"/debian/libsqldb-dev_*.deb Depends) == *'libsqldb0 (= '*'libsqldb-kit0 (= '* ]]
 }
 
 # The release of Debian or Ubuntu that runs here, with a compiler, CMake, pkg-config and nothing else.
@@ -252,7 +289,9 @@ try "the archive of the sources" make_archive
 [[ -d $work/sqldb ]] || exit 1
 try "an installation, made and moved" make_installation shared
 try "find_package" use_find_package shared
+try "find_package, linked only as needed" use_as_needed shared
 try "pkg-config" use_pkg_config shared
+try "find_package and pkg-config, the core alone" use_core_alone shared
 try "a static installation, made and moved" make_installation static -DBUILD_SHARED_LIBS=OFF
 try "find_package, of components" use_components shared
 try "find_package, of a component that does not exist" refuse_components shared
