@@ -19,6 +19,8 @@ namespace {
 // By which 2^63 is compared exactly.
 constexpr double kTwoTo63 = 9223372036854775808.0;
 
+sqlite3_value* ValueOf(const Source& source) { return static_cast<sqlite3_value*>(source.value); }
+
 const char* NameOfClass(int type) {
   switch (type) {
     case SQLITE_INTEGER:
@@ -36,7 +38,7 @@ const char* NameOfClass(int type) {
 
 [[noreturn]] void ThrowOtherClass(const Source& source, const char* wanted) {
   const std::string why =
-      std::string(NameOfClass(sqlite3_value_type(source.value))) + ", which cannot be read as " + wanted;
+      std::string(NameOfClass(sqlite3_value_type(ValueOf(source)))) + ", which cannot be read as " + wanted;
   ThrowUnfit(source, why.c_str());
 }
 
@@ -63,13 +65,13 @@ Source ColumnOf(sqlite3_stmt* statement, int column) noexcept {
   return Source{sqlite3_column_value(statement, column), statement, column};
 }
 
-bool IsNull(const Source& source) noexcept { return sqlite3_value_type(source.value) == SQLITE_NULL; }
+bool IsNull(const Source& source) noexcept { return sqlite3_value_type(ValueOf(source)) == SQLITE_NULL; }
 
 std::int64_t ReadInteger(const Source& source) {
-  const int type = sqlite3_value_type(source.value);
-  if (type == SQLITE_INTEGER) return sqlite3_value_int64(source.value);
+  const int type = sqlite3_value_type(ValueOf(source));
+  if (type == SQLITE_INTEGER) return sqlite3_value_int64(ValueOf(source));
   if (type != SQLITE_FLOAT) ThrowOtherClass(source, "an integer");
-  const double real = sqlite3_value_double(source.value);
+  const double real = sqlite3_value_double(ValueOf(source));
   if (!(real >= -kTwoTo63 && real < kTwoTo63) || real != std::trunc(real)) {
     ThrowUnfit(source, "a real number that is no integer of 64 bits");
   }
@@ -77,10 +79,10 @@ std::int64_t ReadInteger(const Source& source) {
 }
 
 double ReadReal(const Source& source) {
-  const int type = sqlite3_value_type(source.value);
-  if (type == SQLITE_FLOAT) return sqlite3_value_double(source.value);
+  const int type = sqlite3_value_type(ValueOf(source));
+  if (type == SQLITE_FLOAT) return sqlite3_value_double(ValueOf(source));
   if (type != SQLITE_INTEGER) ThrowOtherClass(source, "a real number");
-  const std::int64_t integer = sqlite3_value_int64(source.value);
+  const std::int64_t integer = sqlite3_value_int64(ValueOf(source));
   const auto real = static_cast<double>(integer);
   if (real >= kTwoTo63 || static_cast<std::int64_t>(real) != integer) {
     ThrowUnfit(source, "an integer that no double holds exactly");
@@ -98,17 +100,17 @@ float ReadFloat(const Source& source) {
 }
 
 std::string_view ReadText(const Source& source) {
-  if (sqlite3_value_type(source.value) != SQLITE_TEXT) ThrowOtherClass(source, "a text");
-  const unsigned char* const text = sqlite3_value_text(source.value);
+  if (sqlite3_value_type(ValueOf(source)) != SQLITE_TEXT) ThrowOtherClass(source, "a text");
+  const unsigned char* const text = sqlite3_value_text(ValueOf(source));
   if (text == nullptr) throw std::bad_alloc();
-  const int size = sqlite3_value_bytes(source.value);
+  const int size = sqlite3_value_bytes(ValueOf(source));
   return std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size));
 }
 
 std::string_view ReadBlob(const Source& source) {
-  if (sqlite3_value_type(source.value) != SQLITE_BLOB) ThrowOtherClass(source, "a blob");
-  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(source.value));
-  const void* const bytes = sqlite3_value_blob(source.value);
+  if (sqlite3_value_type(ValueOf(source)) != SQLITE_BLOB) ThrowOtherClass(source, "a blob");
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(ValueOf(source)));
+  const void* const bytes = sqlite3_value_blob(ValueOf(source));
   if (bytes == nullptr && size != 0) throw std::bad_alloc();
   return std::string_view(static_cast<const char*>(bytes), size);
 }

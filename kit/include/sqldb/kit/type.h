@@ -41,7 +41,6 @@
 #include "sqldb/export.h"
 
 struct sqlite3_stmt;
-struct sqlite3_value;
 
 namespace sqldb::kit {
 
@@ -80,7 +79,8 @@ constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsig
 
 /// A value that SQLite has: a column of a row, or an argument of a function.
 struct Source {
-  sqlite3_value* value;
+  /// An sqlite3_value, which not every version of SQLite declares in the same way.
+  void* value;
   /// For the message of a ConversionError: whose column it is, from 0.
   sqlite3_stmt* statement;
   int column;
