@@ -31,5 +31,5 @@ measure() {
 
 status=0
 measure "library" build/coverage/tests/sqldb_tests "$PWD/src" "$PWD/include" || status=1
-measure "kit" build/coverage/kit/tests/sqldb_kit_tests "$PWD/kit/include" || status=1
+measure "kit" build/coverage/kit/tests/sqldb_kit_tests "$PWD/kit/src" "$PWD/kit/include" || status=1
 exit "$status"

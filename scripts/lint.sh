@@ -13,7 +13,7 @@ install_missing clang-format clang-tidy shellcheck python3
 
 # Found rather than asked of git, which a source archive does not need.
 mapfile -d '' cpp_files < <(find . \( -path ./build -o -path ./.git \) -prune -o \( -name '*.cpp' -o -name '*.h' \) -print0)
-mapfile -d '' sources < <(find src examples -name '*.cpp' -not -path '*/tests/*' -print0)
+mapfile -d '' sources < <(find src kit/src examples -name '*.cpp' -not -path '*/tests/*' -print0)
 jobs=$(nproc)
 
 # Goes on after a failure, so that one run shows all findings.

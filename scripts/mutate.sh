@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Breaks the library in one place at a time and tells which breaks the tests do not notice.
+# Breaks the library or the kit in one place at a time and tells which breaks the tests do not notice.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -7,16 +7,17 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 usage() {
   cat <<'END_OF_USAGE'
-usage: scripts/mutate.sh [--list] [--jobs N] [--tests PROGRAM] [FILTER...]
+usage: scripts/mutate.sh [--list] [--jobs N] [--tests FOLDER] [FILTER...]
 
-Forces every condition in src/ to true and to false and shortens every string literal at either end, one such mutant at a
-time, in a copy of the tree; rebuilds the library with sanitizers and runs the unit tests against it. Prints each
-mutant, and at the end those that survived. Fails if fewer than 95 % were killed.
+Forces every condition in src/ and kit/src/ to true and to false and shortens every string literal at either end, one
+such mutant at a time, in a copy of the tree; rebuilds the library that it is in with sanitizers and runs the unit tests
+of that library. Prints each mutant, and at the end those that survived. Fails if fewer than 95 % of those of one of the
+two libraries were killed.
 
   --list     only list the mutants
   --jobs N   so many at a time; one per core by default
-  --tests PROGRAM
-             this program of tests, as the preset debug builds it, instead of building one
+  --tests FOLDER
+             the programs of tests in this folder of a build with the preset debug, instead of building them
   FILTER     only mutants whose line of the list contains it, for example transaction.cpp:11
 END_OF_USAGE
 }

@@ -1,4 +1,4 @@
-"""Mutation of the library's sources; see scripts/mutate.sh."""
+"""Mutation of the sources of the library and of the kit; see scripts/mutate.sh."""
 
 import argparse
 import concurrent.futures
@@ -21,6 +21,26 @@ MEMORY_LIMIT = "hard_rss_limit_mb=1500:allocator_may_return_null=0"
 
 OPENING = "([{"
 CLOSING = ")]}"
+
+
+class Library:
+    """What is mutated together: a library, and the program that tests it."""
+
+    def __init__(self, name, sources, target, tests):
+        self.name = name
+        self.sources = sources
+        self.target = target
+        self.tests = tests  # below the folder of the build
+
+
+LIBRARIES = (
+    Library("library", pathlib.Path("src"), "sqldb", pathlib.Path("tests/sqldb_tests")),
+    Library("kit", pathlib.Path("kit/src"), "sqldb_kit", pathlib.Path("kit/tests/sqldb_kit_tests")),
+)
+
+
+def library_of(path):
+    return next(library for library in LIBRARIES if library.sources in path.parents)
 
 
 class Mutant:
@@ -128,8 +148,8 @@ def conditions(code):
                 continue  # over a range
             begin += len(parts[0]) + 1
             end = begin + len(parts[1])
-        elif ";" in code[begin:end]:
-            raise SystemExit("mutate: conditions with an initialiser are not understood")
+        else:
+            begin = start_of_operand(code, end, re.compile(";"))  # after an initialiser
         if code[end + 1 :].lstrip()[0] != "{" or match.group(1) != "ThrowIf":  # not its definition
             spans.add((begin, end))
     for match in re.finditer(r"\?", code):
@@ -203,24 +223,26 @@ def configure(tree, with_tests):
 
 
 class Worker:
-    """A copy of the tree with a library of its own, against which the one test program is run."""
+    """A copy of the tree with libraries of its own, against which their programs of tests are run."""
 
-    def __init__(self, tree, tests):
+    def __init__(self, tree, tests, libraries):
         self.tree = tree
         self.tests = tests
         copy_tree(tree)
         configure(tree, with_tests=False)
-        if not self.build():
-            raise SystemExit("mutate: the library does not build")
+        for library in libraries:
+            if not self.build(library):
+                raise SystemExit(f"mutate: the {library.name} does not build")
 
-    def build(self):
-        return run(["cmake", "--build", self.tree / "build", "--target", "sqldb"]).returncode == 0
+    def build(self, library):
+        return run(["cmake", "--build", self.tree / "build", "--target", library.target]).returncode == 0
 
     def tests_pass(self, path, limit):
-        # Most of the tests' time goes into the encoding, which nothing else depends on.
+        # Most of the library's tests' time goes into the encoding, which nothing else depends on.
         encoding = "EncodingTest.*:DecodingTest.*:ByteBlocksTest/*"
         only = encoding if path.name in ("encoding.cpp", "block_encoding.h", "byte_blocks.h") else "-" + encoding
-        environment = dict(os.environ, LD_LIBRARY_PATH=str(self.tree / "build"), GTEST_FAIL_FAST="1",
+        build = self.tree / "build"
+        environment = dict(os.environ, LD_LIBRARY_PATH=f"{build}:{build / 'kit'}", GTEST_FAIL_FAST="1",
                            GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT)
         # Whatever a killed test leaves behind goes with the folder; in memory, since SQLite syncs its files.
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
@@ -229,7 +251,7 @@ class Worker:
         def limit_processor_time():
             resource.setrlimit(resource.RLIMIT_CPU, (limit, limit))
 
-        process = subprocess.Popen([self.tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
+        process = subprocess.Popen([self.tests / library_of(path).tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
                                    preexec_fn=limit_processor_time)
         try:
@@ -249,33 +271,35 @@ class Worker:
         original = file.read_text()
         file.write_text(original[: mutant.begin] + mutant.replacement + original[mutant.end :])
         try:
-            if not self.build():
+            if not self.build(library_of(mutant.path)):
                 return "does not compile"
             return "survived" if self.tests_pass(mutant.path, limit) else "killed"
         finally:
             file.write_text(original)
 
 
-def build_tests(folder, jobs):
+def build_tests(folder, jobs, libraries):
     base = folder / "base"
     copy_tree(base)
     configure(base, with_tests=True)
-    run_or_die(["cmake", "--build", base / "build", "--target", "sqldb_tests", "--parallel", str(jobs)])
-    return base / "build" / "tests" / "sqldb_tests"
+    targets = [library.tests.name for library in libraries]
+    run_or_die(["cmake", "--build", base / "build", "--target", *targets, "--parallel", str(jobs)])
+    return base / "build"
 
 
 def mutate(mutants, jobs, folder, tests):
     print(f"{len(mutants)} mutants. Building.", flush=True)
-    tests = pathlib.Path(tests).resolve() if tests else build_tests(folder, jobs)
+    libraries = [library for library in LIBRARIES if any(library_of(mutant.path) is library for mutant in mutants)]
+    tests = pathlib.Path(tests).resolve() if tests else build_tests(folder, jobs, libraries)
     workers = queue.Queue()
     limit = 0
     for i in range(jobs):
-        worker = Worker(folder / f"worker-{i}", tests)
+        worker = Worker(folder / f"worker-{i}", tests, libraries)
         if i == 0:
             for path in {mutant.path for mutant in mutants}:
                 start = resource.getrusage(resource.RUSAGE_CHILDREN)
                 if not worker.tests_pass(path, 600):
-                    raise SystemExit("mutate: the tests fail on the unchanged library")
+                    raise SystemExit(f"mutate: the tests fail on the unchanged {library_of(path).name}")
                 end = resource.getrusage(resource.RUSAGE_CHILDREN)
                 used = end.ru_utime + end.ru_stime - start.ru_utime - start.ru_stime
                 limit = max(limit, int(4 * used) + 3)
@@ -298,6 +322,19 @@ def mutate(mutants, jobs, folder, tests):
     return verdicts
 
 
+def share_killed(library, verdicts):
+    """The share in percent, which it prints; none where nothing was mutated."""
+    killed, survived, broken = (sum(library_of(mutant.path) is library for mutant in verdicts[verdict])
+                                for verdict in ("killed", "survived", "does not compile"))
+    compiled = killed + survived
+    if compiled + broken == 0:
+        return None
+    share = 100 * killed / compiled if compiled else 0
+    print(f"mutation of the {library.name}: {compiled} mutants, {killed} killed ({share:.1f} %), {survived} survived, "
+          f"{broken} not compiled")
+    return share
+
+
 def main():
     parser = argparse.ArgumentParser(prog="scripts/mutate.sh")
     parser.add_argument("--list", action="store_true")
@@ -306,8 +343,8 @@ def main():
     parser.add_argument("filter", nargs="*")
     arguments = parser.parse_args()
 
-    paths = sorted(p.relative_to(ROOT) for p in (ROOT / "src").rglob("*") if p.suffix in (".cpp", ".h"))
-    mutants = [m for path in paths for m in mutants_of(path)]
+    paths = [p.relative_to(ROOT) for library in LIBRARIES for p in (ROOT / library.sources).rglob("*")]
+    mutants = [m for path in sorted(paths) if path.suffix in (".cpp", ".h") for m in mutants_of(path)]
     if arguments.filter:
         mutants = [m for m in mutants if any(part in str(m) for part in arguments.filter)]
     if not mutants:
@@ -322,12 +359,8 @@ def main():
     for verdict in ("does not compile", "survived"):
         for mutant in sorted(verdicts[verdict], key=str):
             print(f"{verdict}: {mutant}")
-    killed, survived = len(verdicts["killed"]), len(verdicts["survived"])
-    compiled = killed + survived
-    share = 100 * killed / compiled if compiled else 0
-    print(f"mutation: {compiled} mutants, {killed} killed ({share:.1f} %), {survived} survived, "
-          f"{len(verdicts['does not compile'])} not compiled")
-    if share < LEAST_KILLED:
+    shares = [share_killed(library, verdicts) for library in LIBRARIES]
+    if any(share is not None and share < LEAST_KILLED for share in shares):
         sys.exit(1)
 
 
