@@ -30,7 +30,7 @@ Installs what is missing, then builds the library and runs its tests on each NAM
   cxx20 cxx20-clang cxx23 cxx23-clang
                  the later language versions with this machine's GCC and Clang
   newest-sqlite  the newest SQLite that the npm package better-sqlite3 brings
-  oldest-sqlite  SQLite 3.15, the oldest that the kit supports
+  oldest-sqlite  SQLite 3.15, the oldest that the kit can be built on
   oldest-core    SQLite 3.7.17, the oldest that the core alone was tried with
 Without NAME: all, and if all pass, the table in docs/platforms.md is renewed.
 
