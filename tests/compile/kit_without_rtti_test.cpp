@@ -14,7 +14,8 @@ using namespace sqldb::kit;
 
 bool FindsWhatItInserts(Database& database) {
   database.Execute("INSERT INTO parts VALUES (?, ?, ?)", 1, "bolt", 0.25);
-  for (const auto& [name, price] : database.Query<std::string, std::optional<double>>("SELECT name, price FROM parts")) {
+  for (const auto& [name, price] :
+       database.Query<std::string, std::optional<double>>("SELECT name, price FROM parts")) {
     if (name != "bolt" || price != 0.25) return false;
   }
   return database.One<int>("SELECT COUNT(*) FROM parts WHERE name = :name", Named(":name", "bolt")) == 1;

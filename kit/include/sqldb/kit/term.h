@@ -160,6 +160,7 @@ struct Operand {
 template <typename T>
 struct Operand<std::optional<T>> : Operand<T> {
   static constexpr bool kCanCompare = false;
+  static void Add(Piece& piece, const std::optional<T>& value) { piece.AddValue(ArgumentOf(value)); }
 };
 template <>
 struct Operand<std::nullopt_t> {
