@@ -1,5 +1,5 @@
-# Compiles SOURCE as it stands, and once with each mistake that it names, which must be refused in the words beside the
-# name. Every refusal in HEADERS must be among them.
+# Compiles SOURCE as it stands, without a warning, and once with each mistake that it names, which must be refused in the
+# words beside the name. Every refusal in HEADERS must be among them.
 cmake_minimum_required(VERSION 3.22)
 set(arguments -fsyntax-only)
 foreach(folder IN LISTS INCLUDE_FOLDERS)
@@ -9,7 +9,8 @@ foreach(folder IN LISTS INCLUDE_FOLDERS)
 endforeach()
 
 foreach(standard c++17 c++2b)
-  execute_process(COMMAND ${COMPILER} -std=${standard} ${arguments} ${SOURCE}
+  execute_process(COMMAND ${COMPILER} -std=${standard} -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wold-style-cast
+    -Werror ${arguments} ${SOURCE}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result EQUAL 0)
     message(FATAL_ERROR "${standard}: does not compile:\n${output}")
