@@ -103,7 +103,7 @@ Argument ArgumentOf(const NamedValue<T>& named) {
 template <typename T>
 constexpr bool kIsNamed = false;
 template <typename T>
-constexpr bool kIsNamed<NamedValue<T>> = true;
+inline constexpr bool kIsNamed<NamedValue<T>> = true;
 
 /// The arguments of a call. An array of none is not allowed, hence the one more.
 template <typename... T>

@@ -96,7 +96,7 @@ class SQLDB_EXPORT RowReader {
 template <typename T>
 constexpr bool kIsOptionalStruct = false;
 template <typename T>
-constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
+inline constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
 
 template <typename Struct>
 void* EmplaceStruct(void* optional, bool isThere) {

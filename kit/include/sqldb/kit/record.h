@@ -119,7 +119,7 @@ namespace detail {
 template <typename T, typename = void>
 constexpr bool kIsDescribed = false;
 template <typename T>
-constexpr bool kIsDescribed<T, std::void_t<decltype(Described<T>::Description())>> = true;
+inline constexpr bool kIsDescribed<T, std::void_t<decltype(Described<T>::Description())>> = true;
 
 /// A field without its types.
 struct FieldEntry {

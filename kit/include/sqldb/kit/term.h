@@ -354,15 +354,15 @@ namespace detail {
 template <typename T, typename V>
 constexpr bool kCanHold = std::is_same_v<typename Operand<T>::Type, typename Operand<V>::Type>;
 template <typename T, typename V>
-constexpr bool kCanHold<std::optional<T>, V> = kCanHold<T, V>;
+inline constexpr bool kCanHold<std::optional<T>, V> = kCanHold<T, V>;
 template <typename T, typename V>
-constexpr bool kCanHold<std::optional<T>, std::optional<V>> = kCanHold<T, V>;
+inline constexpr bool kCanHold<std::optional<T>, std::optional<V>> = kCanHold<T, V>;
 template <typename T>
-constexpr bool kCanHold<std::optional<T>, std::nullopt_t> = true;
+inline constexpr bool kCanHold<std::optional<T>, std::nullopt_t> = true;
 template <typename T>
-constexpr bool kCanHold<T, std::nullopt_t> = false;
+inline constexpr bool kCanHold<T, std::nullopt_t> = false;
 template <typename T, typename V>
-constexpr bool kCanHold<T, std::optional<V>> = false;
+inline constexpr bool kCanHold<T, std::optional<V>> = false;
 
 }  // namespace detail
 

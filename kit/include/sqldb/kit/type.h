@@ -136,7 +136,7 @@ SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 template <typename T, typename = void>
 constexpr bool kHasType = false;
 template <typename T>
-constexpr bool kHasType<T, std::void_t<decltype(Type<T>::Store(std::declval<const T&>()))>> = true;
+inline constexpr bool kHasType<T, std::void_t<decltype(Type<T>::Store(std::declval<const T&>()))>> = true;
 
 template <typename T>
 constexpr bool kIsCharacter = kIsOneOf<T, char, wchar_t, char16_t, char32_t>;
@@ -144,7 +144,7 @@ constexpr bool kIsCharacter = kIsOneOf<T, char, wchar_t, char16_t, char32_t>;
 template <typename T>
 constexpr bool kIsOptional = false;
 template <typename T>
-constexpr bool kIsOptional<std::optional<T>> = true;
+inline constexpr bool kIsOptional<std::optional<T>> = true;
 
 /// What a value of type T comes to in the end: kSql, Load and Bind. This one is of those that are not stored.
 template <typename T, typename = void>
