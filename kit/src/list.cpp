@@ -15,17 +15,13 @@
 
 namespace sqldb::kit::detail {
 
-namespace {
-
-struct BlobBytes {
-  std::string bytes;
-};
-using Value = std::variant<std::monostate, std::int64_t, double, std::string, BlobBytes>;
-
-}  // namespace
-
 class ListValues final : public ValueSink {
  public:
+  struct BlobBytes {
+    std::string bytes;
+  };
+  using Value = std::variant<std::monostate, std::int64_t, double, std::string, BlobBytes>;
+
   void TakeNull() override { fAll.emplace_back(); }
   void TakeInteger(std::int64_t value) override { fAll.emplace_back(value); }
   void TakeReal(double value) override { fAll.emplace_back(value); }
@@ -131,7 +127,7 @@ class Result {
   void operator()(const std::string& text) const {
     sqlite3_result_text64(fContext, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
   }
-  void operator()(const BlobBytes& blob) const {
+  void operator()(const ListValues::BlobBytes& blob) const {
     sqlite3_result_blob64(fContext, blob.bytes.data(), blob.bytes.size(), SQLITE_STATIC);
   }
 
