@@ -254,10 +254,16 @@ std::int64_t TableHandle::Insert(const void* record) const {
   return sqlite3_last_insert_rowid(sqlite3_db_handle(lease.Statement()));
 }
 
+Lease TableHandle::Prepared(RecordWrite what) const {
+  static constexpr TableState::Fixed kFixed[] = {TableState::kInsert, TableState::kInsertOrIgnore, TableState::kUpsert,
+                                                 TableState::kReplace, TableState::kUpdate};
+  return Fixed(kFixed[static_cast<int>(what)]);
+}
+
+const RecordLayout& TableHandle::Layout() const noexcept { return fState->layout; }
+
 bool TableHandle::Write(RecordWrite what, const void* record) const {
-  static constexpr TableState::Fixed kFixed[] = {TableState::kInsertOrIgnore, TableState::kUpsert, TableState::kReplace,
-                                                 TableState::kUpdate};
-  Lease lease = Fixed(kFixed[static_cast<int>(what)]);
+  Lease lease = Prepared(what);
   BindRecord(Target{lease.Statement(), 1, true}, fState->layout, record);
   lease.Step();
   return Changes(lease) > 0;

@@ -21,7 +21,9 @@ static_assert(KindOf(Begin::kExclusive) == ControlStatements::kBeginExclusive);
 
 }  // namespace
 
-Transaction::Transaction(Database& database, Begin begin) : fConnection(database.Connection()) {
+Transaction::Transaction(Database& database, Begin begin) : Transaction(database.Connection(), begin) {}
+
+Transaction::Transaction(const detail::ConnectionPointer& connection, Begin begin) : fConnection(connection) {
   SQLDatabase& core = fConnection->Core();
   Levels& levels = fConnection->fLevels;
   if (core.fTransactionDepth > 0) {
@@ -103,7 +105,9 @@ void Transaction::RollBack() noexcept {
   }
 }
 
-Savepoint::Savepoint(Database& database) : fConnection(database.Connection()) {
+Savepoint::Savepoint(Database& database) : Savepoint(database.Connection()) {}
+
+Savepoint::Savepoint(const detail::ConnectionPointer& connection) : fConnection(connection) {
   const SQLDatabase& core = fConnection->Core();
   Levels& levels = fConnection->fLevels;
   if (core.fTransactionDepth <= 0) {

@@ -1,6 +1,6 @@
 #include "sqldb/kit/transfer.h"
 
-#include <string_view>
+#include <cstddef>
 
 #include <sqlite3.h>
 
@@ -8,46 +8,46 @@ namespace sqldb::kit::detail {
 
 namespace {
 
-// The text of a value that is one; otherwise what ReadText throws.
-std::string_view TextOf(sqlite3_stmt* statement, int column, sqlite3_value* source) {
-  if (sqlite3_value_type(source) == SQLITE_TEXT) {
-    if (const unsigned char* const text = sqlite3_value_text(source)) {
-      return std::string_view(reinterpret_cast<const char*>(text),
-                              static_cast<std::size_t>(sqlite3_value_bytes(source)));
-    }
-  }
-  return ReadText(Source{source, statement, column});
+// The text of a value that is one; null otherwise.
+const char* TextOf(sqlite3_value* source) {
+  if (sqlite3_value_type(source) != SQLITE_TEXT) return nullptr;
+  return reinterpret_cast<const char*>(sqlite3_value_text(source));
 }
+
+std::size_t SizeOf(sqlite3_value* source) { return static_cast<std::size_t>(sqlite3_value_bytes(source)); }
 
 }  // namespace
 
+// What fits at once is read here; the rest, and what does not fit, is left to the readers of Codec.
+
 void LoadInt64(sqlite3_stmt* statement, int column, void* value) {
   sqlite3_value* const source = sqlite3_column_value(statement, column);
-  *static_cast<std::int64_t*>(value) = sqlite3_value_type(source) == SQLITE_INTEGER
-                                           ? sqlite3_value_int64(source)
-                                           : ReadInteger(Source{source, statement, column});
+  if (sqlite3_value_type(source) != SQLITE_INTEGER) return LoadAny<std::int64_t>(statement, column, value);
+  *static_cast<std::int64_t*>(value) = sqlite3_value_int64(source);
 }
 
 void LoadDouble(sqlite3_stmt* statement, int column, void* value) {
   sqlite3_value* const source = sqlite3_column_value(statement, column);
-  *static_cast<double*>(value) = sqlite3_value_type(source) == SQLITE_FLOAT
-                                     ? sqlite3_value_double(source)
-                                     : ReadReal(Source{source, statement, column});
+  if (sqlite3_value_type(source) != SQLITE_FLOAT) return LoadAny<double>(statement, column, value);
+  *static_cast<double*>(value) = sqlite3_value_double(source);
 }
 
 void LoadString(sqlite3_stmt* statement, int column, void* value) {
-  *static_cast<std::string*>(value) = TextOf(statement, column, sqlite3_column_value(statement, column));
+  sqlite3_value* const source = sqlite3_column_value(statement, column);
+  const char* const text = TextOf(source);
+  if (text == nullptr) return LoadAny<std::string>(statement, column, value);
+  static_cast<std::string*>(value)->assign(text, SizeOf(source));
 }
 
 void LoadOptionalString(sqlite3_stmt* statement, int column, void* value) {
-  auto& text = *static_cast<std::optional<std::string>*>(value);
   sqlite3_value* const source = sqlite3_column_value(statement, column);
-  if (sqlite3_value_type(source) == SQLITE_NULL) {
-    text.reset();
-  } else if (text) {
-    *text = TextOf(statement, column, source);
+  const char* const text = TextOf(source);
+  if (text == nullptr) return LoadAny<std::optional<std::string>>(statement, column, value);
+  auto& target = *static_cast<std::optional<std::string>*>(value);
+  if (target) {
+    target->assign(text, SizeOf(source));
   } else {
-    text.emplace(TextOf(statement, column, source));
+    target.emplace(text, SizeOf(source));
   }
 }
 

@@ -37,10 +37,23 @@ class SQLDB_EXPORT Error : public std::runtime_error {
   /// object.
   std::string_view Sql() const noexcept;
 
+  /// Of a bulk write: the number of the record that could not be written, from 0; the number of all for the end of the
+  /// last batch. Otherwise 0.
+  std::size_t Record() const noexcept { return fRecord; }
+  /// Of a bulk write: how many of the records before it stay. Otherwise 0.
+  std::size_t Written() const noexcept { return fWritten; }
+  /// For the kit.
+  void SetRecord(std::size_t record, std::size_t written) noexcept {
+    fRecord = record;
+    fWritten = written;
+  }
+
  private:
   int fExtendedCode;
   // what() is the message, and the text of the statement after it.
   std::size_t fMessageSize;
+  std::size_t fRecord = 0;
+  std::size_t fWritten = 0;
 };
 
 /// A value or a row that a constraint forbids: UNIQUE, NOT NULL, CHECK, a foreign key, a primary key.

@@ -19,7 +19,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "sqldb/export.h"
+#include "sqldb/kit/bulk.h"
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/lease.h"
 #include "sqldb/kit/record.h"
@@ -130,6 +130,31 @@ class Table {
   /// Inserts a row in the place of those with the same key or the same value of a unique field. Those are deleted, and
   /// with them the rows that refer to them, where the reference cascades; Upsert deletes nothing.
   void Replace(const Record& record) const { fTable.Write(detail::RecordWrite::kReplace, &record); }
+  /// Inserts all of `records`, a range of Record, and returns how many those are. Each batch is a transaction of its
+  /// own, or inside a transaction a part of that: what it throws undoes the batch, and the batches before stay. An
+  /// Error tells by Record and Written which record failed, and how many stay. `report` is called after each batch with
+  /// the number of records written so far; it returns Progress::kStop to end the work. REQUIRES: `records` does not
+  /// change meanwhile.
+  template <typename Records, typename Report>
+  std::size_t InsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
+    return WriteMany(detail::RecordWrite::kInsert, records, options, report);
+  }
+  /// The same, without a report.
+  template <typename Records>
+  std::size_t InsertMany(const Records& records, const BulkOptions& options = {}) const {
+    return InsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
+  }
+  /// The same, but each record is written as Upsert does it.
+  template <typename Records, typename Report>
+  std::size_t UpsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
+    RequireKey();
+    return WriteMany(detail::RecordWrite::kUpsert, records, options, report);
+  }
+  /// The same, without a report.
+  template <typename Records>
+  std::size_t UpsertMany(const Records& records, const BulkOptions& options = {}) const {
+    return UpsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
+  }
   /// Gives the row with the record's key the record's values. Returns false if there is no such row.
   bool Update(const Record& record) const {
     RequireKey();
@@ -165,6 +190,17 @@ class Table {
  private:
   static constexpr void RequireKey() {
     static_assert(detail::KeyCount<Record>() > 0, "The struct has no key: describe one with Key(\"id\", &Part::id).");
+  }
+
+  template <typename Records, typename Report>
+  std::size_t WriteMany(detail::RecordWrite what, const Records& records, const BulkOptions& options,
+                        Report& report) const {
+    detail::BulkWriter writer(fTable, what, options);
+    for (const Record& record : records) {
+      if (writer.Write(&record) && report(writer.Written()) == Progress::kStop) return writer.Written();
+    }
+    if (writer.Finish()) report(writer.Written());
+    return writer.Written();
   }
 
   template <typename... K>

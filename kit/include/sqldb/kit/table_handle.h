@@ -19,7 +19,7 @@ namespace sqldb::kit::detail {
 struct TableState;
 
 /// What is written with a record as a whole.
-enum class RecordWrite { kInsertOrIgnore, kUpsert, kReplace, kUpdate };
+enum class RecordWrite { kInsert, kInsertOrIgnore, kUpsert, kReplace, kUpdate };
 
 /// Which rows of a table, and in which order.
 struct RowsWanted {
@@ -47,6 +47,10 @@ class SQLDB_EXPORT TableHandle {
   void Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void* optional)) const;
   [[noreturn]] void ThrowNotFound() const;
 
+  /// The statement that writes a record, without values.
+  Lease Prepared(RecordWrite what) const;
+  const RecordLayout& Layout() const noexcept;
+  const ConnectionPointer& Connection() const noexcept { return fConnection; }
   /// Returns the rowid.
   std::int64_t Insert(const void* record) const;
   /// Returns whether a row was written.

@@ -69,6 +69,8 @@ class SQLDB_EXPORT Transaction {
   ///
   /// A rollback that SQLite refused before is made up for first.
   explicit Transaction(Database& database, Begin begin = Begin::kImmediate);
+  /// The same, for the kit.
+  Transaction(const detail::ConnectionPointer& connection, Begin begin);
 
   /// Rolls the level back unless it was committed, along with the levels inside it that have not ended; an inner level
   /// takes all of the transaction with it when that ends. Throws nothing, and allocates nothing unless SQLite has to
@@ -105,6 +107,8 @@ class SQLDB_EXPORT Savepoint {
   /// Throws Error; an Error with SQLITE_MISUSE if no level of a transaction is open, and one with SQLITE_ABORT_ROLLBACK
   /// if SQLite has rolled it back by itself.
   explicit Savepoint(Database& database);
+  /// The same, for the kit.
+  explicit Savepoint(const detail::ConnectionPointer& connection);
 
   /// Undoes what was written since the beginning, unless it was released; the transaction goes on. A level that began
   /// inside, and was rolled back, is done with that. Throws nothing: should SQLite refuse to undo, the transaction as

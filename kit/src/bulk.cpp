@@ -1,0 +1,60 @@
+#include "sqldb/kit/bulk.h"
+
+#include "connection.h"
+#include "step.h"
+
+namespace sqldb::kit::detail {
+
+BulkWriter::BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options)
+    : fTable(table), fWhat(what), fBatch(options.batch) {}
+
+void BulkWriter::BeginBatch() {
+  const ConnectionPointer& connection = fTable.Connection();
+  const SQLDatabase& core = connection->Core();
+  if (core.fTransactionDepth > 0) {
+    fSavepoint.emplace(connection);
+  } else if (IsOver(core)) {
+    fTransaction.emplace(connection, Begin::kImmediate);
+  }
+  fStatement = fTable.Prepared(fWhat);
+}
+
+void BulkWriter::EndBatch() {
+  fStatement = Lease();
+  if (fSavepoint) fSavepoint->Release();
+  if (fTransaction) fTransaction->Commit();
+  fSavepoint.reset();
+  fTransaction.reset();
+  fWritten += fInBatch;
+  fInBatch = 0;
+}
+
+bool BulkWriter::Write(const void* record) {
+  try {
+    if (fInBatch == 0) BeginBatch();
+    BindRecord(Target{fStatement.Statement(), 1, true}, fTable.Layout(), record);
+    KeptStatement& kept = fStatement.Kept();
+    StepOnce(kept);
+    sqlite3_reset(kept.statement);
+    if (++fInBatch != fBatch) return false;
+    EndBatch();
+    return true;
+  } catch (Error& error) {
+    const bool isKept = !fSavepoint && !fTransaction;
+    error.SetRecord(fWritten + fInBatch, isKept ? fWritten + fInBatch : fWritten);
+    throw;
+  }
+}
+
+bool BulkWriter::Finish() {
+  if (fInBatch == 0) return false;
+  try {
+    EndBatch();
+  } catch (Error& error) {
+    error.SetRecord(fWritten + fInBatch, fWritten);
+    throw;
+  }
+  return true;
+}
+
+}  // namespace sqldb::kit::detail
