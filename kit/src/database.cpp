@@ -33,10 +33,7 @@ void Database::Close() noexcept {
   if (fConnection.Get() != nullptr) fConnection->Close();
 }
 
-const detail::ConnectionPointer& Database::Connection() const {
-  if (fConnection.Get() == nullptr) throw Error("The database has been moved.", SQLITE_MISUSE);
-  return fConnection;
-}
+void Database::ThrowMoved() { throw Error("The database has been moved.", SQLITE_MISUSE); }
 
 void Database::ExecuteScript(std::string_view sql) { Connection()->RunScript(sql); }
 

@@ -23,7 +23,7 @@ static_assert(KindOf(Begin::kExclusive) == ControlStatements::kBeginExclusive);
 
 Transaction::Transaction(Database& database, Begin begin) : Transaction(database.Connection(), begin) {}
 
-Transaction::Transaction(const detail::ConnectionPointer& connection, Begin begin) : fConnection(connection) {
+Transaction::Transaction(const detail::ConnectionPointer& connection, Begin begin) : fConnection(connection.Get()) {
   SQLDatabase& core = fConnection->Core();
   Levels& levels = fConnection->fLevels;
   if (core.fTransactionDepth > 0) {
@@ -38,10 +38,12 @@ Transaction::Transaction(const detail::ConnectionPointer& connection, Begin begi
     fLevel = 1;
   }
   fNumber = levels.fNumber;
+  fConnection->AddUser();
 }
 
 Transaction::~Transaction() {
   if (!fHasEnded) RollBack();
+  fConnection->RemoveUser();
 }
 
 void Transaction::Commit() {

@@ -161,7 +161,10 @@ class SQLDB_EXPORT Database {
   Statement Prepare(std::string_view sql);
 
   /// For the kit's own classes. Throws Error once it has been moved.
-  const detail::ConnectionPointer& Connection() const;
+  const detail::ConnectionPointer& Connection() const {
+    if (fConnection.Get() == nullptr) ThrowMoved();
+    return fConnection;
+  }
 
   /// The database of the core. Throws Error after Close.
   SQLDatabase& Core() const;
@@ -171,6 +174,7 @@ class SQLDB_EXPORT Database {
   void Close() noexcept;
 
  private:
+  [[noreturn]] static void ThrowMoved();
   std::int64_t Run(std::string_view sql, const detail::Argument* arguments, std::size_t count);
   detail::Lease Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
                       detail::Values values);

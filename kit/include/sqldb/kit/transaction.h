@@ -93,7 +93,8 @@ class SQLDB_EXPORT Transaction {
   void CommitInner(SQLDatabase& core);
   void RollBack() noexcept;
 
-  detail::ConnectionPointer fConnection;
+  // A user of it, counted without the calls of a ConnectionPointer, which would be felt here.
+  detail::Connection* const fConnection;
   std::uint64_t fNumber = 0;
   std::int32_t fLevel = 0;
   std::int32_t fSavepoints = 0;
