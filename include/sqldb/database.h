@@ -110,9 +110,10 @@ class SQLDB_EXPORT SQLDatabase {
   /// failure stays done. A statement that failed to step, or whose `callback` or `binding` threw, stays allocated:
   /// Close is then refused. If it found the file busy or `callback` threw, the connection also keeps the lock of what
   /// it runs next, so that no other connection can commit, and if it was a write, commits nothing outside a transaction
-  /// from then on, without a further error, until the application finalizes it (sqlite3_next_stmt on `fConnection`
-  /// finds it; spare those of living cursors, and those that SQLite's modules such as full-text search keep there). Do
-  /// so at once: outside a transaction, finalizing a write that found the file busy undoes what was written since.
+  /// from then on, without a further error, until the application finalizes it (ReleaseLeftovers of the kit does;
+  /// without the kit, sqlite3_next_stmt on `fConnection` finds it; spare those of living cursors, and those that
+  /// SQLite's modules such as full-text search keep there). Do so at once: outside a transaction, finalizing a write
+  /// that found the file busy undoes what was written since.
   ///
   /// After another connection has changed the schema, the next statement fails with "SQL logic error" and does nothing;
   /// finalizing it gives SQLITE_SCHEMA, and sent once more it works.

@@ -73,10 +73,17 @@ class RefusedRollback {
 // No memory for SQLite while it lives.
 class NoMemory {
  public:
-  NoMemory() { sqlite3_hard_heap_limit64(1); }
-  ~NoMemory() { sqlite3_hard_heap_limit64(0); }
+  NoMemory() { Limit(1); }
+  ~NoMemory() { Limit(0); }
   NoMemory(const NoMemory&) = delete;
   NoMemory& operator=(const NoMemory&) = delete;
+
+ private:
+  static void Limit([[maybe_unused]] int bytes) {
+#if SQLITE_VERSION_NUMBER >= 3031000
+    sqlite3_hard_heap_limit64(bytes);
+#endif
+  }
 };
 
 // A database with the table t, whose column a is unique, in a file that another connection works on as well. At the end
