@@ -38,8 +38,11 @@ void Database::ThrowMoved() { throw Error("The database has been moved.", SQLITE
 void Database::ExecuteScript(std::string_view sql) { Connection()->RunScript(sql); }
 
 Statement Database::Prepare(std::string_view sql) {
-  Connection();
-  return Statement(detail::Lease(*fConnection, sql));
+  detail::Connection& connection = *Connection();
+  connection.CheckPragma(sql);
+  const detail::Working working(connection);
+  // Not to be found by its text: while it is held, each other use of that would be compiled anew.
+  return Statement(detail::Lease(connection.fStatements.CompileOnce(connection.Handle(), std::string(sql))));
 }
 
 detail::Lease Database::Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,

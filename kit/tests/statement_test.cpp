@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include "kit_test.h"
+#include "sqldb/database.h"
 
 namespace {
 
@@ -135,6 +136,24 @@ TEST_F(StatementTest, OfTheSameTextAreApart) {
   const auto row = rows.begin();
   EXPECT_THAT(second.All<int>(), ElementsAre(1, 2));
   EXPECT_THAT(fDatabase.All<int>("SELECT a FROM t"), ElementsAre(1, 2));
+}
+
+TEST_F(StatementTest, IsNotMissedByOthersOfItsTextWhileItIsHeld) {
+  constexpr char kText[] = "SELECT COUNT(*) FROM t";
+  const auto count = [&] {
+    int statements = 0;
+    sqlite3* const connection = fDatabase.Core().fConnection;
+    for (auto* it = sqlite3_next_stmt(connection, nullptr); it != nullptr; it = sqlite3_next_stmt(connection, it)) {
+      ++statements;
+    }
+    return statements;
+  };
+  const Statement held = fDatabase.Prepare(kText);
+  const int before = count();
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(fDatabase.One<int>(kText), 2);
+    EXPECT_EQ(count(), before + 1);
+  }
 }
 
 TEST_F(StatementTest, SurvivesAChangeOfTheSchema) {
