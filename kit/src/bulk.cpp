@@ -35,7 +35,7 @@ bool BulkWriter::Write(const void* record) {
     BindRecord(Target{fStatement.Statement(), 1, true}, fTable.Layout(), record);
     KeptStatement& kept = fStatement.Kept();
     StepOnce(kept);
-    sqlite3_reset(kept.statement);
+    kept.Reset();
     if (++fInBatch != fBatch) return false;
     EndBatch();
     return true;

@@ -101,8 +101,7 @@ bool Lease::IsShared() const noexcept { return fKept->users > 1; }
 void Lease::Hold(bool isHeld) noexcept { fKept->isHeld = isHeld; }
 
 void Lease::Reset() noexcept {
-  sqlite3_reset(fKept->statement);
-  fKept->isRunning = false;
+  if (fKept->isUsed) fKept->Reset();
 }
 
 void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {

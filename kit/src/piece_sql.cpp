@@ -155,9 +155,12 @@ void WriteLiterals(std::string& sql, const Words& text, const Words& values) {
 
 int BindValues(sqlite3_stmt* statement, int first, const Words& values, Values lifetime) {
   ValueReader reader(values);
-  Target target{statement, first, lifetime == Values::kLasting};
-  for (; !reader.IsAtEnd(); ++target.parameter) reader.Next(target);
-  return target.parameter;
+  int parameter = first;
+  for (; !reader.IsAtEnd(); ++parameter) {
+    if (!reader.BindAtOnce(statement, parameter))
+      reader.Next(Target{statement, parameter, lifetime == Values::kLasting});
+  }
+  return parameter;
 }
 
 }  // namespace sqldb::kit::detail

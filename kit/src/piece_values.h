@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <sqlite3.h>
+
 #include "sqldb/kit/piece.h"
 #include "sqldb/kit/type.h"
 
@@ -50,6 +52,14 @@ class ValueReader {
   explicit ValueReader(const Words& values) : fNext(values.begin()), fEnd(values.end()) {}
 
   bool IsAtEnd() const { return fNext == fEnd; }
+
+  // Binds the next one if it is an integer, which most are. Returns false for all else, and has then done nothing.
+  bool BindAtOnce(sqlite3_stmt* statement, int parameter) {
+    if (static_cast<Kind>(*fNext) != Kind::kInteger) return false;
+    if (sqlite3_bind_int64(statement, parameter, static_cast<std::int64_t>(fNext[1])) != SQLITE_OK) return false;
+    fNext += 2;
+    return true;
+  }
 
   void Next(const Target& target) {
     const std::uint64_t header = *fNext++;

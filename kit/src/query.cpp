@@ -3,6 +3,7 @@
 #include <string>
 
 #include "connection.h"
+#include "step.h"
 
 namespace sqldb::kit::detail {
 
@@ -161,7 +162,8 @@ std::string NamesOf(const RecordLayout& layout, std::string_view alias) {
 RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
   fLease.Statement();
-  if (order == ColumnOrder::kByName) FindColumns(fLease.Kept(), shape);
+  // What was found before is looked at again when it has run.
+  if (order == ColumnOrder::kByName && fLease.Kept().map.shape != &shape) FindColumns(fLease.Kept(), shape);
 }
 
 bool RowReader::First() {
@@ -179,18 +181,23 @@ bool RowReader::First() {
 }
 
 bool RowReader::Next() {
+  KeptStatement& kept = fLease.Kept();
   // To step one that is not running would run it anew.
+  if (kept.isRunning) return StepOnce(kept);
   fLease.Statement();
-  return fLease.Kept().isRunning && fLease.Step();
+  return false;
+}
+
+bool RowReader::LoadNext(void* const* places) {
+  if (!Next()) return false;
+  Load(places);
+  return true;
 }
 
 void RowReader::Read(void* const* places) const {
   const KeptStatement& kept = fLease.Kept();
   const bool areMapped = fOrder == ColumnOrder::kByName && !kept.map.columns.empty();
-  const RowPiece& first = fShape->pieces[0];
-  if (!areMapped && fShape->count == 1 && first.layout != nullptr && first.emplace == nullptr) {
-    return LoadRecord(kept.statement, 0, *first.layout, places[0]);
-  }
+  if (!areMapped && fShape->only != nullptr) return LoadRecord(kept.statement, 0, *fShape->only, places[0]);
   ColumnsOfRow columns(kept.statement, areMapped ? kept.map.columns.data() : nullptr);
   for (int i = 0; i < fShape->count; ++i) LoadPiece(kept.statement, columns, fShape->pieces[i], places[i]);
 }

@@ -37,7 +37,7 @@ std::uint64_t Hash(const StatementKey& key) {
 
 }  // namespace
 
-KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key) noexcept {
+inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key) noexcept {
   for (KeptStatement* kept = Bucket(hash); kept != nullptr; kept = kept->nextOfBucket) {
     if (kept->hash == hash && kept->owner == key.owner && kept->kind == key.kind && kept->key == key.text) return kept;
   }
@@ -46,7 +46,8 @@ KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key)
 
 KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
-  return found == nullptr || found->users > 0 ? nullptr : &Lend(*found);
+  if (found == nullptr || found->users > 0) return nullptr;
+  return &Lend(*found);
 }
 
 KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
@@ -147,8 +148,7 @@ void StatementStore::Discard(KeptStatement& kept) noexcept {
 void StatementStore::GiveBack(KeptStatement& kept) noexcept {
   if (--kept.users > 0) {
     if (kept.users == 1 && kept.isHeld) {
-      sqlite3_reset(kept.statement);
-      kept.isRunning = false;
+      kept.Reset();
     }
     return;
   }
@@ -162,8 +162,7 @@ void StatementStore::GiveBack(KeptStatement& kept) noexcept {
 }
 
 void StatementStore::TakeBack(KeptStatement& kept) noexcept {
-  sqlite3_reset(kept.statement);
-  kept.isRunning = false;
+  kept.Reset();
   if (&kept != fNewest) {
     Unlink(kept);
     Link(kept);

@@ -59,6 +59,8 @@ struct KeptStatement {
   bool isWriting = false;
   // Whether it stands on a row.
   bool isRunning = false;
+  // Whether it was stepped and not reset.
+  bool isUsed = false;
   // By one lease for long, while the others are its uses.
   bool isHeld = false;
   Stay stay = Stay::kNone;
@@ -76,6 +78,11 @@ struct KeptStatement {
   KeptStatement* older = nullptr;
   KeptStatement* newer = nullptr;
 
+  void Reset() noexcept {
+    isRunning = false;
+    isUsed = false;
+    sqlite3_reset(statement);
+  }
   const std::string& Sql() const { return sql.empty() ? key : sql; }
 };
 

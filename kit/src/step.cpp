@@ -7,12 +7,12 @@ namespace sqldb::kit::detail {
 
 void ThrowLetGo(const KeptStatement& kept) { throw Error("The database has been closed.", SQLITE_MISUSE, kept.Sql()); }
 
-void ThrowFailedStep(const KeptStatement& kept, int result) {
+void ThrowFailedStep(KeptStatement& kept, int result) {
   // The message first, which the reset may change.
   try {
     ThrowError(sqlite3_db_handle(kept.statement), result, kept.Sql());
   } catch (...) {
-    sqlite3_reset(kept.statement);
+    kept.Reset();
     throw;
   }
 }

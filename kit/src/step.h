@@ -11,7 +11,7 @@ namespace sqldb::kit::detail {
 // Throws the Error of a statement whose database has been closed.
 [[noreturn]] void ThrowLetGo(const KeptStatement& kept);
 // Throws the Error of a step, and resets the statement.
-[[noreturn]] void ThrowFailedStep(const KeptStatement& kept, int result);
+[[noreturn]] void ThrowFailedStep(KeptStatement& kept, int result);
 
 // Runs to the next row. Returns false if there is none left. Throws Error; the statement is then reset.
 inline bool StepOnce(KeptStatement& kept) {
@@ -23,6 +23,7 @@ inline bool StepOnce(KeptStatement& kept) {
     result = sqlite3_step(kept.statement);
   }
   kept.isRunning = result == SQLITE_ROW;
+  kept.isUsed = true;
   if (result == SQLITE_ROW) return true;
   if (result != SQLITE_DONE) ThrowFailedStep(kept, result);
   return false;

@@ -49,6 +49,8 @@ struct RowShape {
   int count;
   /// Of all pieces.
   int columnCount;
+  /// The only piece, if it is a struct; null otherwise.
+  const RecordLayout* only;
 };
 
 /// How the columns of a result come to the parts of a row.
@@ -74,6 +76,8 @@ class SQLDB_EXPORT RowReader {
   /// Goes on to the next row. Returns false if there is none left, also if the statement has been run to its end, or
   /// stopped, by way of a copy. Throws Error; nothing is then running.
   bool Next();
+  /// Next, and Load if there is a row.
+  bool LoadNext(void* const* places);
   /// Reads the row into the pieces at `places`. What it throws stops the statement before.
   void Load(void* const* places);
   /// Goes on to the end of a statement that writes, and stops one that reads.
@@ -127,25 +131,34 @@ const RowShape& ShapeOf() {
   static const RowShape shape = [] {
     int columns = 0;
     for (const RowPiece& piece : pieces) columns += ColumnCountOf(piece);
-    return RowShape{pieces, static_cast<int>(sizeof...(T)), columns};
+    const bool isOneStruct = sizeof...(T) == 1 && pieces[0].emplace == nullptr;
+    return RowShape{pieces, static_cast<int>(sizeof...(T)), columns, isOneStruct ? pieces[0].layout : nullptr};
   }();
   return shape;
 }
 
+/// Where the pieces of a row are.
+template <typename Row>
+struct Places {
+  explicit Places(Row& row) : all{&row} {}
+
+  void* all[1];
+};
+template <typename... T>
+struct Places<std::tuple<T...>> {
+  explicit Places(std::tuple<T...>& row) : Places(row, std::index_sequence_for<T...>()) {}
+
+  void* all[sizeof...(T)];
+
+ private:
+  template <std::size_t... I>
+  Places(std::tuple<T...>& row, std::index_sequence<I...>) : all{&std::get<I>(row)...} {}
+};
+
 /// Reads the row on which the statement stands.
 template <typename Row>
 void LoadRow(RowReader& reader, Row& row) {
-  void* const place = &row;
-  reader.Load(&place);
-}
-template <typename... T>
-void LoadRow(RowReader& reader, std::tuple<T...>& row) {
-  std::apply(
-      [&reader](T&... values) {
-        void* const places[] = {&values...};
-        reader.Load(places);
-      },
-      row);
+  reader.Load(Places<Row>(row).all);
 }
 
 /// Appends the row on which the statement stands.
@@ -253,12 +266,12 @@ class RowIterator {
   void Advance() {
     bool isThere = false;
     try {
-      isThere = fReader.Next();
+      isThere = fReader.LoadNext(Places<Row>(*fRow).all);
     } catch (...) {
       fRow.reset();
       throw;
     }
-    Read(isThere);
+    if (!isThere) fRow.reset();
   }
   void Read(bool isThere) {
     if (!isThere) {

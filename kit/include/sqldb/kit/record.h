@@ -130,6 +130,7 @@ struct FieldEntry {
   Binder bind;
   /// Bytes from the beginning of the record.
   std::size_t offset;
+  Shortcut shortcut;
   bool canBeNull;
   bool isUnique;
   bool isKey;
@@ -153,10 +154,11 @@ std::size_t OffsetOf(T Record::*member) {
 
 template <typename Record, typename Owner, typename T>
 FieldEntry EntryOf(const Field<Owner, T>& field) {
-  return FieldEntry{
-      field.Name(),         field.Collation(),  Codec<T>::kSql,
-      Transfer<T>::kLoad,   Transfer<T>::kBind, OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
-      Codec<T>::kCanBeNull, field.IsUnique(),   field.IsKey()};
+  return FieldEntry{field.Name(),           field.Collation(),
+                    Codec<T>::kSql,         Transfer<T>::kLoad,
+                    Transfer<T>::kBind,     OffsetOf<Record, T>(static_cast<T Record::*>(field.Member())),
+                    Transfer<T>::kShortcut, Codec<T>::kCanBeNull,
+                    field.IsUnique(),       field.IsKey()};
 }
 
 template <typename Fields, std::size_t... I>

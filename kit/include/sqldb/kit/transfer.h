@@ -36,29 +36,37 @@ SQLDB_EXPORT void BindInt64(const Target& target, const void* value);
 SQLDB_EXPORT void BindString(const Target& target, const void* value);
 SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
 
+/// What LoadRecord does without a call.
+enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString, kOptionalString };
+
 /// How values of type T are read and bound.
 template <typename T>
 struct Transfer {
+  static constexpr Shortcut kShortcut = Shortcut::kNone;
   static constexpr Loader kLoad = &LoadAny<T>;
   static constexpr Binder kBind = &BindAny<T>;
 };
 template <>
 struct Transfer<std::int64_t> {
+  static constexpr Shortcut kShortcut = Shortcut::kInt64;
   static constexpr Loader kLoad = &LoadInt64;
   static constexpr Binder kBind = &BindInt64;
 };
 template <>
 struct Transfer<double> {
+  static constexpr Shortcut kShortcut = Shortcut::kDouble;
   static constexpr Loader kLoad = &LoadDouble;
   static constexpr Binder kBind = &BindAny<double>;
 };
 template <>
 struct Transfer<std::string> {
+  static constexpr Shortcut kShortcut = Shortcut::kString;
   static constexpr Loader kLoad = &LoadString;
   static constexpr Binder kBind = &BindString;
 };
 template <>
 struct Transfer<std::optional<std::string>> {
+  static constexpr Shortcut kShortcut = Shortcut::kOptionalString;
   static constexpr Loader kLoad = &LoadOptionalString;
   static constexpr Binder kBind = &BindOptionalString;
 };
