@@ -14,7 +14,7 @@
 #include <openssl/evp.h>
 #include <sodium.h>
 
-#include "items.h"
+#include "layer.h"
 #include "sqldb/encoding.h"
 #include "task.h"
 

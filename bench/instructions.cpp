@@ -11,11 +11,13 @@
 #include <valgrind/callgrind.h>
 
 #include "task.h"
+#include "works.h"
 
 namespace {
 
 void Measure(const bench::Entry& entry) {
   const std::unique_ptr<bench::Task> task = entry.make();
+  if (task == nullptr) return;
   task->Run();
   task->Reset();
   CALLGRIND_ZERO_STATS;
@@ -29,7 +31,9 @@ void Measure(const bench::Entry& entry) {
 }  // namespace
 
 int main() {
-  for (const bench::Entry& entry : bench::StatementEntries()) {
+  std::vector<bench::Entry> entries;
+  bench::AddStatements(entries);
+  for (const bench::Entry& entry : entries) {
     // Each in a process of its own: what the allocator does depends on the gaps that the work before it left.
     const pid_t child = fork();
     if (child == 0) {

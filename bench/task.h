@@ -1,10 +1,10 @@
 #ifndef SQLDB_BENCH_TASK_H
 #define SQLDB_BENCH_TASK_H
 
-// What is measured: pieces of work, each done by several layers over SQLite in the same way and on the same data. The
-// programs times, instructions and allocations run all of them.
+// A piece of work that the programs times, instructions and allocations measure.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,11 +20,15 @@ class Task {
   Task& operator=(const Task&) = delete;
 
   // Does the work, as many units of it as the Entry says. This is what is measured. Returns a sum of all that was read,
-  // the number of rows written, or the length of the result.
+  // or the length of the result.
   virtual std::int64_t Run() = 0;
 
   // Makes the next Run find what this one found. Not measured.
   virtual void Reset() {}
+
+  // How many rows were written since the beginning, and a number for what is there now. Not measured either.
+  virtual std::int64_t Changes() { return 0; }
+  virtual std::int64_t Left() { return 0; }
 };
 
 struct Entry {
@@ -34,15 +38,11 @@ struct Entry {
   std::string layer;
   // How many statements, rows or bytes a Run handles.
   std::int64_t units;
-  std::unique_ptr<Task> (*make)();
-  // Whether Run returns the same for every layer. Only the encoded texts differ in their length.
+  // Null if the layer does not do the work.
+  std::function<std::unique_ptr<Task>()> make;
+  // Whether each layer returns and leaves the same. Only the encoded texts differ in their length.
   bool sameOutcome = true;
 };
-
-// Every piece of work by every layer, grouped by work, each group led by what it is compared with.
-std::vector<Entry> AllEntries();
-// Without the encoding.
-std::vector<Entry> StatementEntries();
 
 // How each work adds its entries.
 template <typename T>
@@ -50,14 +50,6 @@ Entry MakeEntry(const char* work, const char* layer, std::int64_t units) {
   return Entry{work, layer, units, [] { return std::unique_ptr<Task>(new T); }};
 }
 
-void AddInsert(std::vector<Entry>& entries);
-void AddReplace(std::vector<Entry>& entries);
-void AddUpdate(std::vector<Entry>& entries);
-void AddDelete(std::vector<Entry>& entries);
-void AddScan(std::vector<Entry>& entries);
-void AddCallbackScan(std::vector<Entry>& entries);
-void AddRecordQueries(std::vector<Entry>& entries);
-void AddSelect(std::vector<Entry>& entries);
 void AddEncoding(std::vector<Entry>& entries);
 
 }  // namespace bench

@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include "task.h"
+#include "works.h"
 
 namespace {
 
@@ -23,7 +24,11 @@ void Measure(benchmark::State& state, const bench::Entry& entry) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  for (const bench::Entry& entry : bench::AllEntries()) {
+  std::vector<bench::Entry> entries;
+  bench::AddStatements(entries);
+  bench::AddEncoding(entries);
+  for (const bench::Entry& entry : entries) {
+    if (entry.make() == nullptr) continue;
     benchmark::RegisterBenchmark((entry.work + "/" + entry.layer).c_str(), [entry](benchmark::State& state) {
       Measure(state, entry);
     })->Unit(benchmark::kMicrosecond);
