@@ -88,6 +88,7 @@ int main() {
   // By work, those of the layer that the others are compared with.
   std::map<std::string, Result> first;
   std::size_t checkedOfCore = 0;
+  std::string complaints;
   std::vector<bench::Entry> entries;
   bench::AddStatements(entries);
   bench::AddEncoding(entries);
@@ -106,8 +107,9 @@ int main() {
     if (isCore) ++checkedOfCore;
     const double most = isCore ? kMost.at(entry.work) : 0;
     if (result.allocations - reference.allocations > most + kSlack) {
-      bench::Fail(name + " makes more than the " + std::to_string(most) + " that it may");
+      complaints += name + " makes more than the " + std::to_string(most) + " that it may\n";
     }
   }
+  if (!complaints.empty()) bench::Fail(complaints);
   if (checkedOfCore != kMost.size()) bench::Fail("a work is not measured any more");
 }

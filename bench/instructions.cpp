@@ -1,5 +1,6 @@
 // Run under Callgrind with --collect-atstart=no: counts the instructions of each statement by each layer. Writes one
-// profile each, with "WORK/LAYER UNITS" as its trigger; --callgrind-out-file needs a %p.
+// profile each, with "WORK/LAYER UNITS" as its trigger; --callgrind-out-file needs a %p. Given a text, only those whose
+// "WORK/LAYER" contains it.
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,10 +31,12 @@ void Measure(const bench::Entry& entry) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  const std::string wanted = argc > 1 ? argv[1] : "";
   std::vector<bench::Entry> entries;
   bench::AddStatements(entries);
   for (const bench::Entry& entry : entries) {
+    if ((entry.work + "/" + entry.layer).find(wanted) == std::string::npos) continue;
     // Each in a process of its own: what the allocator does depends on the gaps that the work before it left.
     const pid_t child = fork();
     if (child == 0) {
