@@ -6,6 +6,7 @@
 
 #include "layer.h"
 #include "sqldb/kit/kit.h"
+#include "sqldb/kit/transaction.h"
 
 // The structs of the layers are described from outside.
 template <>
@@ -211,6 +212,16 @@ class Kit final : public Layer {
 
   Work LikeEnd() override { return ForEachPattern("%", ""); }
   Work LikeBeginning() override { return ForEachPattern("part ", "%"); }
+
+  Work Transaction() override {
+    return [this](std::int64_t times) {
+      for (std::int64_t i = 0; i < times; ++i) {
+        sqldb::kit::Transaction transaction(fDatabase);
+        transaction.Commit();
+      }
+      return std::int64_t{0};
+    };
+  }
 
   Work InsertItem() override {
     return [items = Table<NewItem>(fDatabase)](std::int64_t times) {
