@@ -13,7 +13,7 @@ usage() {
 usage: scripts/bench.sh [ROUNDS]
 
 Installs what is missing, measures everything ROUNDS times in turn (default 5), counts instructions and allocations, and
-writes docs/performance.md and docs/performance/*.svg from the medians. Takes about ten minutes; the machine should be
+writes docs/performance.md and docs/performance/*.svg from the medians. Takes about half an hour; the machine should be
 idle.
 END
 }
@@ -53,6 +53,8 @@ done
 stage "allocations" bash -o pipefail -c '"$1" | tee "$2"' - "$build/bench/bench_allocations" "$results/allocations.txt"
 stage "instructions" valgrind --quiet --tool=callgrind --collect-atstart=no \
   --callgrind-out-file="$results/instructions.%p" "$build/bench/bench_instructions"
+# shellcheck disable=SC2016
+stage "file" bash -o pipefail -c '"$1" "$3" | tee "$2"' - "$build/bench/bench_file" "$results/file.txt" "$rounds"
 # shellcheck disable=SC2016
 stage "programs" bash -c 'python3 scripts/lib/programs.py "$1" >"$2"' - "$build" "$results/programs.json"
 stage "report" python3 scripts/lib/performance.py "$results" docs
