@@ -16,6 +16,7 @@ import subprocess
 import sys
 import tempfile
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 LAYERS = {
     "sqlite": "SQLite",
     "sqldb": "sqldb",
@@ -91,15 +92,59 @@ def programs_of(build):
         target = re.search(r"/program_(\w+)\.dir/", entry["command"])
         if target:
             entries[target[1]] = entry
-    if entries.keys() != LAYERS.keys():
+    if entries.keys() != LAYERS.keys() | {"readme_sqlitecpp"}:
         raise SystemExit(f"programs: {build} has the programs {sorted(entries)} instead of {sorted(LAYERS)}")
-    return [Program(name, entries[name], build / "bench/programs" / f"program_{name}") for name in LAYERS]
+    programs = [Program(name, entries[name], build / "bench/programs" / f"program_{name}") for name in LAYERS]
+    return programs, readme_programs(entries)
+
+
+class ReadmeProgram:
+    """The README's program with one optimisation: the time that it takes to compile, and its object file."""
+
+    def __init__(self, name, entry, text, optimisation):
+        self.name = name
+        self.folder = entry["directory"]
+        command = shlex.split(entry["command"])
+        # All but the files and what the build itself optimises for.
+        files = {entry["file"], command[command.index("-o") + 1]}
+        self.command = [part for part in command if part not in files | {"-o", "-c", "-DNDEBUG"}
+                        and not part.startswith("-O")] + [optimisation]
+        self.text = text
+        self.optimisation = optimisation
+        self.seconds = []
+        self.bytes = 0
+
+    def compile(self, folder):
+        source, output = folder / "readme.cpp", folder / "readme.o"
+        source.write_text(self.text)
+        child = subprocess.Popen([*self.command, "-o", output, "-c", source], cwd=self.folder)
+        _, status, usage = os.wait4(child.pid, 0)
+        child.returncode = os.waitstatus_to_exitcode(status)
+        if child.returncode != 0:
+            raise SystemExit(f"programs: {self.name} does not compile")
+        self.seconds.append(usage.ru_utime + usage.ru_stime)
+        subprocess.run(["strip", "--strip-unneeded", output], check=True)
+        self.bytes = output.stat().st_size
+
+    def figures(self):
+        return {"name": self.name, "optimisation": self.optimisation,
+                "compile_seconds": round(statistics.median(self.seconds), 3), "object_bytes": self.bytes}
+
+
+def readme_programs(entries):
+    readme = re.search(r"^```cpp\n(.*?)^```", (ROOT / "README.md").read_text(), re.MULTILINE | re.DOTALL)[1]
+    programs = ROOT / "bench/programs"
+    texts = {"sqldb kit": ("sqldb_kit", readme),
+             "sqldb kit, two tables": ("sqldb_kit", readme + (programs / "further_table.h").read_text()),
+             "SQLiteCpp": ("readme_sqlitecpp", (programs / "readme_sqlitecpp.cpp").read_text())}
+    return [ReadmeProgram(name, entries[entry], text, optimisation) for optimisation in ("-O0", "-O2")
+            for name, (entry, text) in texts.items()]
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=pathlib.Path, help="folder of the build, with compile_commands.json")
-    programs = programs_of(parser.parse_args().build)
+    programs, readme = programs_of(parser.parse_args().build)
 
     with tempfile.TemporaryDirectory(prefix="sqldb-programs-") as name:
         folder = pathlib.Path(name)
@@ -109,7 +154,10 @@ def main():
                 program.compile(folder)
                 print(f"[{number}/{ROUNDS}] {program.layer}: compiled in {program.seconds[-1]:.2f} s", file=sys.stderr,
                       flush=True)
-        figures = [program.figures(folder) for program in programs]
+            for program in readme:
+                program.compile(folder)
+        figures = {"programs": [program.figures(folder) for program in programs],
+                   "readme": [program.figures() for program in readme]}
     print(json.dumps(figures, indent=2))
 
 

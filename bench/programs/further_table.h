@@ -1,0 +1,38 @@
+#ifndef SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
+#define SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
+
+// What a program like the README's has for a second table. Put behind it, to see what that costs to compile.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sqldb/kit/kit.h>
+
+struct Crate {
+  std::int64_t id = 0;
+  std::string place;
+  double weight = 0;
+  std::optional<std::string> label;
+
+  static constexpr auto Description() {
+    using namespace sqldb::kit;
+    return Describe("crates", Key("id", &Crate::id), Field("place", &Crate::place), Field("weight", &Crate::weight),
+                    Field("label", &Crate::label));
+  }
+};
+
+inline std::vector<std::string> PlacesOfLightCrates(sqldb::kit::Database& database) {
+  constexpr sqldb::kit::Column weight(&Crate::weight);
+  sqldb::kit::Table<Crate> crates(database);
+  crates.Create();
+  crates.Insert({1, "shelf", 0.25, std::nullopt});
+  crates.Insert({2, "floor", 8.5, "heavy"});
+  std::vector<std::string> places;
+  for (const Crate& crate : crates.Select(weight < 1.0).OrderBy(weight).Limit(10)) places.push_back(crate.place);
+  return places;
+}
+std::vector<std::string> (*const further)(sqldb::kit::Database&) = &PlacesOfLightCrates;
+
+#endif  // SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
