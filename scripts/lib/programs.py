@@ -135,7 +135,7 @@ def readme_programs(entries):
     readme = re.search(r"^```cpp\n(.*?)^```", (ROOT / "README.md").read_text(), re.MULTILINE | re.DOTALL)[1]
     programs = ROOT / "bench/programs"
     texts = {"sqldb kit": ("sqldb_kit", readme),
-             "sqldb kit, two tables": ("sqldb_kit", readme + (programs / "further_table.h").read_text()),
+             "sqldb kit, two tables": ("sqldb_kit", readme + (programs / "further_table.cpp").read_text()),
              "SQLiteCpp": ("readme_sqlitecpp", (programs / "readme_sqlitecpp.cpp").read_text())}
     return [ReadmeProgram(name, entries[entry], text, optimisation) for optimisation in ("-O0", "-O2")
             for name, (entry, text) in texts.items()]

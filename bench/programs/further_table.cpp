@@ -1,6 +1,3 @@
-#ifndef SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
-#define SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
-
 // What a program like the README's has for a second table. Put behind it, to see what that costs to compile.
 
 #include <cstdint>
@@ -23,7 +20,7 @@ struct Crate {
   }
 };
 
-inline std::vector<std::string> PlacesOfLightCrates(sqldb::kit::Database& database) {
+std::vector<std::string> PlacesOfLightCrates(sqldb::kit::Database& database) {
   constexpr sqldb::kit::Column weight(&Crate::weight);
   sqldb::kit::Table<Crate> crates(database);
   crates.Create();
@@ -33,6 +30,3 @@ inline std::vector<std::string> PlacesOfLightCrates(sqldb::kit::Database& databa
   for (const Crate& crate : crates.Select(weight < 1.0).OrderBy(weight).Limit(10)) places.push_back(crate.place);
   return places;
 }
-std::vector<std::string> (*const further)(sqldb::kit::Database&) = &PlacesOfLightCrates;
-
-#endif  // SQLDB_BENCH_PROGRAMS_FURTHER_TABLE_H
