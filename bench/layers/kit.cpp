@@ -159,6 +159,13 @@ class Kit final : public Layer {
     return ForEach([parts = fParts](const Part& part) { parts.Upsert(part); });
   }
 
+  Work InsertMany() override {
+    return [parts = fParts, list = fNewParts.List()](std::int64_t) {
+      parts.InsertMany(list);
+      return std::int64_t{0};
+    };
+  }
+
   Work Delete() override {
     return [parts = fParts](std::int64_t times) {
       for (std::int64_t id = 1; id <= times; ++id) parts.Delete(id);
@@ -231,6 +238,15 @@ class Kit final : public Layer {
   }
   // Values are never anything but members.
   Work InsertItemReused() override { return InsertItem(); }
+
+  Work InsertItemsOnce() override {
+    std::vector<NewItem> list;
+    for (std::uint32_t i = 1; i <= kRows; ++i) list.push_back({i, i + 1, i + 2});
+    return [items = Table<NewItem>(fDatabase), list](std::int64_t) {
+      items.InsertMany(list);
+      return std::int64_t{0};
+    };
+  }
 
   Work ReplaceItem() override {
     return [items = Table<PricedItem>(fDatabase)](std::int64_t times) {
