@@ -21,16 +21,27 @@ struct Filter {
   std::optional<std::int64_t> fLargerThan;
 };
 
+/// What is asked of a file where only its size matters.
+struct SizedFile {
+  std::string fPath;
+  /// In bytes.
+  std::int64_t fSize = 0;
+
+  static constexpr auto Description() {
+    return kit::Describe("files", kit::Key("path", &SizedFile::fPath), kit::Field("size", &SizedFile::fSize));
+  }
+};
+
 /// Files of one size that begin with the same bytes. They may still differ.
 struct Candidates {
   std::int64_t fSize = 0;
   std::vector<std::string> fPaths;
 };
 
-std::uint32_t CountFiles(Store& store, const Filter& filter);
+std::uint64_t CountFiles(Store& store, const Filter& filter);
 
-/// The `count` largest files, the largest first. REQUIRES: `count` is not 0.
-std::vector<FileRow> LargestFiles(Store& store, std::uint32_t count);
+/// The `count` largest files, the largest first.
+std::vector<SizedFile> LargestFiles(Store& store, std::uint32_t count);
 
 /// Calls `receive` with each path that `bytes` occur in, in order.
 void FindFiles(Store& store, const std::string& bytes, const std::function<void(const std::string& path)>& receive);

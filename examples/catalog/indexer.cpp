@@ -30,7 +30,6 @@ class Indexer {
       const std::string folder = fPending.back();
       fPending.pop_back();
       IndexOne(folder);
-      WriteRows();
     }
     RemoveVanished();
     return fSummary;
@@ -44,9 +43,10 @@ class Indexer {
 
   // All that the catalogue has of the folder, in one go: a query for each file would cost far more.
   void LoadKnown() {
-    const auto known = fStore.Only(fStore.fPath, fStore.fSize, fStore.fModified);
-    for (const FileRow& row : known.Select(fStore.Below(fRoot)).OrderBy(fStore.fPath)) {
-      fKnown.emplace_hint(fKnown.end(), row.fPath, Known{row.fSize, row.fModified});
+    for (const auto& [path, size, modified] : fStore.fDatabase.Query<std::string, std::int64_t, std::int64_t>(
+             "SELECT path, size, modified FROM files WHERE path >= ? AND path < ? ORDER BY path", FirstBelow(fRoot),
+             EndBelow(fRoot))) {
+      fKnown.emplace_hint(fKnown.end(), path, Known{size, modified});
     }
   }
 
@@ -85,15 +85,9 @@ class Indexer {
     const Outcome outcome = ReadFile(path, file, head.bytes);
     if (outcome == Outcome::kUnreadable) Spare(path);
     if (outcome != Outcome::kRead) return;
-    fRows.push_back(FileRow{path, file.fSize, file.fModified, KindOf(path), std::move(head)});
+    fStore.fFiles.Replace(FileRow{path, file.fSize, file.fModified, KindOf(path), std::move(head)});
     ++(isKnown ? fSummary.fChanged : fSummary.fAdded);
     if (isKnown) fKnown.erase(known);
-  }
-
-  void WriteRows() {
-    if (fRows.empty()) return;
-    fStore.fFiles.ReplaceMany(fRows);
-    fRows.clear();
   }
 
   // Nobody can tell what became of the entries at and below `path`: they stay.
@@ -106,7 +100,7 @@ class Indexer {
   // What was in the catalogue and was not met.
   void RemoveVanished() {
     for (const auto& [path, ignored] : fKnown) {
-      fStore.fFiles.Delete(fStore.fPath == path);
+      fStore.fFiles.Delete(path);
       ++fSummary.fRemoved;
     }
   }
@@ -116,8 +110,6 @@ class Indexer {
   Store& fStore;
   std::string fRoot;
   const std::function<void(std::uint64_t)>& fProgress;
-  // Read, and not yet written.
-  std::vector<FileRow> fRows;
   // The entries not met so far.
   std::map<std::string, Known> fKnown;
   // The folders still to be listed.

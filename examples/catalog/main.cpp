@@ -15,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include "catalog.h"
@@ -160,7 +159,7 @@ void Largest(const Location& location, const Arguments& arguments) {
   ExpectArguments(arguments, {"N"});
   const std::int64_t count = Number("N", arguments[0], 1, std::numeric_limits<std::uint32_t>::max());
   Store store(location, Access::kAsk);
-  for (const FileRow& file : LargestFiles(store, static_cast<std::uint32_t>(count))) {
+  for (const SizedFile& file : LargestFiles(store, static_cast<std::uint32_t>(count))) {
     std::cout << std::setw(15) << file.fSize << "  " << Printable(file.fPath) << "\n";
   }
 }
@@ -283,20 +282,17 @@ void RunCommand(Arguments arguments) {
   const auto command = kCommands.find(arguments[1]);
   if (command == kCommands.end()) throw Misuse("unknown command " + InQuotes(arguments[1]));
 
-  // Not every SQLite reads them unasked.
-  sqlite3_config(SQLITE_CONFIG_URI, 1);
   std::optional<Module> module;
   if (options["--load"]) module.emplace(*options["--load"]);
   try {
     command->second(Location{arguments[0], options["--key"]}, Arguments(arguments.begin() + 2, arguments.end()));
   } catch (const Failure&) {
     throw;
+  } catch (const kit::Error& error) {
+    // Without the SQL.
+    throw Failure(InQuotes(arguments[0]) + ": " + Printable(std::string(error.Message())));
   } catch (const std::exception& error) {
-    const auto* const reported = dynamic_cast<const kit::Error*>(&error);
-    const bool isNoDatabase = reported != nullptr && reported->Code() == SQLITE_NOTADB;
-    // SQLite's words, or the system's.
-    throw Failure(InQuotes(arguments[0]) + ": " +
-                  (isNoDatabase ? "file is not a database, or its key is missing or wrong" : Printable(error.what())));
+    throw Failure(InQuotes(arguments[0]) + ": " + Printable(error.what()));
   }
 }
 

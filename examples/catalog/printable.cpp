@@ -11,7 +11,14 @@ unsigned char ByteAt(const std::string& text, std::size_t position) {
   return position < text.size() ? static_cast<unsigned char>(text[position]) : 0;
 }
 
-// How many bytes the character at `start` has; 0 if none begins there, or one that moves the terminal's cursor.
+// Those that turn the direction in which what follows is shown, so that a name looks like another one.
+bool IsBidirectionalControl(std::uint32_t code) {
+  return code == 0x061C || code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
+// How many bytes the character at `start` has; 0 if none begins there, or one that moves the terminal's cursor or
+// changes how the others are shown.
 std::size_t CharacterLength(const std::string& text, std::size_t start) {
   const unsigned char first = ByteAt(text, start);
   if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
@@ -27,7 +34,8 @@ std::size_t CharacterLength(const std::string& text, std::size_t start) {
   const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
   const bool isControl = code < 0xA0;
   const bool isSeparator = code == 0x2028 || code == 0x2029;
-  return isOverlong || isSurrogate || isControl || isSeparator || code > 0x10FFFF ? 0 : length;
+  const bool isShown = !isControl && !isSeparator && !IsBidirectionalControl(code);
+  return isOverlong || isSurrogate || !isShown || code > 0x10FFFF ? 0 : length;
 }
 
 std::string Escaped(unsigned char byte) {

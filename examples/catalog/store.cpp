@@ -1,15 +1,13 @@
 #include "store.h"
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <memory>
+#include <system_error>
 
-#include <fcntl.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "printable.h"
+#include "sqldb/database.h"
 
 namespace catalog {
 
@@ -20,107 +18,91 @@ constexpr std::int64_t kFormat = 1;
 
 bool IsUri(const std::string& path) { return path.compare(0, 5, "file:") == 0; }
 
-// Opens the URI in passing: only a handle that is kept says why that fails, and without these flags SQLite would create
-// what is missing.
-void CheckUri(const std::string& uri, Access access) {
-  const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_READWRITE | (access == Access::kCreate ? SQLITE_OPEN_CREATE : 0);
-  sqlite3* opened = nullptr;
-  const int result = sqlite3_open_v2(uri.c_str(), &opened, flags, nullptr);
-  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection(opened, sqlite3_close);
-  if (result == SQLITE_OK) return;
-  throw Failure("cannot open '" + Printable(uri) + "': " + Printable(sqlite3_errmsg(opened)));
+// The path in the one form in which no part of it means anything special to SQLite, and in which a walk meets it.
+std::string ResolvedPath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(path);
+  const std::filesystem::path canonical = std::filesystem::weakly_canonical(whole, error);
+  return error ? whole.string() : canonical.string();
 }
 
-// Opens the file in passing: only the system says why that fails, and SQLite would create what is missing. Returns the
-// path in the one form in which no part of it means anything special to SQLite, and in which a walk meets it.
-std::string ResolvedPath(const std::string& path, Access access) {
-  const int flags = access == Access::kAsk ? O_RDONLY : access == Access::kChange ? O_RDWR : O_RDWR | O_CREAT;
-  const int descriptor = open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
-  if (descriptor < 0) throw Failure("cannot open '" + Printable(path) + "': " + std::strerror(errno));
-  struct stat facts {};
-  const bool isFile = fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
-  close(descriptor);
-  if (!isFile) throw Failure("cannot open '" + Printable(path) + "': not a regular file");
-  return std::filesystem::canonical(path).string();
-}
-
-// Keeps the integer of a query's only row.
-class OneInteger : public sqldb::QueryCallback {
- public:
-  bool ProcessRow(sqlite3_stmt* statement) override {
-    fValue = sqlite3_column_int64(statement, 0);
-    return false;
-  }
-
-  std::int64_t fValue = 0;
-};
-
-std::int64_t Pragma(sqldb::SQLDatabase& database, const std::string& name) {
-  OneInteger answer;
-  database.SendQuery("PRAGMA " + name, &answer, nullptr);
-  return answer.fValue;
+// SQLite would wait for somebody to write into a pipe.
+void RefuseOtherThanFiles(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (!exists(status) || is_regular_file(status)) return;
+  throw Failure("'" + Printable(path) + "' cannot be opened: not a regular file");
 }
 
 // An SQLite that cannot encrypt takes no notice of a key. One that can has a version to tell.
-bool CanEncrypt() {
-  sqldb::SQLDatabase database(":memory:", false);
-  database.Open();
-  return Pragma(database, "cipher_version") != 0;
+bool CanEncrypt() { return kit::Database(":memory:").First<std::string>("PRAGMA cipher_version").has_value(); }
+
+kit::Options OptionsFor(const Location& location, Access access) {
+  kit::Options options;
+  options.access = access == Access::kAsk      ? kit::Access::kReadOnly
+                   : access == Access::kChange ? kit::Access::kReadWrite
+                                               : kit::Access::kReadWriteCreate;
+  options.isUri = IsUri(location.fPath);
+  options.key = location.fKey.value_or("");
+  options.busyTimeout = 2000;
+  // In KiB: room for what indexing a large tree changes. Without it SQLite would lock readers out half-way.
+  options.setUp = "PRAGMA cache_size = -65536;";
+  // A VFS may have no room for temporary files.
+  if (options.isUri) options.setUp += "PRAGMA temp_store = 2;";
+  return options;
 }
 
-// The path to open. Nothing is created before it is certain that it will be encrypted if it is to be.
-std::string CheckedPath(const Location& location, Access access) {
+kit::Database Opened(const Location& location, Access access) {
+  // Nothing is created before it is certain that it will be encrypted if it is to be.
   if (location.fKey && !CanEncrypt()) throw Failure("cannot use a key: this SQLite does not encrypt");
-  if (!IsUri(location.fPath)) return ResolvedPath(location.fPath, access);
-  CheckUri(location.fPath, access);
-  return location.fPath;
+  const bool isUri = IsUri(location.fPath);
+  const std::string path = isUri ? location.fPath : ResolvedPath(location.fPath);
+  if (!isUri) RefuseOtherThanFiles(path);
+  try {
+    return kit::Database(path, OptionsFor(location, access));
+  } catch (const kit::Error& error) {
+    std::string reason = Printable(std::string(error.Message()));
+    if (error.Code() == SQLITE_NOTADB && !location.fKey) reason += ", or has a key";
+    throw Failure(reason);
+  }
 }
 
 }  // namespace
 
 Store::Store(const Location& location, Access access)
-    : fDatabase(CheckedPath(location, access), access == Access::kAsk), fAccess(access) {
-  fDatabase.Open();
-  // Before anything else.
-  if (location.fKey) Send("PRAGMA key = " + kit::Type<std::string>::Literal(*location.fKey));
-  // A VFS may have no room for temporary files.
-  if (IsUri(location.fPath)) Send("PRAGMA temp_store = 2");
-  // The cache, in KiB: room for what indexing a large tree changes. Without it SQLite would lock readers out half-way.
-  Send("PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536");
-
-  fFile = sqlite3_db_filename(fDatabase.fConnection, "main");
+    : fDatabase(Opened(location, access)), fAccess(access), fName("'" + Printable(fDatabase.Core().fPath) + "'") {
+  sqlite3* const connection = fDatabase.Core().fConnection;
+  // SQLite opens what may only be read without a word.
+  if (access != Access::kAsk && sqlite3_db_readonly(connection, "main") == 1) {
+    throw Failure(fName + " cannot be written to");
+  }
+  fFile = sqlite3_db_filename(connection, "main");
   struct stat facts {};
   if (stat(fFile.c_str(), &facts) == 0) fIdentity = {facts.st_dev, facts.st_ino};
 }
 
 // Reading the format takes the shared lock, and the transaction keeps it.
 void Store::Ask(const std::function<void()>& work) {
-  kit::Transaction transaction(fDatabase);
-  kit::Run(fDatabase, [&] {
-    CheckFormat();
-    work();
-  });
+  kit::Transaction transaction(fDatabase, kit::Begin::kDeferred);
+  CheckFormat();
+  work();
   transaction.Commit();
 }
 
-// The format is read in a transaction of its own: once it has the write lock, an empty file counts as one of a page.
-// And a transaction that has begun with reading is refused the write lock at once where another waits for it.
+// Whether the file is empty is seen only before the transaction: once that has the write lock, it counts as one of a
+// page. Another program may have made the table in between.
 void Store::Change(const std::function<void()>& work, Ending ending) {
-  bool isNew = false;
-  {
-    const kit::Transaction reading(fDatabase);
-    kit::Run(fDatabase, [&] { isNew = CheckFormat(); });
+  const bool wasEmpty = fAccess == Access::kCreate && Pragma("page_count") == 0;
+  // No lock is taken on a file of another program.
+  if (!wasEmpty) CheckFormat();
+  kit::Transaction transaction(fDatabase);
+  if (wasEmpty && Pragma("schema_version") == 0) {
+    CreateTable();
+  } else {
+    CheckFormat();
   }
-  kit::Transaction transaction(fDatabase, kit::WriteLock::kAtOnce);
-  kit::Run(fDatabase, [&] {
-    if (isNew) CreateTable();
-    work();
-  });
+  work();
   if (ending == Ending::kCommit) transaction.Commit();
-}
-
-void Store::Send(const std::string& sql) {
-  kit::Run(fDatabase, [&] { fDatabase.SendQuery(sql, nullptr, nullptr); });
 }
 
 // By identity above all: to open and close the database's file a second time would make the system take SQLite's locks
@@ -132,22 +114,20 @@ bool Store::IsOwnFile(const std::string& path, const FileIdentity& identity) con
   return ending == "-journal" || ending == "-wal" || ending == "-shm";
 }
 
-bool Store::CheckFormat() {
-  if (fAccess == Access::kCreate && Pragma(fDatabase, "page_count") == 0) return true;
-  if (Pragma(fDatabase, "application_id") != kApplicationId)
-    throw Failure("'" + Printable(fDatabase.fPath) + "' is not a catalogue");
-  if (Pragma(fDatabase, "user_version") != kFormat)
-    throw Failure("'" + Printable(fDatabase.fPath) + "' is a catalogue of another version of this program");
-  return false;
+std::int64_t Store::Pragma(const std::string& name) { return fDatabase.One<std::int64_t>("PRAGMA " + name); }
+
+void Store::CheckFormat() {
+  if (Pragma("application_id") != kApplicationId) throw Failure(fName + " is not a catalogue");
+  if (Pragma("user_version") != kFormat) throw Failure(fName + " is a catalogue of another version of this program");
 }
 
 void Store::CreateTable() {
   fFiles.Create();
-  // For "largest" and "duplicates", which go by size, and for "count" and "tag", which ask for a kind.
-  fFiles.CreateIndex(fSize);
-  fFiles.CreateIndex(fKind);
-  Send("PRAGMA application_id = " + std::to_string(kApplicationId) +
-       "; PRAGMA user_version = " + std::to_string(kFormat));
+  fDatabase.Execute(kIndexOfSize);
+  // For "count" and "tag", which ask for a kind.
+  fDatabase.Execute("CREATE INDEX files_kind ON files (kind)");
+  fDatabase.ExecuteScript("PRAGMA application_id = " + std::to_string(kApplicationId) +
+                          "; PRAGMA user_version = " + std::to_string(kFormat));
 }
 
 }  // namespace catalog

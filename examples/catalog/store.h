@@ -16,7 +16,7 @@ namespace catalog {
 
 namespace kit = sqldb::kit;
 
-/// One row of the table, or of a query as far as the query asks for it.
+/// One row of the table.
 struct FileRow {
   /// Absolute, without links.
   std::string fPath;
@@ -28,7 +28,24 @@ struct FileRow {
   std::string fKind;
   /// The first 32 bytes.
   kit::EncodedBytes fHead;
+
+  static constexpr auto Description() {
+    return kit::Describe("files", kit::Key("path", &FileRow::fPath), kit::Field("size", &FileRow::fSize),
+                         kit::Field("modified", &FileRow::fModified), kit::Field("kind", &FileRow::fKind),
+                         kit::Field("head", &FileRow::fHead));
+  }
 };
+
+inline constexpr kit::Column kPath(&FileRow::fPath);
+inline constexpr kit::Column kSize(&FileRow::fSize);
+inline constexpr kit::Column kKind(&FileRow::fKind);
+
+/// Serves "largest" and "duplicates", which go by size.
+inline constexpr char kIndexOfSize[] = "CREATE INDEX files_size ON files (size)";
+
+/// Holds for the paths below `folder`, an absolute path. A range of the path's index, so that "/a/bc" is not taken to
+/// be below "/a/b".
+inline kit::Term Below(const std::string& folder) { return kPath >= FirstBelow(folder) && kPath < EndBelow(folder); }
 
 enum class Access {
   kAsk,     // the file must be there
@@ -39,7 +56,7 @@ enum class Access {
 /// Where a catalogue is.
 struct Location {
   /// A path, or what begins with "file:", a URI of SQLite's. What a URI stands for is for SQLite alone to know, and for
-  /// the VFS that it may name. REQUIRES: SQLite is configured to read URIs.
+  /// the VFS that it may name.
   std::string fPath;
   /// What the file is encrypted with. REQUIRES: not empty, which would mean no encryption to SQLite.
   std::optional<std::string> fKey;
@@ -50,50 +67,34 @@ enum class Ending { kCommit, kRollBack };
 /// Used by one thread at a time. Several stores may be used by several threads at the same time, on a file each.
 class Store {
  public:
-  /// Opens the file; throws Failure if it cannot be opened, or if there is a key and SQLite cannot encrypt. Looks into
-  /// what it holds no earlier than Ask and Change.
-  /// REQUIRES: the process has the file open nowhere else. It is opened and closed in passing here, upon which the
-  /// system would take the locks of all who have it open.
+  /// Opens the file; throws Failure if it cannot be opened, or written to if that is asked for, or if there is a key
+  /// and SQLite cannot encrypt. Whether it is a catalogue is looked at by Ask and Change.
   Store(const Location& location, Access access);
 
   /// Runs `work` in a transaction that holds the file's shared lock from the start, so that nothing within it can
-  /// meet a lock. Waits for a lock for two seconds, then throws. Throws Failure if the file is no catalogue.
+  /// meet a lock. Waits for a lock for two seconds, then throws kit::BusyError. Throws Failure if the file is no
+  /// catalogue.
   void Ask(const std::function<void()>& work);
 
-  /// The same with the write lock. A new catalogue gets its table here.
+  /// The same with the write lock. A new catalogue gets its table here, from the first of several programs that begin
+  /// one at the same time.
   void Change(const std::function<void()>& work, Ending ending = Ending::kCommit);
-
-  /// Sends SQL of the program's own.
-  void Send(const std::string& sql);
-
-  /// The table with these fields only, for questions that need no others.
-  template <typename... T>
-  kit::Table<FileRow> Only(const kit::Field<FileRow, T>&... fields) {
-    return kit::Table<FileRow>(fDatabase, "files", fields...);
-  }
-
-  /// Holds for the paths below `folder`, an absolute path. A range of the path's index, so that "/a/bc" is not taken to
-  /// be below "/a/b".
-  kit::Term Below(const std::string& folder) const { return fPath >= FirstBelow(folder) && fPath < EndBelow(folder); }
 
   /// True for the database file, under any name, and for the paths of the files that SQLite puts beside it, as long as
   /// they are in the file system.
   bool IsOwnFile(const std::string& path, const FileIdentity& identity) const;
 
-  sqldb::SQLDatabase fDatabase;
-  const kit::Field<FileRow, std::string> fPath = kit::Key("path", &FileRow::fPath);
-  const kit::Field<FileRow, std::int64_t> fSize{"size", &FileRow::fSize};
-  const kit::Field<FileRow, std::int64_t> fModified{"modified", &FileRow::fModified};
-  const kit::Field<FileRow, std::string> fKind{"kind", &FileRow::fKind};
-  const kit::Field<FileRow, kit::EncodedBytes> fHead{"head", &FileRow::fHead};
-  kit::Table<FileRow> fFiles{fDatabase, "files", fPath, fSize, fModified, fKind, fHead};
+  kit::Database fDatabase;
+  const kit::Table<FileRow> fFiles{fDatabase};
 
  private:
-  // True for a file without a table yet.
-  bool CheckFormat();
+  std::int64_t Pragma(const std::string& name);
+  void CheckFormat();
   void CreateTable();
 
   Access fAccess;
+  // For messages.
+  std::string fName;
   // What SQLite calls the file.
   std::string fFile;
   FileIdentity fIdentity;

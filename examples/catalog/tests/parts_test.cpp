@@ -28,6 +28,31 @@ TEST(PrintableTest, ControlCharactersOfTwoBytesAreEscaped) { EXPECT_EQ(Printable
 
 TEST(PrintableTest, LineSeparatorsAreEscaped) { EXPECT_EQ(Printable("\xE2\x80\xA8"), "\\xE2\\x80\\xA8"); }
 
+// Shown as it is, "a<RLO>gpj.exe" would look like "aexe.jpg".
+TEST(PrintableTest, CharactersThatTurnTheDirectionOfTheTextAreEscaped) {
+  EXPECT_EQ(Printable("a\xE2\x80\xAEgpj.exe"), "a\\xE2\\x80\\xAEgpj.exe");
+  EXPECT_EQ(Printable("\xD8\x9C"), "\\xD8\\x9C") << "Arabic letter mark";
+  for (const char* mark : {"\x8E", "\x8F", "\xAA", "\xAB", "\xAC", "\xAD", "\xAE"}) {
+    const std::string shown = Printable(std::string("\xE2\x80") + mark);
+    EXPECT_EQ(shown.compare(0, 10, "\\xE2\\x80\\x"), 0) << shown;
+    EXPECT_EQ(shown.size(), 12u);
+  }
+  for (const char* isolate : {"\xA6", "\xA7", "\xA8", "\xA9"}) {
+    const std::string shown = Printable(std::string("\xE2\x81") + isolate);
+    EXPECT_EQ(shown.compare(0, 10, "\\xE2\\x81\\x"), 0) << shown;
+    EXPECT_EQ(shown.size(), 12u);
+  }
+}
+
+TEST(PrintableTest, TheirNeighboursAndLettersThatAreWrittenFromTheRightStay) {
+  // Beside U+061C, U+200E and U+200F, U+202A to U+202E, and U+2066 to U+2069.
+  for (const char* neighbour :
+       {"\xD8\x9B", "\xD8\x9D", "\xE2\x80\x8D", "\xE2\x80\x90", "\xE2\x80\xAF", "\xE2\x81\xA5", "\xE2\x81\xAA"}) {
+    EXPECT_EQ(Printable(neighbour), neighbour);
+  }
+  EXPECT_EQ(Printable("\xD7\x90\xD8\xA7"), "\xD7\x90\xD8\xA7");
+}
+
 TEST(PrintableTest, BytesThatAreNotUtf8AreEscaped) {
   EXPECT_EQ(Printable("\xFF"), "\\xFF");
   EXPECT_EQ(Printable("\xC3"), "\\xC3") << "cut short";

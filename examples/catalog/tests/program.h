@@ -42,6 +42,10 @@ class ProgramTest : public ::testing::Test {
   std::string Shell(const std::string& sql, const std::string& database = "c.db") const;
   // All that the database holds, as SQL; proof that a failure left it alone.
   std::string Dump() const { return Shell(".dump") + Shell("PRAGMA application_id; PRAGMA user_version"); }
+  // What is said of a database that the system does not open.
+  std::string CannotOpen(const std::string& name, const std::string& reason) const {
+    return "'" + Path(name) + "' cannot be opened: unable to open database file: " + reason;
+  }
   // The catalogue's paths below "tree", with "|" between them.
   std::string Paths() const;
 
