@@ -8,7 +8,7 @@
 #include <sqlite3.h>
 
 #include <boost/make_shared.hpp>
-#include "sqldb/kit/failure.h"
+#include "sqldb/kit/leftovers.h"
 
 namespace cluster {
 

@@ -40,11 +40,11 @@ void Fill(Store& store) {
   store.Change([&] {
     for (std::int64_t number = 0; number < 60; ++number) store.fFiles.Insert(RowOf(number));
   });
-  const auto drop = [&] { store.fFiles.DeleteAll(); };
+  const auto drop = [&] { store.fFiles.Delete(sqldb::kit::EveryRow()); };
   store.Change(drop, catalog::Ending::kRollBack);
   std::int64_t rows = 0;
   store.Ask([&] {
-    for (const FileRow& row : store.fFiles.Select().OrderBy(store.fSize)) {
+    for (const FileRow& row : store.fFiles.Select().OrderBy(catalog::kSize)) {
       Expect(row.fSize == rows++ && IsIntact(row), "a row of the catalogue is intact");
     }
   });
@@ -81,7 +81,7 @@ void Index(Store& store, const std::string& folder) {
   Expect(IndexFolder(store, indexable, [](std::uint64_t) {}).fUnchanged == 3, "and is known then");
   const catalog::Duplicates duplicates = Compare(FindCandidates(store));
   Expect(duplicates.fGroups.size() == 1 && duplicates.fGroups[0].fFiles == 3, "copies are found");
-  Expect(store.IsOwnFile(store.fDatabase.fPath + "-journal", {}), "the journal is the catalogue's own");
+  Expect(store.IsOwnFile(store.fDatabase.Core().fPath + "-journal", {}), "the journal is the catalogue's own");
 }
 
 bool IsRefused(const std::string& path, Access access) {
@@ -99,14 +99,14 @@ bool IsRefused(const std::string& path, Access access) {
 void TourCatalogue(const std::string& path, const Shared& shared) {
   {
     Store store({path, std::nullopt}, Access::kCreate);
-    store.Send("PRAGMA synchronous = OFF");
+    store.fDatabase.Execute("PRAGMA synchronous = OFF");
     Fill(store);
     Question(store, shared);
     Index(store, path + "-folder");
   }
   {
     Store store({"file:" + path, std::nullopt}, Access::kAsk);
-    store.Ask([&] { Expect(store.fFiles.Count(store.Below("/")) == 3, "a catalogue is opened again"); });
+    store.Ask([&] { Expect(store.fFiles.Count(catalog::Below("/")) == 3, "a catalogue is opened again"); });
   }
   Expect(IsRefused(path + "-missing", Access::kAsk), "a file that is not there is refused");
   Expect(IsRefused(path + "-folder/c", Access::kChange), "a file that is no catalogue is refused");

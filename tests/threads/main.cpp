@@ -133,8 +133,6 @@ int main(int count, char** values) {
   // Without figures about its memory, for which SQLite lets one thread at a time allocate: what that keeps apart would
   // not be seen.
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
-  // Not every SQLite takes URIs unasked; one names the database of the catalogue.
-  sqlite3_config(SQLITE_CONFIG_URI, 1);
   try {
     threads::Expect(sqlite3_threadsafe() != 0, "SQLite is built for several threads");
     return count == 2 && Run(static_cast<std::uint32_t>(std::strtoul(values[1], nullptr, 10))) ? EXIT_SUCCESS

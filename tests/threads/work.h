@@ -44,8 +44,7 @@ struct Shared {
   const boost::shared_ptr<sqldb::SQLTermBase> fTerm{new TextTerm(" b > 1")};
   const boost::shared_ptr<sqldb::SQLColumnBase> fColumn{new IntegerColumn(nullptr, "b", true, false, false, "")};
   const boost::shared_ptr<sqldb::SQLValueBase> fValue{new BoundInteger(7)};
-  const sqldb::kit::ColumnName<std::int64_t> fName{"id"};
-  const sqldb::kit::Term fKitTerm = fName > 1;
+  const sqldb::kit::Term fKitTerm = sqldb::kit::Sql<std::int64_t>("id") > 1;
   // std::clog is one for the whole process: shared by those who write to it, exclusive for those who exchange its
   // buffer.
   mutable std::shared_mutex fLog;
