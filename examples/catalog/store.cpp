@@ -34,9 +34,6 @@ void RefuseOtherThanFiles(const std::string& path) {
   throw Failure("'" + Printable(path) + "' cannot be opened: not a regular file");
 }
 
-// An SQLite that cannot encrypt takes no notice of a key. One that can has a version to tell.
-bool CanEncrypt() { return kit::Database(":memory:").First<std::string>("PRAGMA cipher_version").has_value(); }
-
 kit::Options OptionsFor(const Location& location, Access access) {
   kit::Options options;
   options.access = access == Access::kAsk      ? kit::Access::kReadOnly
@@ -53,8 +50,6 @@ kit::Options OptionsFor(const Location& location, Access access) {
 }
 
 kit::Database Opened(const Location& location, Access access) {
-  // Nothing is created before it is certain that it will be encrypted if it is to be.
-  if (location.fKey && !CanEncrypt()) throw Failure("cannot use a key: this SQLite does not encrypt");
   const bool isUri = IsUri(location.fPath);
   const std::string path = isUri ? location.fPath : ResolvedPath(location.fPath);
   if (!isUri) RefuseOtherThanFiles(path);

@@ -60,6 +60,7 @@ class Opened {
     return why;
   }
   int Code() const { return fConnection != nullptr ? sqlite3_extended_errcode(fConnection) : fResult; }
+  sqlite3* Handle() const { return fConnection; }
   sqlite3* Take() { return std::exchange(fConnection, nullptr); }
 
  private:
@@ -84,12 +85,27 @@ void CheckIsNew(const std::string& path, const Options& options) {
 #endif
 }
 
+// An SQLite that cannot encrypt takes no notice of a key. One that can has a version to tell. Asked of no file, so that
+// none is made then.
+bool CanEncrypt() {
+  const Opened memory(":memory:", Options(), SQLITE_OPEN_READWRITE);
+  const auto take = [](void* canEncrypt, int, char**, char**) {
+    *static_cast<bool*>(canEncrypt) = true;
+    return 0;
+  };
+  bool canEncrypt = false;
+  const int result = sqlite3_exec(memory.Handle(), "PRAGMA cipher_version", take, &canEncrypt, nullptr);
+  if (memory.Result() == SQLITE_NOMEM || result == SQLITE_NOMEM) throw std::bad_alloc();
+  return canEncrypt;
+}
+
+void CheckKey(const std::string& path, const std::string& key) {
+  if (!CanEncrypt()) ThrowUnopened(path, "it has a key, and SQLite is built without encryption", SQLITE_MISUSE);
+  if (key.find('\0') != std::string::npos) ThrowUnopened(path, "its key has a zero byte", SQLITE_MISUSE);
+}
+
 // Sends the key before all else, as the engine wants it. No message has it.
 void SendKey(Connection& connection, const std::string& key) {
-  if (connection.Ask("PRAGMA cipher_version").empty()) {
-    throw Error("it has a key, and SQLite is built without encryption", SQLITE_MISUSE);
-  }
-  if (key.find('\0') != std::string::npos) throw Error("its key has a zero byte", SQLITE_MISUSE);
   std::string sql = "PRAGMA key = ";
   LiteralWriter(sql).TakeText(key);
   connection.Ask(sql);
@@ -150,6 +166,7 @@ void Configure(Connection& connection, const Options& options) {
 
 boost::shared_ptr<SQLDatabase> OpenFile(const std::string& path, const Options& options) {
   if (path.find('\0') != std::string::npos) ThrowUnopened(path, "its name has a zero byte", SQLITE_MISUSE);
+  if (!options.key.empty()) CheckKey(path, options.key);
   if (options.access == Access::kCreate) CheckIsNew(path, options);
   auto core = boost::make_shared<SQLDatabase>(path, options.access == Access::kReadOnly);
   Opened opened(path, options, FlagsOf(options));

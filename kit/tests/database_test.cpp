@@ -182,12 +182,14 @@ TEST_F(DatabaseFileTest, KeyIsRefusedByAnEngineThatDoesNotEncrypt) {
   const Error error = OpeningFails(options);
   EXPECT_EQ(Why(error), "'" + File() + "' cannot be opened: it has a key, and SQLite is built without encryption");
   EXPECT_THAT(error.what(), Not(HasSubstr("secret")));
+  EXPECT_FALSE(std::filesystem::exists(File())) << "it would not be encrypted";
 }
 
 TEST_F(DatabaseFileTest, KeyThatIsCutByAZeroByteIsRefused) {
   Options options;
   options.key = std::string("a\0b", 3);
   EXPECT_EQ(OpeningFails(options).Code(), SQLITE_MISUSE);
+  EXPECT_FALSE(std::filesystem::exists(File()));
 }
 
 TEST_F(DatabaseFileTest, ModuleThatIsMissingIsNamed) {

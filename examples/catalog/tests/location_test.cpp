@@ -173,9 +173,9 @@ TEST_F(ModuleTest, ThatCannotBeLoadedIsNamedWithTheReason) {
 
 TEST_F(KeyTest, IsRefusedByAnSqliteThatDoesNotEncrypt) {
   if (CanEncrypt()) GTEST_SKIP() << "this SQLite encrypts";
-  for (const std::string& database : {std::string("c.db"), Uri("u.db", "unix")}) {
+  for (const std::string& database : {Path("c.db"), Uri("u.db", "unix")}) {
     EXPECT_EQ(FailureAt({"--key", "secret", database}, {"index", "tree"}),
-              "catalog: cannot use a key: this SQLite does not encrypt\n");
+              "catalog: '" + database + "' cannot be opened: it has a key, and SQLite is built without encryption\n");
   }
   for (const char* name : {"c.db", "u.db"}) EXPECT_FALSE(std::filesystem::exists(Path(name))) << name;
 }
