@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <sqlite3.h>
 #include <boost/make_shared.hpp>
 
 #include "threads/work.h"

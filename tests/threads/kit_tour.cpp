@@ -120,12 +120,23 @@ class KitTour {
   }
 
   void Write() {
-    for (std::int64_t id = 1; id <= 120; ++id) {
+    for (std::int64_t id = 1; id <= 20; ++id) {
       Expect(fTable.Insert(EverythingOf(id)) == id, "an insert returns its key");
     }
+    std::vector<Everything> records;
+    for (std::int64_t id = 21; id <= 120; ++id) records.push_back(EverythingOf(id));
+    std::size_t reported = 0;
+    const auto report = [&reported](std::size_t written) {
+      reported = written;
+      return Progress::kGoOn;
+    };
+    Expect(fTable.InsertMany(records, {30}, report) == 100 && reported == 100, "many are inserted in batches");
     fTable.Replace(EverythingOf(20));
     Expect(!fTable.InsertOrIgnore(EverythingOf(20)), "a row that is there is not inserted");
-    if (IsEngine(3024000)) fTable.Upsert(EverythingOf(20));
+    if (IsEngine(3024000)) {
+      fTable.Upsert(EverythingOf(20));
+      Expect(fTable.UpsertMany(records) == 100, "many are written again");
+    }
     ExpectIntact(120);
   }
 

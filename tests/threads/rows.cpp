@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include <sqlite3.h>
 #include <boost/make_shared.hpp>
 
 #include "threads/work.h"
