@@ -16,7 +16,6 @@ using sqldb::OffsetSpec;
 using sqldb::SQLDatabase;
 using sqldb::SQLStepCursor;
 using sqldb::kit::ReleaseLeftovers;
-using sqldb::kit::Run;
 using support::CallRecorder;
 using support::MakeValue;
 using support::MessageOf;
@@ -385,9 +384,9 @@ TEST_F(RetryTest, AnInsertThatGivesItsFailedTextUpIsWrittenOnce) {
     insert->fQuery.str("");
     insert->PerformInsert(true);
   };
-  for (int i = 0; i < 2; ++i) EXPECT_THROW(Run(fDatabase, write), sqldb::kit::BusyError);
+  for (int i = 0; i < 2; ++i) EXPECT_THROW(sqldb::kit::Run(fDatabase, write), sqldb::kit::BusyError);
   fOther.Run("COMMIT");
-  Run(fDatabase, write);
+  sqldb::kit::Run(fDatabase, write);
   EXPECT_THAT(Seen(), ElementsAre("7"));
 }
 
