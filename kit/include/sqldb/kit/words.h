@@ -11,7 +11,7 @@
 namespace sqldb::kit::detail {
 
 /// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
-/// where it can.
+/// where it can. Copies may be used by different threads.
 class SQLDB_EXPORT Words {
  public:
   Words() noexcept {}
