@@ -218,7 +218,7 @@ void TableHandle::Create(bool onlyIfMissing) const {
   };
   run(fState->CreateSql(onlyIfMissing)).Finish();
   // One that was there may be another one, of which this tells.
-  if (onlyIfMissing) run(fState->SelectSql(false));
+  if (onlyIfMissing) run(fState->CheckSql());
 }
 
 void TableHandle::Drop() const {

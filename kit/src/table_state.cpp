@@ -130,6 +130,13 @@ std::string TableState::SelectSql(bool isDistinct) const {
   return sql.append(" FROM ").append(name);
 }
 
+std::string TableState::CheckSql() const {
+  std::string sql = "SELECT ";
+  List(sql, layout, ", ", IsAny,
+       [&](const FieldEntry& field, int) { sql.append(name).append(".").append(field.name); });
+  return sql.append(" FROM ").append(name);
+}
+
 TableStates::~TableStates() {
   while (fFirst != nullptr) {
     const std::unique_ptr<TableState> state(fFirst);

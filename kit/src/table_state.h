@@ -27,6 +27,9 @@ struct TableState {
   std::string CreateSql(bool onlyIfMissing) const;
   // "SELECT id, name FROM parts".
   std::string SelectSql(bool isDistinct) const;
+  // Does not compile if a column is missing: "SELECT parts.id, parts.name FROM parts". SQLite takes a quoted name that
+  // is none for a text, unless it is qualified.
+  std::string CheckSql() const;
 
   const RecordLayout& layout;
   const std::string name;
