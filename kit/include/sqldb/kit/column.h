@@ -56,13 +56,16 @@ class Column {
   template <typename Record>
   constexpr explicit Column(T Record::*member) : fName(detail::NameOf<Record>(member)) {}
 
-  /// The same column of the table or alias `table`, in a join.
+  /// The same column of the table or alias `table`, in a join. REQUIRES: `table` is a literal.
   template <std::size_t N>
   constexpr Column Of(const char (&table)[N]) const {
     Column column = *this;
     column.fQualifier = table;
     return column;
   }
+  /// An array does not stay as it is.
+  template <std::size_t N>
+  Column Of(char (&table)[N]) const = delete;
 
   /// As the description has it.
   constexpr const char* Name() const { return fName; }
