@@ -11,9 +11,11 @@ namespace sqldb::kit::detail {
 
 namespace {
 
+bool IsDigit(char character) { return character >= '0' && character <= '9'; }
+
 bool IsOfName(char character) {
   const auto byte = static_cast<unsigned char>(character);
-  return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte == '_' ||
+  return IsDigit(character) || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte == '_' ||
          byte >= 0x80;
 }
 
@@ -39,9 +41,20 @@ std::size_t BehindQuoted(std::string_view sql, std::size_t begin) {
 }
 
 bool IsOtherParameter(std::string_view sql, std::size_t i) {
-  const bool isFollowed = i + 1 < sql.size() && IsOfName(sql[i + 1]);
-  return isFollowed && (sql[i] == '?' || sql[i] == ':' || sql[i] == '@' || sql[i] == '$') &&
-         (i == 0 || !IsOfName(sql[i - 1]));
+  const char next = i + 1 < sql.size() ? sql[i + 1] : ' ';
+  switch (sql[i]) {
+    case '?':
+      return IsDigit(next);
+    case ':':
+    case '@':
+    case '#':
+      return IsOfName(next);
+    case '$':
+      // It may stand in a name, though not begin one.
+      return i == 0 || !(IsOfName(sql[i - 1]) || sql[i - 1] == '$');
+    default:
+      return false;
+  }
 }
 
 }  // namespace
@@ -65,6 +78,16 @@ void Piece::AddGroup(const Piece& piece) {
   Add(Token::kOpen);
   Add(piece);
   Add(Token::kClose);
+}
+
+Piece Piece::InnerGroup() const {
+  Piece inner;
+  // The static SQL with its address, and the parentheses.
+  constexpr std::size_t kBefore = 3;
+  inner.fText.Add(fText.begin() + kBefore, fText.Size() - kBefore - 1);
+  inner.fValues = fValues;
+  inner.fValueCount = fValueCount;
+  return inner;
 }
 
 void Piece::AddStatic(const char* sql) {
@@ -118,8 +141,11 @@ void Piece::AddSql(std::string_view sql, const Argument* values, std::size_t cou
     if (behind == i && sql[i] == '?') {
       if (given == count) fail("There are more question marks than values.");
       AddText(sql.substr(begin, i - begin));
+      // As a literal it must not become one with what it stands beside: "a-?", "LIKE?OR".
+      if (i > 0 && (sql[i - 1] == '-' || IsOfName(sql[i - 1]))) AddStatic(" ");
       AddValue(values[given++]);
       begin = i + 1;
+      if (begin < sql.size() && IsOfName(sql[begin])) AddStatic(" ");
     }
     i = behind > i ? behind : i + 1;
   }

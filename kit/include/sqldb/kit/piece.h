@@ -46,8 +46,12 @@ class SQLDB_EXPORT Piece {
   void Add(const Piece& piece);
   /// The same, in parentheses.
   void AddGroup(const Piece& piece);
+  /// What is in the parentheses of an AddStatic followed by an AddGroup.
+  Piece InnerGroup() const;
+  /// SQL that is copied.
+  void AddText(std::string_view sql);
   /// SQL that the program wrote, as one operand, with a value for each question mark. Throws Error if there are more or
-  /// fewer values, or other parameters.
+  /// fewer values, or other parameters; the object is then only to be destroyed.
   void AddSql(std::string_view sql, const Argument* values, std::size_t count);
   /// A parameter with this value.
   void AddValue(const Argument& value);
@@ -61,8 +65,6 @@ class SQLDB_EXPORT Piece {
   std::size_t ValueCount() const noexcept { return fValueCount; }
 
  private:
-  void AddText(std::string_view sql);
-
   Words fText;
   Words fValues;
   std::size_t fValueCount = 0;
