@@ -1,5 +1,7 @@
 #include "sqldb/kit/term.h"
 
+#include <cmath>
+#include <limits>
 #include <ostream>
 
 #include <boost/make_shared.hpp>
@@ -31,6 +33,17 @@ namespace detail {
 
 void ThisMemberIsNotDescribed() { throw Error("The member is not in the description of its struct.", SQLITE_MISUSE); }
 
+namespace {
+
+// A literal: with a parameter no index would serve.
+std::string EscapeClause(char escape) {
+  const auto byte = static_cast<unsigned char>(escape);
+  if (byte == 0 || byte >= 0x80) throw Error("The escape of LIKE is one ASCII character.", SQLITE_MISUSE);
+  return std::string(" ESCAPE '").append(escape == '\'' ? 2 : 1, escape) + "'";
+}
+
+}  // namespace
+
 void AddLike(Piece& expression, std::string_view pattern, std::optional<char> escape) {
   if (pattern.find('\0') != std::string_view::npos) {
     throw Error("A pattern of LIKE cannot have a zero byte.", SQLITE_MISUSE);
@@ -41,10 +54,39 @@ void AddLike(Piece& expression, std::string_view pattern, std::optional<char> es
   expression.AddStatic(isForAnIndex ? " LIKE " : " LIKE (\'\' || ");
   expression.AddValue(ArgumentOf(pattern));
   if (!isForAnIndex) expression.AddStatic(")");
-  if (escape) {
-    expression.AddStatic(" ESCAPE ");
-    expression.AddValue(ArgumentOf(std::string_view(&*escape, 1)));
-  }
+  if (escape) expression.AddText(EscapeClause(*escape));
+}
+
+namespace {
+
+[[noreturn]] void ThrowCannotHold(const char* column, const char* what) {
+  ThrowUnfit(("column " + std::string(column) + " cannot hold such a " + what).c_str());
+}
+
+}  // namespace
+
+void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most) {
+  if (value < least || value > most) ThrowCannotHold(column, "number");
+}
+
+void CheckInteger(const char* column, double value, std::int64_t least, std::int64_t most) {
+  constexpr double kTwoTo63 = 9223372036854775808.0;
+  const bool isInteger = value >= -kTwoTo63 && value < kTwoTo63 && value == std::trunc(value);
+  if (!isInteger) ThrowCannotHold(column, "number");
+  CheckInteger(column, static_cast<std::int64_t>(value), least, most);
+}
+
+void CheckDouble(const char* column, std::int64_t value) {
+  CheckInteger(column, static_cast<double>(value), value, value);
+}
+
+void CheckFloat(const char* column, double value) {
+  const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
+  if (!isWithin || static_cast<double>(static_cast<float>(value)) != value) ThrowCannotHold(column, "number");
+}
+
+void CheckText(const char* column, std::size_t size, std::size_t most) {
+  if (size > most) ThrowCannotHold(column, "text");
 }
 
 }  // namespace detail
@@ -78,9 +120,15 @@ Term Term::Combine(const Term& a, const Term& b, Shape shape) {
 Term Term::Negate(const Term& a) {
   if (a.IsEmpty()) return a;
   Term negated;
+  if (a.fShape == Shape::kNot) {
+    negated.fParts = a.fParts.InnerGroup();
+    negated.fShape = a.fNegated;
+    return negated;
+  }
   negated.fParts.AddStatic("NOT ");
   negated.fParts.AddGroup(a.fParts);
   negated.fShape = Shape::kNot;
+  negated.fNegated = a.fShape;
   return negated;
 }
 

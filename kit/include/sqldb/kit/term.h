@@ -11,12 +11,15 @@
 // A term carries its values, which become parameters: none of them is ever read as SQL. An empty term vanishes from a
 // combination, so that a filter which the user left out needs no case of its own. Any number of operands works.
 //
-// Columns are constants. Terms are values: to copy one is cheap, and a chain that grows (`term = term && ...`) is not
-// copied.
+// Columns are constants. Terms are values, of which copies may be used by different threads: to copy one is cheap, and
+// a chain that grows (`term = term && ...`) is not copied.
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
+#include <iterator>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,6 +84,8 @@ class SQLDB_EXPORT Term {
 
   detail::Piece fParts;
   Shape fShape = Shape::kNone;
+  // Of what a kNot negates.
+  Shape fNegated = Shape::kNone;
 };
 
 /// A condition that the program wrote, with a value for each question mark: `Where("notes MATCH ?", words)`. Throws
@@ -191,6 +196,21 @@ struct Operand<RowValue<T...>> {
   static void Add(Piece& piece, const RowValue<T...>& row) { piece.Add(row.Parts()); }
 };
 
+/// What stands on the left of IN and LIKE, and in an order.
+template <typename A>
+constexpr void RequireExpression() {
+  static_assert(Operand<A>::kIsExpression, "This is of a column or an Sql: a value is the same in every row.");
+}
+
+template <typename A, typename B>
+constexpr void RequireComparable() {
+  constexpr bool canCompare = Operand<A>::kCanCompare && Operand<B>::kCanCompare;
+  static_assert(canCompare,
+                "Nothing compares with NULL: use IsNull(column), or Is(column, value) with a std::optional.");
+  static_assert(!canCompare || std::is_same_v<typename Operand<A>::Type, typename Operand<B>::Type>,
+                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+}
+
 template <typename A, typename B>
 using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
 
@@ -205,11 +225,7 @@ Term Together(const A& a, const char* between, const B& b) {
 
 template <typename A, typename B>
 Term Compare(const A& a, const char* operation, const B& b) {
-  constexpr bool canCompare = Operand<A>::kCanCompare && Operand<B>::kCanCompare;
-  static_assert(canCompare,
-                "Nothing compares with NULL: use IsNull(column), or Is(column, value) with a std::optional.");
-  static_assert(!canCompare || std::is_same_v<typename Operand<A>::Type, typename Operand<B>::Type>,
-                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+  RequireComparable<A, B>();
   return Together(a, operation, b);
 }
 
@@ -260,6 +276,7 @@ RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
 /// Holds for the rows without a value.
 template <typename A>
 Term IsNull(const A& expression) {
+  detail::RequireExpression<A>();
   Term term = Term::OfParts();
   detail::Operand<A>::Add(term.Parts(), expression);
   term.Parts().AddStatic(" IS NULL");
@@ -269,6 +286,7 @@ Term IsNull(const A& expression) {
 /// Holds for the rows that have just this value, or none if `value` is empty.
 template <typename A, typename T>
 Term Is(const A& expression, const std::optional<T>& value) {
+  detail::RequireExpression<A>();
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<T>::Type>,
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
   return detail::Together(expression, " IS ", value);
@@ -277,10 +295,9 @@ Term Is(const A& expression, const std::optional<T>& value) {
 /// Both bounds included.
 template <typename A, typename B, typename C>
 Term Between(const A& expression, const B& low, const C& high) {
+  detail::RequireComparable<A, C>();
   Term term = detail::Compare(expression, " BETWEEN ", low);
   term.Parts().AddStatic(" AND ");
-  static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<C>::Type>,
-                "Compare numbers with numbers, texts with texts, and all else with its own type.");
   detail::Operand<C>::Add(term.Parts(), high);
   return term;
 }
@@ -289,6 +306,7 @@ Term Between(const A& expression, const B& low, const C& high) {
 /// each number makes a statement of its own.
 template <typename A, typename Values>
 Term In(const A& expression, const Values& values) {
+  detail::RequireExpression<A>();
   Term term = Term::OfParts();
   detail::Piece& piece = term.Parts();
   detail::Operand<A>::Add(piece, expression);
@@ -297,10 +315,9 @@ Term In(const A& expression, const Values& values) {
   separator = "";
   for (const auto& value : values) {
     using Value = std::decay_t<decltype(value)>;
-    static_assert(std::is_same_v<typename detail::Operand<A>::Type, typename detail::Operand<Value>::Type>,
-                  "Compare numbers with numbers, texts with texts, and all else with its own type.");
+    detail::RequireComparable<A, Value>();
     piece.AddStatic(separator);
-    piece.AddValue(detail::ArgumentOf(value));
+    detail::Operand<Value>::Add(piece, value);
     separator = ", ";
   }
   piece.AddStatic(")");
@@ -323,6 +340,7 @@ SQLDB_EXPORT void AddLike(Piece& expression, std::string_view pattern, std::opti
 /// with neither. SQLite takes texts for this up to their first zero byte; a pattern with one throws Error.
 template <typename A>
 Term Like(const A& expression, std::string_view pattern, std::optional<char> escape = std::nullopt) {
+  detail::RequireExpression<A>();
   static_assert(std::is_same_v<typename detail::Operand<A>::Type, std::string>, "LIKE is for texts.");
   Term term = Term::OfParts();
   detail::Operand<A>::Add(term.Parts(), expression);
@@ -336,6 +354,7 @@ SQLDB_EXPORT std::string EscapedForLike(std::string_view text, char escape);
 /// From the smallest value to the largest, NULL first.
 template <typename A>
 Order Ascending(const A& expression) {
+  detail::RequireExpression<A>();
   detail::Piece piece;
   detail::Operand<A>::Add(piece, expression);
   return Order(static_cast<detail::Piece&&>(piece));
@@ -343,6 +362,7 @@ Order Ascending(const A& expression) {
 /// From the largest value to the smallest, NULL last.
 template <typename A>
 Order Descending(const A& expression) {
+  detail::RequireExpression<A>();
   detail::Piece piece;
   detail::Operand<A>::Add(piece, expression);
   piece.AddStatic(" DESC");
@@ -364,10 +384,59 @@ inline constexpr bool kCanHold<T, std::nullopt_t> = false;
 template <typename T, typename V>
 inline constexpr bool kCanHold<T, std::optional<V>> = false;
 
+/// These throw the ConversionError of a value that could not be read into the member of the column again.
+SQLDB_EXPORT void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most);
+SQLDB_EXPORT void CheckInteger(const char* column, double value, std::int64_t least, std::int64_t most);
+SQLDB_EXPORT void CheckDouble(const char* column, std::int64_t value);
+SQLDB_EXPORT void CheckFloat(const char* column, double value);
+SQLDB_EXPORT void CheckText(const char* column, std::size_t size, std::size_t most);
+
+template <typename T>
+constexpr std::size_t kMostCharacters = 0;
+template <std::size_t N>
+inline constexpr std::size_t kMostCharacters<char[N]> = N;
+template <std::size_t N>
+inline constexpr std::size_t kMostCharacters<std::array<char, N>> = N;
+
+template <typename V>
+std::size_t TextSize(const V& text) {
+  if constexpr (kMostCharacters<V> != 0) {
+    return Unfilled(std::data(text), kMostCharacters<V>).size();
+  } else {
+    return std::string_view(text).size();
+  }
+}
+
+/// The same for a value of any type.
+template <typename T, typename V>
+void CheckHolds(const char* column, const V& value) {
+  if constexpr (Operand<V>::kIsExpression || std::is_same_v<T, V> || std::is_same_v<V, std::nullopt_t>) {
+    return;
+  } else if constexpr (kIsOptional<V>) {
+    if (value) CheckHolds<T>(column, *value);
+  } else if constexpr (kIsOptional<T>) {
+    CheckHolds<typename T::value_type>(column, value);
+  } else if constexpr (kMostCharacters<T> != 0) {
+    CheckText(column, TextSize(value), kMostCharacters<T>);
+  } else if constexpr (kIsInteger<T>) {
+    using Given = std::conditional_t<std::is_floating_point_v<V>, double, std::int64_t>;
+    constexpr bool isLarge = !std::is_signed_v<T> && sizeof(T) == sizeof(std::int64_t);
+    constexpr auto most =
+        isLarge ? std::numeric_limits<std::int64_t>::max() : static_cast<std::int64_t>(std::numeric_limits<T>::max());
+    CheckInteger(column, static_cast<Given>(value), static_cast<std::int64_t>(std::numeric_limits<T>::min()), most);
+  } else if constexpr (kIsOneOf<T, float, double> && kIsInteger<V>) {
+    CheckDouble(column, static_cast<std::int64_t>(value));
+    if constexpr (std::is_same_v<T, float>) CheckFloat(column, static_cast<double>(value));
+  } else if constexpr (std::is_same_v<T, float>) {
+    CheckFloat(column, value);
+  }
+}
+
 }  // namespace detail
 
 /// Gives a column a value, or what another column or an Sql yields: `Set(price, Sql<double>("price * ?", 1.1))`.
-/// std::nullopt is NULL, for a member that is std::optional.
+/// std::nullopt is NULL, for a member that is std::optional. Throws ConversionError for a number or text that the
+/// member could not hold: the row could not be read any more.
 template <typename T, typename V>
 Assignment Set(const Column<T>& column, const V& value) {
   static_assert(detail::kCanHold<T, V>, "The member of this column cannot have such a value.");
@@ -375,6 +444,7 @@ Assignment Set(const Column<T>& column, const V& value) {
   piece.AddStatic(column.Name());
   piece.AddStatic(" = ");
   detail::Operand<V>::Add(piece, value);
+  detail::CheckHolds<T>(column.Name(), value);
   return Assignment(static_cast<detail::Piece&&>(piece));
 }
 
