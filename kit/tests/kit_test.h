@@ -11,6 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
+
+#include "sqldb/database.h"
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/record.h"
@@ -30,6 +33,22 @@ E ThrownBy(Action action) {
   }
   ADD_FAILURE() << "nothing thrown";
   return E("(nothing thrown)", 0);
+}
+
+// How many compiled statements the connection has, and how many of them stand on a row.
+struct StatementCount {
+  int all = 0;
+  int running = 0;
+};
+inline StatementCount StatementsOf(const sqldb::kit::Database& database) {
+  StatementCount count;
+  sqlite3* const handle = database.Core().fConnection;
+  for (sqlite3_stmt* each = sqlite3_next_stmt(handle, nullptr); each != nullptr;
+       each = sqlite3_next_stmt(handle, each)) {
+    ++count.all;
+    if (sqlite3_stmt_busy(each) != 0) ++count.running;
+  }
+  return count;
 }
 
 struct Part {
