@@ -1,25 +1,3 @@
-# sqldb_extract_program(DOCUMENT OUTPUT MAX_LINES): writes the first C++ block of DOCUMENT to OUTPUT as it stands, so that
-# what a document shows is compiled and run. Does so again when the document changes.
-function(sqldb_extract_program document output max_lines)
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${document})
-  file(READ ${document} text)
-  string(FIND "${text}" "```cpp\n" begin)
-  if(begin EQUAL -1)
-    message(FATAL_ERROR "${document} has no C++ block.")
-  endif()
-  math(EXPR begin "${begin} + 7")
-  string(SUBSTRING "${text}" ${begin} -1 text)
-  string(FIND "${text}" "```" end)
-  string(SUBSTRING "${text}" 0 ${end} program)
-
-  string(REGEX MATCHALL "\n" lines "${program}")
-  list(LENGTH lines length)
-  if(length GREATER max_lines)
-    message(FATAL_ERROR "The program in ${document} has ${length} lines; it is to have at most ${max_lines}.")
-  endif()
-  file(CONFIGURE OUTPUT ${output} CONTENT "${program}" @ONLY)
-endfunction()
-
 # sqldb_add_programs(DOCUMENT PREFIX LIBRARY): builds each C++ block of DOCUMENT as the program PREFIX_N, and tests that it
 # succeeds and, where a text block follows at once, prints just that.
 function(sqldb_add_programs document prefix library)
