@@ -68,19 +68,34 @@ def unbuilt_programs(path, text):
         yield "its C++ programs are not built by the tests"
 
 
+# In C++, outside of quotes.
+LITERAL = r'"((?:[^"\\\n]|\\.)*)"'
+WITHIN = LITERAL.replace("((?:", "(?:(?:")
+# Two words, which SQL has in capitals.
+SENTENCE = re.compile(r"(^|[^\w.])[a-z]+ [a-z]{2,}")
+
+
+def statements(folder):
+    """Those of all sources, without comments, in the order of the files."""
+    for path in sorted((ROOT / folder).rglob("*.*")):
+        code = re.sub(r"^\s*(//.*|#.*)$", "", path.read_text(), flags=re.MULTILINE)
+        # A statement ends at a semicolon or a brace outside a literal.
+        yield from re.findall(rf"(?:{WITHIN}|[^;{{}}\"])+", code)
+
+
 def messages():
-    """The literals in the statements that throw or log, in the order of the files."""
-    speaks = re.compile(r"\bthrow\b|\bclog\b|\bError\(|\b(Throw|Log)\w+\(")
-    for folder in ("src", "include", "kit/include"):
-        for path in sorted((ROOT / folder).rglob("*.*")):
-            code = re.sub(r"^\s*(//.*|#.*)$", "", path.read_text(), flags=re.MULTILINE)
-            # A statement ends at a semicolon or a brace outside a literal.
-            literal = r'"((?:[^"\\\n]|\\.)*)"'
-            for statement in re.findall(rf'(?:{literal.replace("((?:", "(?:(?:")}|[^;{{}}"])+', code):
-                if speaks.search(statement):
-                    for text in re.findall(literal, statement):
-                        # In pieces, where a line feed or a quote stands around what varies.
-                        yield from (piece.strip() for piece in re.split(r"\\n|'", text) if re.search(r"\w", piece))
+    """The literals in the statements that throw or log, and in the kit all that read like sentences, in the order of the
+    files. What the compiler says is not among them."""
+    speaks = re.compile(r"\bthrow\b|\bclog\b|\bError\(|\b(Throw|Log)\w*\(")
+    for folder in ("src", "include", "kit/src", "kit/include"):
+        for statement in statements(folder):
+            if "static_assert" in statement:
+                continue
+            # What stands in two literals side by side is one.
+            for text in re.findall(LITERAL, re.sub(r'"\s+"', "", statement)):
+                if speaks.search(statement) or (folder.startswith("kit") and SENTENCE.search(text)):
+                    # In pieces, where a line feed or a quote stands around what varies.
+                    yield from (piece.strip() for piece in re.split(r"\\n|'", text) if re.search(r"\w", piece))
 
 
 def stale_pictures():
