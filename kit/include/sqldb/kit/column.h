@@ -39,7 +39,9 @@ constexpr const char* NameOf(T Owner::*member) {
   constexpr auto description = kit::Described<Described>::Description();
   const char* name = nullptr;
   std::apply(
-      [&](const auto&... fields) { ((name = name != nullptr ? name : NameIfSame<T, Owner>(fields, member)), ...); },
+      [&](const auto&... allFields) {
+        ((name = name != nullptr ? name : NameIfSame<T, Owner>(allFields, member)), ...);
+      },
       description.fields);
   if (name == nullptr) ThisMemberIsNotDescribed();
   return name;
@@ -54,7 +56,7 @@ class Column {
   /// Takes the name from the description. A member that it does not have does not compile, where the column is
   /// constexpr, and throws Error otherwise.
   template <typename Record>
-  constexpr explicit Column(T Record::*member) : fName(detail::NameOf<Record>(member)) {}
+  constexpr explicit Column(T Record::*memberOfRecord) : fName(detail::NameOf<Record>(memberOfRecord)) {}
 
   /// The same column of the table or alias `table`, in a join. REQUIRES: `table` is a literal.
   template <std::size_t N>
@@ -75,7 +77,7 @@ class Column {
  private:
   template <typename Record, typename Base, typename U>
   friend constexpr Column<U> ColumnOf(U Base::*member);
-  constexpr explicit Column(const char* name) : fName(name) {}
+  constexpr explicit Column(const char* columnName) : fName(columnName) {}
 
   const char* fName;
   const char* fQualifier = nullptr;
@@ -96,11 +98,11 @@ template <typename T>
 class Sql {
  public:
   /// Throws Error for a value too few or too many.
-  /// REQUIRES: `sql` is an expression, never input.
+  /// REQUIRES: `sqlExpression` is SQL, never input.
   template <typename... P>
-  explicit Sql(std::string_view sql, const P&... values) {
+  explicit Sql(std::string_view sqlExpression, const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    fParts.AddSql(sql, arguments.all, arguments.kCount);
+    fParts.AddSql(sqlExpression, arguments.all, arguments.kCount);
   }
 
   /// For the kit.
@@ -115,7 +117,7 @@ template <typename... T>
 class RowValue {
  public:
   /// For the kit.
-  explicit RowValue(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)) {}
+  explicit RowValue(detail::Piece partsOfRow) : fParts(static_cast<detail::Piece&&>(partsOfRow)) {}
   /// The same.
   const detail::Piece& Parts() const { return fParts; }
 

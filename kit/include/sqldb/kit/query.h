@@ -129,10 +129,10 @@ template <typename... T>
 const RowShape& ShapeOf() {
   static const RowPiece pieces[] = {PieceOf<T>()...};
   static const RowShape shape = [] {
-    int columns = 0;
-    for (const RowPiece& piece : pieces) columns += ColumnCountOf(piece);
+    int columnCount = 0;
+    for (const RowPiece& pieceOfRow : pieces) columnCount += ColumnCountOf(pieceOfRow);
     const bool isOneStruct = sizeof...(T) == 1 && pieces[0].emplace == nullptr;
-    return RowShape{pieces, static_cast<int>(sizeof...(T)), columns, isOneStruct ? pieces[0].layout : nullptr};
+    return RowShape{pieces, static_cast<int>(sizeof...(T)), columnCount, isOneStruct ? pieces[0].layout : nullptr};
   }();
   return shape;
 }
@@ -223,7 +223,7 @@ class RowIterator {
   /// What `*it++` still has of the row before.
   class Previous {
    public:
-    explicit Previous(Row&& row) : fRow(std::move(row)) {}
+    explicit Previous(Row&& previousRow) : fRow(std::move(previousRow)) {}
     Row operator*() && { return std::move(fRow); }
 
    private:
@@ -233,9 +233,10 @@ class RowIterator {
   /// Behind the last row.
   RowIterator() = default;
   /// Runs the statement from its beginning, and reads its first row.
-  explicit RowIterator(RowReader reader) : fReader(std::move(reader)) { Read(fReader.First()); }
+  explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)) { Read(fReader.First()); }
   /// Over rows that are there, and stay there.
-  RowIterator(const KeptRow<Row>* first, const KeptRow<Row>* last) : fKept(first), fKeptEnd(last) {}
+  RowIterator(const KeptRow<Row>* firstRow, const KeptRow<Row>* behindLastRow)
+      : fKept(firstRow), fKeptEnd(behindLastRow) {}
 
   /// Valid until the iterator is advanced.
   reference operator*() const { return fKept != fKeptEnd ? fKept->row : *fRow; }
@@ -337,8 +338,9 @@ class [[nodiscard]] Rows {
   using iterator = detail::RowIterator<value_type>;
 
   /// See Database::Query. Throws Error.
-  explicit Rows(detail::Lease lease)
-      : fReader(std::move(lease), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName), fIsKept(fReader.IsWriting()) {
+  explicit Rows(detail::Lease leaseOfQuery)
+      : fReader(std::move(leaseOfQuery), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName),
+        fIsKept(fReader.IsWriting()) {
     if (!fIsKept) return;
     for (bool isThere = fReader.First(); isThere; isThere = fReader.Next()) {
       detail::LoadRow(fReader, fKept.emplace_back().row);

@@ -35,7 +35,8 @@ class Field {
  public:
   /// Neither unique nor a key. The name is a literal, so that no input becomes one.
   template <std::size_t N>
-  constexpr Field(const char (&name)[N], T Record::*member) : fName(name), fMember(member) {}
+  constexpr Field(const char (&columnName)[N], T Record::*memberOfRecord)
+      : fName(columnName), fMember(memberOfRecord) {}
 
   /// The same field, as one that no two rows have in common.
   constexpr Field Unique() const {

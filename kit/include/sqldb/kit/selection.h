@@ -33,7 +33,9 @@ class Selection {
   using const_iterator = iterator;
 
   /// See Table::Select.
-  Selection(const detail::TableHandle& table, const Term& term) : fTable(table) { fWanted.term = term.Parts(); }
+  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable) {
+    fWanted.term = condition.Parts();
+  }
 
   /// Orders by a column or an Sql, ascending, after the orders given before.
   template <typename A>

@@ -39,7 +39,7 @@ constexpr bool HasTable() {
 /// How many fields make the key.
 template <typename Record>
 constexpr std::size_t KeyCount() {
-  return std::apply([](const auto&... fields) { return (std::size_t{0} + ... + (fields.IsKey() ? 1U : 0U)); },
+  return std::apply([](const auto&... allFields) { return (std::size_t{0} + ... + (allFields.IsKey() ? 1U : 0U)); },
                     Described<Record>::Description().fields);
 }
 
@@ -54,9 +54,9 @@ constexpr bool CanBeKey(std::size_t index) {
   std::size_t number = 0;
   bool can = false;
   std::apply(
-      [&](const auto&... fields) {
-        ((can = can || (fields.IsKey() && number == index && CanBeValueOf<K>(fields)),
-          number += fields.IsKey() ? 1U : 0U),
+      [&](const auto&... allFields) {
+        ((can = can || (allFields.IsKey() && number == index && CanBeValueOf<K>(allFields)),
+          number += allFields.IsKey() ? 1U : 0U),
          ...);
       },
       Described<Record>::Description().fields);
@@ -83,13 +83,14 @@ template <typename Record>
 class Table {
  public:
   /// The table that the description names.
-  explicit Table(const Database& database) : fTable(database, detail::LayoutOf<Record>(), {}) {
+  explicit Table(const Database& openDatabase) : fTable(openDatabase, detail::LayoutOf<Record>(), {}) {
     static_assert(detail::HasTable<Record>(),
                   "The description names no table: Describe(\"parts\", ...), or Table<Part>(database, \"parts\").");
   }
   /// Another table or view that has the columns of the description.
-  /// REQUIRES: `name` is SQL, never input: "parts", "main.parts", "\"old parts\"".
-  Table(const Database& database, std::string_view name) : fTable(database, detail::LayoutOf<Record>(), name) {}
+  /// REQUIRES: `tableName` is SQL, never input: "parts", "main.parts", "\"old parts\"".
+  Table(const Database& openDatabase, std::string_view tableName)
+      : fTable(openDatabase, detail::LayoutOf<Record>(), tableName) {}
 
   /// Creates the table; throws Error if it is there.
   void Create() const { fTable.Create(false); }
