@@ -16,6 +16,7 @@
 #include <sqlite3.h>
 #include <boost/make_shared.hpp>
 
+#include "faults/faulty_vfs.h"
 #include "faults/scenarios.h"
 #include "support/fixtures.h"
 
@@ -161,6 +162,8 @@ class DamagedFiles : public ::testing::Test {
     database.fTransactionOK = true;
   }
 
+  // Never told to fail: it spares the waits for a real disk.
+  faults::FaultyVfs fVfs;
   support::TemporaryFolder fFolder;
   const std::string fPath = fFolder.Path("damaged.db");
   std::string fSound;

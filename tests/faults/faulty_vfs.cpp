@@ -15,9 +15,11 @@ struct Plan {
   int code = 0;
   bool persistent = false;
   bool failed = false;
+  int operations = 0;
 };
 
 Plan plan;
+bool paused = false;
 sqlite3_vfs* original = nullptr;
 
 // SQLite's file object followed by the original VFS's.
@@ -30,6 +32,8 @@ sqlite3_file* RealOf(sqlite3_file* file) { return reinterpret_cast<File*>(file)-
 
 // Counts one operation and returns the code that it is to fail with, or 0. `extended` is what SQLITE_IOERR becomes.
 int Strike(int extended, bool isWrite = false) {
+  if (paused) return 0;
+  if (plan.code != SQLITE_FULL || isWrite) ++plan.operations;
   if (plan.failed && plan.persistent) return plan.code == SQLITE_IOERR ? extended : (isWrite ? plan.code : 0);
   if (plan.countdown == 0 || plan.failed) return 0;
   if (plan.code == SQLITE_FULL && !isWrite) return 0;
@@ -55,10 +59,8 @@ int Truncate(sqlite3_file* file, sqlite3_int64 size) {
   return RealOf(file)->pMethods->xTruncate(RealOf(file), size);
 }
 
-int Sync(sqlite3_file* file, int flags) {
-  if (const int code = Strike(SQLITE_IOERR_FSYNC)) return code;
-  return RealOf(file)->pMethods->xSync(RealOf(file), flags);
-}
+// What matters here is that it was asked for: the power does not fail.
+int Sync(sqlite3_file*, int) { return Strike(SQLITE_IOERR_FSYNC); }
 
 int FileSize(sqlite3_file* file, sqlite3_int64* size) {
   if (const int code = Strike(SQLITE_IOERR_FSTAT)) return code;
@@ -147,14 +149,18 @@ FaultyVfs::~FaultyVfs() {
   sqlite3_vfs_register(original, 1);
 }
 
-void FaultyVfs::FailAt(int n, int code, bool persistent) { plan = Plan{n, code, persistent, false}; }
+void FaultyVfs::FailAt(int n, int code, bool persistent) { plan = Plan{n, code, persistent, false, 0}; }
 
 void FaultyVfs::Disarm() {
   plan.countdown = 0;
   plan.persistent = false;
 }
 
+void FaultyVfs::Pause(bool isPaused) { paused = isPaused; }
+
 bool FaultyVfs::HasFailed() const { return plan.failed; }
+
+int FaultyVfs::Operations() const { return plan.operations; }
 
 void CopyWithJournal(const std::string& from, const std::string& to) {
   RemoveDatabase(to);

@@ -19,13 +19,17 @@ class FaultyVfs {
   FaultyVfs(const FaultyVfs&) = delete;
   FaultyVfs& operator=(const FaultyVfs&) = delete;
 
-  // The n-th operation from now (1 for the next) fails with `code`, and every one after it too if `persistent`.
-  // SQLITE_FULL strikes writes only; SQLITE_IOERR becomes the extended code of the operation.
+  // The n-th operation from now (1 for the next, 0 for none) fails with `code`, and every one after it too if
+  // `persistent`. SQLITE_FULL strikes writes only; SQLITE_IOERR becomes the extended code of the operation.
   void FailAt(int n, int code, bool persistent);
   // No more failures.
   void Disarm();
+  // While paused, operations neither count nor fail.
+  void Pause(bool isPaused);
   // True when an operation has failed since FailAt.
   bool HasFailed() const;
+  // How many operations there were since FailAt that could have failed with its code.
+  int Operations() const;
 };
 
 // Copies a database file with its journal, if there is one: what the process would leave behind if it died now. Does

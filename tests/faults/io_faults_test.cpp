@@ -10,6 +10,7 @@
 #include <sqlite3.h>
 
 #include "faults/faulty_vfs.h"
+#include "faults/kit_faults.h"
 #include "faults/scenarios.h"
 #include "support/call_recorder.h"
 #include "support/fixtures.h"
@@ -149,6 +150,40 @@ TEST_F(IoFaults, EveryOperationOfEveryScenarioFailsWithoutHarm) {
   EXPECT_EQ(fDamaged, 0);
   EXPECT_EQ(fPartial, 0);
   EXPECT_EQ(fLost, 0);
+}
+
+// A file system that fails with one code.
+class DiskFaults : public faults::Faults {
+ public:
+  explicit DiskFaults(int code) : fCode(code) {}
+
+  void Arm(int n, bool persistent) override { fVfs.FailAt(n, fCode, persistent); }
+  void Disarm() override {
+    fOperations = fVfs.Operations();
+    fVfs.Disarm();
+  }
+  void Pause(bool isPaused) override { fVfs.Pause(isPaused); }
+  int Count() const override { return fOperations; }
+  bool HasFailed() const override { return fVfs.HasFailed(); }
+
+ private:
+  faults::FaultyVfs fVfs;
+  const int fCode;
+  int fOperations = 0;
+};
+
+TEST(KitIoFaults, TheDiskFailsWithoutHarm) {
+  DiskFaults disk(SQLITE_IOERR);
+  faults::KitFaults kit(disk, 200, 60);
+  kit.FailEverywhere();
+  kit.ExpectHarmless("I/O faults", 1000);
+}
+
+TEST(KitIoFaults, TheDiskFillsUpWithoutHarm) {
+  DiskFaults disk(SQLITE_FULL);
+  faults::KitFaults kit(disk, 200, 60);
+  kit.FailEverywhere();
+  kit.ExpectHarmless("full disk", 500);
 }
 
 }  // namespace

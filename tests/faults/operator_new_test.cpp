@@ -10,6 +10,7 @@
 #include <iostream>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -20,6 +21,8 @@
 #include <boost/core/null_deleter.hpp>
 #include <boost/make_shared.hpp>
 
+#include "faults/faulty_vfs.h"
+#include "faults/kit_faults.h"
 #include "faults/scenarios.h"
 #include "support/allocations.h"
 #include "support/call_recorder.h"
@@ -855,6 +858,8 @@ class OperatorNew : public ::testing::Test {
     }
   }
 
+  // Never told to fail: it spares the waits for a real disk.
+  faults::FaultyVfs fVfs;
   support::TemporaryFolder fFolder;
   const std::string fStock = fFolder.Path("stock.db");
   const std::string fPath = fFolder.Path("work.db");
@@ -917,6 +922,44 @@ TEST_F(OperatorNew, NoDestructorAllocates) {
               database.reset();
             }),
             0);
+}
+
+class NewFaults : public faults::Faults {
+ public:
+  void Arm(int n, bool) override {
+    fFailure.emplace(static_cast<std::uint64_t>(n));
+    fAllocations.emplace();
+  }
+  void Disarm() override {
+    fCount = static_cast<int>(fAllocations->Count());
+    fHasFailed = fFailure->Happened();
+    fFailure.reset();
+  }
+  void Pause(bool isPaused) override {
+    if (isPaused) {
+      fPause.emplace();
+    } else {
+      fPause.reset();
+    }
+  }
+  int Count() const override { return fCount; }
+  bool HasFailed() const override { return fHasFailed; }
+
+ private:
+  std::optional<support::AllocationFailure> fFailure;
+  std::optional<support::AllocationCount> fAllocations;
+  std::optional<support::AllocationPause> fPause;
+  int fCount = 0;
+  bool fHasFailed = false;
+};
+
+TEST(KitOperatorNew, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
+  NewFaults failures;
+  // Once is what operator new can be made to fail.
+  const faults::FaultyVfs quickDisk;
+  faults::KitFaults kit(failures, 200, 0);
+  kit.FailEverywhere();
+  kit.ExpectHarmless("operator new", 1000);
 }
 
 }  // namespace

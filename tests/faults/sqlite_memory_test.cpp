@@ -12,6 +12,8 @@
 #include <sqlite3.h>
 #include <boost/make_shared.hpp>
 
+#include "faults/faulty_vfs.h"
+#include "faults/kit_faults.h"
 #include "faults/scenarios.h"
 #include "support/call_recorder.h"
 #include "support/fixtures.h"
@@ -24,22 +26,43 @@ using faults::Scenario;
 using support::CallRecorder;
 
 sqlite3_mem_methods realMethods;
-bool armed = false;
-std::int64_t calls = 0;
-std::int64_t failing = 0;
-bool persists = false;
-bool failed = false;
 
-bool Fails() {
-  if (!armed) return false;
-  ++calls;
-  if (failing == 0 || (persists ? calls < failing : calls != failing)) return false;
-  failed = true;
-  return true;
-}
+// What fails: one request for memory.
+class MemoryFaults : public faults::Faults {
+ public:
+  void Arm(int n, bool persistent) override {
+    fCount = 0;
+    fFailing = n;
+    fPersists = persistent;
+    fHasFailed = false;
+    fIsArmed = true;
+  }
+  void Disarm() override { fIsArmed = false; }
+  void Pause(bool isPaused) override { fIsPaused = isPaused; }
+  int Count() const override { return fCount; }
+  bool HasFailed() const override { return fHasFailed; }
 
-void* Allocate(int size) { return Fails() ? nullptr : realMethods.xMalloc(size); }
-void* Reallocate(void* memory, int size) { return Fails() ? nullptr : realMethods.xRealloc(memory, size); }
+  bool Fails() {
+    if (!fIsArmed || fIsPaused) return false;
+    ++fCount;
+    if (fFailing == 0 || (fPersists ? fCount < fFailing : fCount != fFailing)) return false;
+    fHasFailed = true;
+    return true;
+  }
+
+ private:
+  bool fIsArmed = false;
+  bool fIsPaused = false;
+  bool fPersists = false;
+  bool fHasFailed = false;
+  int fCount = 0;
+  int fFailing = 0;
+};
+
+MemoryFaults memory;
+
+void* Allocate(int size) { return memory.Fails() ? nullptr : realMethods.xMalloc(size); }
+void* Reallocate(void* block, int size) { return memory.Fails() ? nullptr : realMethods.xRealloc(block, size); }
 
 // SQLite takes another allocator only before its first use.
 const int configured = [] {
@@ -51,28 +74,11 @@ const int configured = [] {
   return sqlite3_config(SQLITE_CONFIG_MALLOC, &methods);
 }();
 
-// While it lives, SQLite's `nth` allocation fails, and every one after it too if `persistent`. With 0 they are only
-// counted.
-class MemoryFailure {
- public:
-  MemoryFailure(std::int64_t nth, bool persistent) {
-    calls = 0;
-    failing = nth;
-    persists = persistent;
-    failed = false;
-    armed = true;
-  }
-  ~MemoryFailure() { armed = false; }
-  MemoryFailure(const MemoryFailure&) = delete;
-  MemoryFailure& operator=(const MemoryFailure&) = delete;
-};
-
 // What the test does itself in the middle of the work, spared from failing.
 void Undisturbed(const std::function<void()>& action) {
-  const bool wasArmed = armed;
-  armed = false;
+  memory.Pause(true);
   action();
-  armed = wasArmed;
+  memory.Pause(false);
 }
 
 using Cursor = sqldb::SQLStepCursor<std::uint32_t>;
@@ -135,7 +141,7 @@ class SQLiteMemory : public ::testing::Test {
   }
 
   // Works on a fresh copy of the stock, the database already open unless `opens`.
-  Result Run(const Scenario& scenario, bool opens, std::int64_t nth, bool persistent) {
+  Result Run(const Scenario& scenario, bool opens, int nth, bool persistent) {
     faults::CopyDatabase(fStock, fPath);
     const sqlite3_int64 usedBefore = sqlite3_memory_used();
     Outcome outcome = Outcome::kDone;
@@ -144,13 +150,12 @@ class SQLiteMemory : public ::testing::Test {
       fRecorder = &recorder;
       sqldb::SQLDatabase database(fPath, false);
       if (!opens) database.Open();
-      {
-        const MemoryFailure failure(nth, persistent);
-        outcome = faults::OutcomeOf([&] {
-          if (opens) database.Open();
-          scenario.run(database);
-        });
-      }
+      memory.Arm(nth, persistent);
+      outcome = faults::OutcomeOf([&] {
+        if (opens) database.Open();
+        scenario.run(database);
+      });
+      memory.Disarm();
       const CallRecorder::Pause pause;
       for (const support::Call& open : recorder.CallsOf("open")) {
         // The handle of a failed open is left to nobody else; there is none when not even that could be allocated.
@@ -169,13 +174,13 @@ class SQLiteMemory : public ::testing::Test {
   void FailEverywhere(const Scenario& scenario, bool opens) {
     const Result undisturbed = Run(scenario, opens, 0, false);
     ASSERT_EQ(undisturbed.outcome, Outcome::kDone) << scenario.name;
-    const int count = static_cast<int>(calls);
+    const int count = memory.Count();
     if (count > kMostPoints) fSampled.push_back(scenario.name);
     int points = 0;
     for (const bool persistent : {false, true}) {
       for (const int n : faults::Points(count, kMostPoints)) {
         const Result result = Run(scenario, opens, n, persistent);
-        if (!failed) continue;
+        if (!memory.HasFailed()) continue;
         ++points;
         const std::string what = scenario.name + ", allocation " + std::to_string(n);
         if (result.outcome == Outcome::kOther) ++fStrangers;
@@ -237,6 +242,8 @@ class SQLiteMemory : public ::testing::Test {
 
   static constexpr int kMostPoints = 600;
 
+  // Never told to fail: it spares the waits for a real disk.
+  faults::FaultyVfs fVfs;
   support::TemporaryFolder fFolder;
   const std::string fStock = fFolder.Path("stock.db");
   const std::string fPath = fFolder.Path("work.db");
@@ -274,6 +281,14 @@ TEST_F(SQLiteMemory, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
   EXPECT_EQ(fPartial, 0);
   EXPECT_EQ(fLost, 0);
   EXPECT_EQ(fWrong, 0);
+}
+
+TEST(KitSQLiteMemory, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
+  ASSERT_EQ(configured, SQLITE_OK);
+  const faults::FaultyVfs quickDisk;
+  faults::KitFaults kit(memory, 600, 60);
+  kit.FailEverywhere();
+  kit.ExpectHarmless("SQLite's memory", 7000);
 }
 
 }  // namespace
