@@ -39,8 +39,9 @@ class KitFaults {
   // Fails at every point of every scenario.
   void FailEverywhere();
 
-  // Prints what was found, and fails the test unless there were as many points, and nothing was wrong.
-  void ExpectHarmless(const char* name, int fewestPoints) const;
+  // Prints what was found, and fails the test unless there were as many points, in as many scenarios, and nothing was
+  // wrong.
+  void ExpectHarmless(const char* name, int fewestPoints, int fewestScenarios) const;
 
  private:
   struct Undisturbed {
@@ -51,7 +52,7 @@ class KitFaults {
   Undisturbed RunUndisturbed(const KitScenario& scenario);
   void FailAt(const KitScenario& scenario, const Undisturbed& undisturbed, int n, bool persistent);
   void Prepare(const KitScenario& scenario, KitWork& work);
-  // All it does is done, by the way of a step that other connections see.
+  // Whether what is acknowledged is there for others.
   bool IsSound(KitWork& work);
   void LookForLeftovers(KitWork& work);
   void JudgeContents(const std::string& contents, Outcome outcome, const std::string& after);
@@ -66,6 +67,7 @@ class KitFaults {
   const std::string fPath = fFolder.Path("work.db");
   const std::string fAbandoned = fFolder.Path("abandoned.db");
   std::string fBefore;
+  int fScenarios = 0;
   int fPoints = 0;
   int fSurvived = 0;
   int fStrangers = 0;

@@ -1,5 +1,6 @@
 #include "faults/kit_scenarios.h"
 
+#include <new>
 #include <stdexcept>
 #include <tuple>
 
@@ -260,6 +261,46 @@ void LongTransaction(KitWork& work) {
   });
 }
 
+std::vector<Item> Squares(int count) {
+  std::vector<Item> squares;
+  for (int i = 1; i <= count; ++i) squares.push_back({i, i * i});
+  return squares;
+}
+
+void InsertManyRecords(KitWork& work) {
+  const std::vector<Item> squares = Squares(300);
+  Require(Log(work).InsertMany(squares, {0}) == squares.size());
+}
+
+// Each batch is a savepoint.
+void WriteManyInTransaction(KitWork& work) {
+  const std::vector<Item> squares = Squares(40);
+  InTransaction(Of(work), [&] {
+    Require(Log(work).InsertMany(squares, {15}) == squares.size());
+    Require(Items(work).UpsertMany(squares, {15}) == squares.size());
+  });
+}
+
+// Of what fails, the batches before stay, and a report has told of each.
+void KeepBatches(KitWork& work) {
+  std::vector<Item> squares;
+  std::vector<std::int64_t> written;
+  work.undisturbed([&] {
+    squares = Squares(90);
+    written.reserve(squares.size());
+  });
+  try {
+    Log(work).InsertMany(squares, {20}, [&](std::size_t count) {
+      while (written.size() < count) written.push_back(squares[written.size()].id);
+      return Progress::kGoOn;
+    });
+  } catch (const Error& error) {
+    Require(error.Written() == written.size());
+  } catch (const std::bad_alloc&) {
+  }
+  work.written.swap(written);
+}
+
 void UseSavepoints(KitWork& work) {
   InTransaction(Of(work), [&] {
     {
@@ -323,7 +364,7 @@ void MixWithCore(KitWork& work) {
 
 // What fails in it is skipped.
 void SkipFailures(KitWork& work) {
-  constexpr int kRows = 30;
+  constexpr int kRows = 150;
   std::vector<std::int64_t> written;
   work.undisturbed([&] { written.reserve(kRows); });
   InTransaction(Of(work), [&] {
@@ -568,6 +609,9 @@ const std::vector<KitScenario>& KitScenarios() {
       {"write within a range", WriteWithinRange},
       {"nested transactions", NestTransactions},
       {"long transaction", LongTransaction},
+      {"many records", InsertManyRecords},
+      {"many records in a transaction", WriteManyInTransaction},
+      {"batches that stay", KeepBatches, false, true},
       {"savepoints", UseSavepoints},
       {"rolled back transaction", RollBack},
       {"exception out of a transaction", ThrowOutOfTransaction},
@@ -582,6 +626,19 @@ const std::vector<KitScenario>& KitScenarios() {
       {"changed schema", ReadChangedSchema, false, false, true},
   };
   return scenarios;
+}
+
+std::string LeftBehind(const KitWork& work) {
+  if (!work.database) return "";
+  const sqldb::SQLDatabase& core = work.database->Core();
+  std::string found;
+  sqlite3_stmt* statement = nullptr;
+  while ((statement = sqlite3_next_stmt(core.fConnection, statement)) != nullptr) {
+    if (sqlite3_stmt_busy(statement) != 0) found += std::string(" ") + sqlite3_sql(statement);
+  }
+  if (sqlite3_get_autocommit(core.fConnection) == 0) found += " an open transaction";
+  if (core.fTransactionDepth != 0) found += " a level";
+  return found;
 }
 
 void OpenDatabase(KitWork& work) {

@@ -262,32 +262,36 @@ const std::vector<Scenario>& Scenarios() {
   return scenarios;
 }
 
+const char* const kStockSql =
+    // Small pages: more of them, and so more points at which to fail.
+    "PRAGMA page_size = 512;"
+    "CREATE TABLE items (id INTEGER NOT NULL PRIMARY KEY, qty INTEGER);"
+    "CREATE TABLE log (id INTEGER NOT NULL PRIMARY KEY, qty INTEGER);"
+    "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) "
+    "INSERT INTO items SELECT i, i * 7 % 11 FROM n;";
+
 void MakeStock(const std::string& path) {
   RemoveDatabase(path);
-  support::OtherConnection file(path);
-  file.Run(
-      // Small pages: more of them, and so more points at which to fail.
-      "PRAGMA page_size = 512;"
-      "CREATE TABLE items (id INTEGER NOT NULL PRIMARY KEY, qty INTEGER);"
-      "CREATE TABLE log (id INTEGER NOT NULL PRIMARY KEY, qty INTEGER);"
-      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) "
-      "INSERT INTO items SELECT i, i * 7 % 11 FROM n;");
+  support::OtherConnection(path).Run(kStockSql);
 }
 
-std::string ContentsOf(const std::string& path) {
-  support::OtherConnection file(path);
+std::string ContentsOf(sqlite3* connection) {
   std::string contents;
   const auto add = [&](const std::string& sql) {
-    for (const std::string& row : file.Run(sql)) contents += row + "\n";
+    for (const std::string& row : support::RowsOf(connection, sql)) contents += row + "\n";
   };
-  const std::vector<std::string> integrity = file.Run("PRAGMA integrity_check");
+  const std::vector<std::string> integrity = support::RowsOf(connection, "PRAGMA integrity_check");
   if (integrity.empty()) return "damaged beyond a check";
   if (integrity != std::vector<std::string>{"ok"}) return "damaged " + integrity.front();
   add("SELECT name, sql FROM sqlite_master ORDER BY name");
-  for (const std::string& table : file.Run("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name")) {
-    add("SELECT * FROM " + table);
-  }
+  const char* const tables = "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name";
+  for (const std::string& table : support::RowsOf(connection, tables)) add("SELECT * FROM " + table);
   return contents;
+}
+
+std::string ContentsOf(const std::string& path) {
+  const support::OtherConnection file(path);
+  return ContentsOf(file.Connection());
 }
 
 void RemoveDatabase(const std::string& path) {

@@ -21,12 +21,16 @@ struct Scenario {
 
 const std::vector<Scenario>& Scenarios();
 
-// Makes a new file with the tables that the scenarios use: items (id, qty) with 300 rows, and log (id, qty), empty.
+// Makes the tables that the scenarios use: items (id, qty) with 300 rows, and log (id, qty), empty.
+extern const char* const kStockSql;
+
+// Makes a new file with these tables.
 void MakeStock(const std::string& path);
 
 // All that the file holds, schema included, as one text; integrity is checked first, and a damaged file gives a
 // text that starts with "damaged".
 std::string ContentsOf(const std::string& path);
+std::string ContentsOf(sqlite3* connection);
 
 // Removes the file and what SQLite keeps beside it.
 void RemoveDatabase(const std::string& path);

@@ -9,6 +9,7 @@
 #endif
 
 #include "support/allocations.h"
+#include "support/interposer.h"
 
 namespace support {
 
@@ -18,26 +19,22 @@ CallRecorder* current = nullptr;
 // Above 0 inside SQLite, inside fAfterCall, and while a Pause lives.
 int silence = 0;
 
-struct Silence {
-  Silence() { ++silence; }
-  ~Silence() { --silence; }
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
-};
+}  // namespace
+
+Silence::Silence() { ++silence; }
+
+Silence::~Silence() { --silence; }
 
 #ifndef SQLDB_WRAPPED_CALLS
-template <typename Function>
-Function* Next(const char* name) {
+void* Interposer::NextSymbol(const char* name) {
   void* const symbol = dlsym(RTLD_NEXT, name);
   if (symbol == nullptr) {
     std::cerr << "no real " << name << "\n";
     std::abort();
   }
-  return reinterpret_cast<Function*>(symbol);
+  return symbol;
 }
 #endif
-
-}  // namespace
 
 std::string Call::Line() const {
   if (function == "errmsg" || function == "column_text") return function + (text.empty() ? "" : " " + text);
@@ -94,46 +91,43 @@ CallRecorder::Pause::Pause() { ++silence; }
 
 CallRecorder::Pause::~Pause() { --silence; }
 
-// The way into the recorder for the functions below.
-class Interposer {
- public:
-  static bool Listening() { return current != nullptr && silence == 0; }
-  static bool Simulated() { return current != nullptr; }
+bool Interposer::Listening() { return current != nullptr && silence == 0; }
 
-  static sqlite3* ForcedConnection() { return current->fForcedConnection; }
-  static const unsigned char* ForcedText() { return reinterpret_cast<const unsigned char*>(current->fForcedText); }
+bool Interposer::Simulated() { return current != nullptr; }
 
-  static void Record(const Call& call) {
-    current->fCalls.push_back(call);
-    if (current->fAfterCall) {
-      Silence silent;
-      current->fAfterCall(call);
+sqlite3* Interposer::ForcedConnection() { return current->fForcedConnection; }
+
+const unsigned char* Interposer::ForcedText() { return reinterpret_cast<const unsigned char*>(current->fForcedText); }
+
+void Interposer::Record(const Call& call) {
+  current->fCalls.push_back(call);
+  if (current->fAfterCall) {
+    Silence silent;
+    current->fAfterCall(call);
+  }
+}
+
+void Interposer::Sleep(unsigned microseconds) {
+  current->fSlept += microseconds;
+  Call call;
+  call.function = "usleep";
+  call.text = std::to_string(microseconds);
+  Record(call);
+}
+
+bool Interposer::TakeForced(const std::string& function, int& result) {
+  for (CallRecorder::Forced& forced : current->fForced) {
+    if (forced.function != function || forced.times == 0) continue;
+    if (forced.skip > 0) {
+      --forced.skip;
+      return false;
     }
+    --forced.times;
+    result = forced.result;
+    return true;
   }
-
-  static void Sleep(unsigned microseconds) {
-    current->fSlept += microseconds;
-    Call call;
-    call.function = "usleep";
-    call.text = std::to_string(microseconds);
-    Record(call);
-  }
-
-  // True, and the result in `result`, if this call of `function` is to be forced.
-  static bool TakeForced(const std::string& function, int& result) {
-    for (CallRecorder::Forced& forced : current->fForced) {
-      if (forced.function != function || forced.times == 0) continue;
-      if (forced.skip > 0) {
-        --forced.skip;
-        return false;
-      }
-      --forced.times;
-      result = forced.result;
-      return true;
-    }
-    return false;
-  }
-};
+  return false;
+}
 
 }  // namespace support
 
@@ -148,7 +142,7 @@ using support::Silence;
 #define REAL(function) &__real_##function
 #else
 #define OURS(function) function
-#define REAL(function) support::Next<decltype(function)>(#function)
+#define REAL(function) support::Interposer::Next<decltype(function)>(#function)
 #endif
 
 extern "C" {

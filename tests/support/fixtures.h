@@ -42,6 +42,8 @@ class OtherConnection {
   // Runs `sql` and returns its rows, columns joined by "|", NULL as "NULL". A failure fails the test.
   std::vector<std::string> Run(const std::string& sql);
 
+  sqlite3* Connection() const { return fConnection; }
+
  private:
   sqlite3* fConnection = nullptr;
 };
