@@ -140,19 +140,19 @@ const RowShape& ShapeOf() {
 /// Where the pieces of a row are.
 template <typename Row>
 struct Places {
-  explicit Places(Row& row) : all{&row} {}
+  explicit Places(Row& wholeRow) : all{&wholeRow} {}
 
   void* all[1];
 };
 template <typename... T>
 struct Places<std::tuple<T...>> {
-  explicit Places(std::tuple<T...>& row) : Places(row, std::index_sequence_for<T...>()) {}
+  explicit Places(std::tuple<T...>& wholeRow) : Places(wholeRow, std::index_sequence_for<T...>()) {}
 
   void* all[sizeof...(T)];
 
  private:
   template <std::size_t... I>
-  Places(std::tuple<T...>& row, std::index_sequence<I...>) : all{&std::get<I>(row)...} {}
+  Places(std::tuple<T...>& wholeRow, std::index_sequence<I...>) : all{&std::get<I>(wholeRow)...} {}
 };
 
 /// Reads the row on which the statement stands.
