@@ -83,6 +83,7 @@ class Column {
   const char* fQualifier = nullptr;
 };
 
+/// Of the member's type.
 template <typename Record, typename T>
 Column(T Record::*) -> Column<T>;
 

@@ -347,11 +347,14 @@ class [[nodiscard]] Rows {
     }
     fReader = detail::RowReader();
   }
+  /// The other one is then only to be destroyed or assigned to.
   Rows(Rows&&) = default;
+  /// The same.
   Rows& operator=(Rows&&) = default;
 
   /// Throws Error, here and while rows are read, and what a Type throws; the iterator is then at the end.
   iterator begin() { return fIsKept ? iterator(fKept.data(), fKept.data() + fKept.size()) : iterator(fReader); }
+  /// Behind the last row.
   iterator end() const { return iterator(); }
 
  private:

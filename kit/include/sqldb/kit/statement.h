@@ -31,6 +31,7 @@ class SQLDB_EXPORT Statement {
   explicit Statement(detail::Lease lease) noexcept : fLease(std::move(lease)) { fLease.Hold(true); }
   /// The other one is then only to be destroyed or assigned to.
   Statement(Statement&&) = default;
+  /// The same.
   Statement& operator=(Statement&& other) noexcept {
     Statement taken(std::move(other));
     std::swap(fLease, taken.fLease);
