@@ -126,6 +126,8 @@ void IsRefused(Database& database) {
   static_cast<void>(In(price, std::vector<std::optional<double> >()));
 #elif defined(AN_OPTIONAL_IN_A_ROW)         // Nothing compares with NULL
   static_cast<void>(RowOf(price, std::optional<int>(1)));
+#elif defined(A_ROW_OF_ONE)                 // A row has two parts at least
+  static_cast<void>(RowOf(price) < 1);
 #elif defined(NUMBERS_IN_A_LIST_OF_TEXTS)   // Compare numbers with numbers, texts with texts
   static_cast<void>(In(name, {1, 2}));
 #elif defined(A_TEXT_BETWEEN_NUMBERS)       // Compare numbers with numbers, texts with texts
@@ -148,8 +150,7 @@ void IsRefused(Database& database) {
   static_cast<void>(0.5 < price < 1);
 #elif defined(A_TEXT_AS_A_CONDITION)        // no match for|invalid operands
   static_cast<void>(price < 1 && "name = 5");
-#elif defined( \
-    A_CONDITION_AS_BOOL)          // could not convert|cannot convert|not contextually convertible|no viable conversion
+#elif defined(A_CONDITION_AS_BOOL)          // could not convert|cannot convert|contextually convertible|no viable conv
   if (price < 1) parts.Create();
 #elif defined(NULL_FOR_A_MEMBER)  // The member of this column cannot have such a value
   static_cast<void>(Set(price, std::nullopt));
