@@ -202,7 +202,7 @@ TEST_F(KeyTest, NothingInTheFileCanBeReadWithoutIt) {
 TEST_F(KeyTest, AWrongOneAndNoneAreAFailureThatNamesTheFile) {
   if (!CanEncrypt()) GTEST_SKIP() << "this SQLite does not encrypt";
   AskAt({"--key", "it's secret", "k.db"}, {"index", "tree"});
-  const std::string reason = "catalog: '" + Path("k.db") + "' cannot be opened: file is not a database, or has ";
+  const std::string reason = "catalog: " + NotADatabase("k.db") + ", or has ";
   for (const Arguments& command : {Arguments{"count"}, {"index", "tree"}, {"tag", "a", "b"}}) {
     EXPECT_EQ(FailureAt({"--key", "secret", "k.db"}, command), reason + "another key\n");
     EXPECT_EQ(FailureAt({"k.db"}, command), reason + "a key\n");
@@ -214,7 +214,7 @@ TEST_F(KeyTest, IsNoKeyToAFileThatIsNotEncrypted) {
   if (!CanEncrypt()) GTEST_SKIP() << "this SQLite does not encrypt";
   Index();
   EXPECT_EQ(FailureAt({"--key", "secret", "c.db"}, {"count"}),
-            "catalog: '" + Path("c.db") + "' cannot be opened: file is not a database, or has another key\n");
+            "catalog: " + NotADatabase("c.db") + ", or has another key\n");
 }
 
 }  // namespace catalog_tests

@@ -46,6 +46,10 @@ class ProgramTest : public ::testing::Test {
   std::string CannotOpen(const std::string& name, const std::string& reason) const {
     return "'" + Path(name) + "' cannot be opened: unable to open database file: " + reason;
   }
+  // What is said of a file that is none of SQLite's, in its words, which older ones put differently.
+  std::string NotADatabase(const std::string& name) const {
+    return "'" + Path(name) + "' cannot be opened: " + sqlite3_errstr(SQLITE_NOTADB);
+  }
   // The catalogue's paths below "tree", with "|" between them.
   std::string Paths() const;
 
