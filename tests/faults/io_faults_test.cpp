@@ -174,16 +174,16 @@ class DiskFaults : public faults::Faults {
 
 TEST(KitIoFaults, TheDiskFailsWithoutHarm) {
   DiskFaults disk(SQLITE_IOERR);
-  faults::KitFaults kit(disk, 200, 60);
+  faults::KitFaults kit(disk, 90, 30);
   kit.FailEverywhere();
-  kit.ExpectHarmless("I/O faults", 4000, 49);
+  kit.ExpectHarmless("I/O faults", 2500, 49);
 }
 
 TEST(KitIoFaults, TheDiskFillsUpWithoutHarm) {
   DiskFaults disk(SQLITE_FULL);
-  faults::KitFaults kit(disk, 200, 60);
+  faults::KitFaults kit(disk, 90, 30);
   kit.FailEverywhere();
-  kit.ExpectHarmless("full disk", 1400, 33);
+  kit.ExpectHarmless("full disk", 900, 33);
 }
 
 }  // namespace

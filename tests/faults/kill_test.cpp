@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <random>
 
@@ -15,14 +14,16 @@
 #include <unistd.h>
 
 #include "faults/ledger.h"
+#include "faults/scenarios.h"
 #include "support/fixtures.h"
 
 namespace {
 
+using faults::Layer;
+using faults::Ledger;
 using faults::Tally;
-using sqldb::SQLDatabase;
 
-using Setting = std::function<void(SQLDatabase&)>;
+using Setting = std::function<void(Ledger&)>;
 
 constexpr int kKills = 200;
 constexpr int kHotJournals = 150;
@@ -51,31 +52,29 @@ class SharedNumber {
 };
 
 // Makes the ledger with its first transactions. Returns how long the last of them took, in microseconds.
-useconds_t MakeFile(const std::string& path, const Setting& setting) {
+useconds_t MakeFile(const std::string& path, Layer layer, const Setting& setting) {
   using Clock = std::chrono::steady_clock;
-  std::filesystem::remove(path);
-  SQLDatabase database(path, false);
-  database.Open();
-  faults::MakeLedger(database);
-  setting(database);
+  faults::RemoveDatabase(path);
+  const auto ledger = Ledger::Open(layer, path);
+  ledger->Make();
+  setting(*ledger);
   Clock::time_point start;
   for (int stamp = 1; stamp <= kFirstTransactions; ++stamp) {
     start = Clock::now();
-    faults::Transact(database, stamp);
+    ledger->Transact(stamp);
   }
   return static_cast<useconds_t>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
 }
 
-[[noreturn]] void TransactForEver(const std::string& path, const Setting& setting, volatile int& isReady,
+[[noreturn]] void TransactForEver(const std::string& path, Layer layer, const Setting& setting, volatile int& isReady,
                                   volatile int& acknowledged) {
   try {
-    SQLDatabase database(path, false);
-    database.Open();
-    faults::ShrinkCache(database);
-    setting(database);
+    const auto ledger = Ledger::Open(layer, path);
+    ledger->ShrinkCache();
+    setting(*ledger);
     isReady = 1;
     for (int stamp = acknowledged + 1; stamp < kMaxTransactions; ++stamp) {
-      faults::Transact(database, stamp);
+      ledger->Transact(stamp);
       acknowledged = stamp;
     }
   } catch (const std::exception& error) {
@@ -84,7 +83,7 @@ useconds_t MakeFile(const std::string& path, const Setting& setting) {
   std::_Exit(1);
 }
 
-void KillAgainAndAgain(const char* name, const Setting& setting) {
+void KillAgainAndAgain(const char* name, Layer layer, const Setting& setting) {
   support::TemporaryFolder folder;
   const std::string path = folder.Path("work.db");
   std::mt19937 random(1);
@@ -96,13 +95,13 @@ void KillAgainAndAgain(const char* name, const Setting& setting) {
   for (int i = 0; i < kKills || (hotJournals < kHotJournals && i < kMostKills); ++i) {
     // A new file now and then: the ledger's transactions grow with it.
     if (i % 5 == 0) {
-      duration = MakeFile(path, setting);
+      duration = MakeFile(path, layer, setting);
       *acknowledged = kFirstTransactions;
     }
     *isReady = 0;
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) TransactForEver(path, setting, *isReady, *acknowledged);
+    if (child == 0) TransactForEver(path, layer, setting, *isReady, *acknowledged);
     while (*isReady == 0 && waitpid(child, nullptr, WNOHANG) == 0) usleep(100);
     usleep(std::uniform_int_distribution<useconds_t>(0, std::min(2 * duration, kLongestDelay))(random));
     ASSERT_EQ(kill(child, SIGKILL), 0);
@@ -124,16 +123,21 @@ void KillAgainAndAgain(const char* name, const Setting& setting) {
   EXPECT_EQ(tally.lost, 0);
 }
 
+void DoNothing(Ledger&) {}
+
 TEST(Kill, DefaultSynchronizationLosesNothing) {
-  KillAgainAndAgain("default", [](SQLDatabase&) {});
+  KillAgainAndAgain("default", Layer::kCore, DoNothing);
+  KillAgainAndAgain("default, the kit", Layer::kKit, DoNothing);
 }
 
 TEST(Kill, NormalSynchronizationLosesNothing) {
-  KillAgainAndAgain("SetSynchronizationLevel(true)", [](SQLDatabase& db) { db.SetSynchronizationLevel(true); });
+  KillAgainAndAgain("SetSynchronizationLevel(true)", Layer::kCore, [](Ledger& ledger) { ledger.Synchronize(true); });
 }
 
 TEST(Kill, WithoutSynchronizationNothingIsLostEither) {
-  KillAgainAndAgain("SetSynchronizationLevel(false)", [](SQLDatabase& db) { db.SetSynchronizationLevel(false); });
+  KillAgainAndAgain("SetSynchronizationLevel(false)", Layer::kCore, [](Ledger& ledger) { ledger.Synchronize(false); });
 }
+
+TEST(Kill, InWalModeNothingIsLost) { KillAgainAndAgain("WAL, the kit", Layer::kKitInWalMode, DoNothing); }
 
 }  // namespace

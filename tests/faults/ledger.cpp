@@ -6,33 +6,114 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "sqldb/kit/kit.h"
+#include "sqldb/sqldb.h"
+#include "support/fixtures.h"
+
 namespace faults {
 
-void MakeLedger(sqldb::SQLDatabase& database) {
-  database.SendQuery("PRAGMA page_size = 512", nullptr, nullptr);
-  ShrinkCache(database);
-  database.SendQuery("CREATE TABLE ledger (stamp INTEGER, filling TEXT)", nullptr, nullptr);
-}
+namespace {
 
-void ShrinkCache(sqldb::SQLDatabase& database) { database.SendQuery("PRAGMA cache_size = 4", nullptr, nullptr); }
+class CoreLedger : public Ledger {
+ public:
+  explicit CoreLedger(const std::string& path) : fDatabase(path, false) { fDatabase.Open(); }
 
-void Transact(sqldb::SQLDatabase& database, int stamp) {
-  const std::string value = std::to_string(stamp);
-  database.BeginTransaction();
-  database.BeginTransaction();
-  database.SendQuery("UPDATE ledger SET stamp = " + value, nullptr, nullptr);
-  database.EndTransaction(true, false);
-  database.BeginTransaction();
-  for (int i = 0; i < kRowsEach; ++i) {
-    database.SendQuery("INSERT INTO ledger VALUES (" + value + ", hex(randomblob(100)))", nullptr, nullptr);
+  void Send(const std::string& sql) override { fDatabase.SendQuery(sql, nullptr, nullptr); }
+  void Synchronize(bool isOn) override { fDatabase.SetSynchronizationLevel(isOn); }
+
+  void Transact(int stamp) override {
+    const std::string value = std::to_string(stamp);
+    fDatabase.BeginTransaction();
+    fDatabase.BeginTransaction();
+    Send("UPDATE ledger SET stamp = " + value);
+    fDatabase.EndTransaction(true, false);
+    fDatabase.BeginTransaction();
+    for (int i = 0; i < kRowsEach; ++i) Send("INSERT INTO ledger VALUES (" + value + ", hex(randomblob(100)))");
+    fDatabase.EndTransaction(true, false);
+    fDatabase.EndTransaction(true, false);
   }
-  database.EndTransaction(true, false);
-  database.EndTransaction(true, false);
+
+  void RollBack(int stamp, const std::function<void()>& look) override {
+    fDatabase.BeginTransaction();
+    Transact(stamp);
+    look();
+    fDatabase.EndTransaction(false, true);
+  }
+
+  int Count() override { return static_cast<int>(fDatabase.NewTable("ledger")->CountRecords(nullptr)); }
+  void PutInOrder() override { support::FinalizeLeftovers(fDatabase.fConnection); }
+
+ private:
+  sqldb::SQLDatabase fDatabase;
+};
+
+using namespace sqldb::kit;
+
+struct Row {
+  int stamp = 0;
+  std::string filling;
+
+  static constexpr auto Description() {
+    return Describe("ledger", Field("stamp", &Row::stamp), Field("filling", &Row::filling));
+  }
+};
+
+class KitLedger : public Ledger {
+ public:
+  KitLedger(const std::string& path, bool isInWalMode) : fDatabase(path, OptionsFor(isInWalMode)) {}
+
+  void Send(const std::string& sql) override { fDatabase.Execute(sql); }
+  void Synchronize(bool isOn) override { Send(isOn ? "PRAGMA synchronous = NORMAL" : "PRAGMA synchronous = OFF"); }
+
+  void Transact(int stamp) override {
+    constexpr int kHalf = kRowsEach / 2;
+    Transaction transaction(fDatabase);
+    InTransaction(fDatabase, [&] { fDatabase.Execute("UPDATE ledger SET stamp = ?", stamp); });
+    Savepoint savepoint(fDatabase);
+    for (int i = 0; i < kHalf; ++i) fDatabase.Execute("INSERT INTO ledger VALUES (?, hex(randomblob(100)))", stamp);
+    Table<Row>(fDatabase).InsertMany(std::vector<Row>(kRowsEach - kHalf, Row{stamp, std::string(200, 'x')}));
+    savepoint.Release();
+    transaction.Commit();
+  }
+
+  void RollBack(int stamp, const std::function<void()>& look) override {
+    const Transaction transaction(fDatabase);
+    Transact(stamp);
+    look();
+  }
+
+  int Count() override { return fDatabase.One<int>("SELECT COUNT(*) FROM ledger"); }
+  void PutInOrder() override {}
+
+ private:
+  static Options OptionsFor(bool isInWalMode) {
+    Options options;
+    options.wal = isInWalMode;
+    return options;
+  }
+
+  Database fDatabase;
+};
+
+}  // namespace
+
+std::unique_ptr<Ledger> Ledger::Open(Layer layer, const std::string& path) {
+  if (layer == Layer::kCore) return std::make_unique<CoreLedger>(path);
+  return std::make_unique<KitLedger>(path, layer == Layer::kKitInWalMode);
 }
+
+void Ledger::Make() {
+  Send("PRAGMA page_size = 512");
+  ShrinkCache();
+  Send("CREATE TABLE ledger (stamp INTEGER, filling TEXT)");
+}
+
+void Ledger::ShrinkCache() { Send("PRAGMA cache_size = 4"); }
 
 bool HasHotJournal(const std::string& path) {
   // Until a journal is complete, zeros stand in the place of its header.
-  return std::ifstream(path + "-journal", std::ios::binary).get() > 0;
+  return std::ifstream(path + "-journal", std::ios::binary).get() > 0 ||
+         std::ifstream(path + "-wal", std::ios::binary).get() > 0;
 }
 
 Verdict Inspect(const std::string& path) {

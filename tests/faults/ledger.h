@@ -4,24 +4,45 @@
 // A table that shows whether transactions came through whole: transaction number n stamps every row with n and adds
 // rows stamped n, so that a file holds n times kRowsEach rows, all with the stamp n, for the last one committed.
 
+#include <functional>
+#include <memory>
 #include <string>
-
-#include "sqldb/sqldb.h"
 
 namespace faults {
 
 constexpr int kRowsEach = 20;
 
-// Makes the table, with small pages and a cache so small that transactions reach the file before they are committed.
-void MakeLedger(sqldb::SQLDatabase& database);
+// What the file is reached through.
+enum class Layer { kCore, kKit, kKitInWalMode };
 
-// Reopened connections start with SQLite's usual cache: makes it small again.
-void ShrinkCache(sqldb::SQLDatabase& database);
+// A connection to a file with the table, or one to be made.
+class Ledger {
+ public:
+  static std::unique_ptr<Ledger> Open(Layer layer, const std::string& path);
 
-// Runs transaction number `stamp`, with one nested level for each half of it.
-void Transact(sqldb::SQLDatabase& database, int stamp);
+  Ledger() = default;
+  virtual ~Ledger() = default;
+  Ledger(const Ledger&) = delete;
+  Ledger& operator=(const Ledger&) = delete;
 
-// Tells whether the next to open the file will roll a transaction back.
+  // Makes the table, with small pages and a cache so small that transactions reach the file before they are committed.
+  void Make();
+  // Reopened connections start with SQLite's usual cache: makes it small again.
+  void ShrinkCache();
+
+  virtual void Send(const std::string& sql) = 0;
+  // The setting NORMAL, or OFF.
+  virtual void Synchronize(bool isOn) = 0;
+  // Runs transaction number `stamp`, with a part of its own for each half of it.
+  virtual void Transact(int stamp) = 0;
+  // Runs it, calls `look` before its end, and rolls it back.
+  virtual void RollBack(int stamp, const std::function<void()>& look) = 0;
+  virtual int Count() = 0;
+  // What is left to the application after a failure.
+  virtual void PutInOrder() = 0;
+};
+
+// Tells whether the next to open the file will roll a transaction back or, in WAL mode, take over what is committed.
 bool HasHotJournal(const std::string& path);
 
 struct Verdict {

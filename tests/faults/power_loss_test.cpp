@@ -3,21 +3,22 @@
 #include <cstdio>
 #include <functional>
 #include <random>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include "faults/ledger.h"
 #include "faults/unsafe_disk.h"
-#include "support/fixtures.h"
 
 namespace {
 
+using faults::Layer;
+using faults::Ledger;
 using faults::Tally;
 using faults::UnsafeDisk;
-using sqldb::SQLDatabase;
 
-using Setting = std::function<void(SQLDatabase&)>;
+using Setting = std::function<void(Ledger&)>;
 
 constexpr int kTransactions = 6;
 constexpr int kRounds = 500;
@@ -29,33 +30,32 @@ struct Moment {
 };
 
 // Runs transactions until the power fails, and returns the number of those that were acknowledged.
-int RunUntilPowerFails(UnsafeDisk& disk, const Setting& setting, const Moment& moment) {
+int RunUntilPowerFails(UnsafeDisk& disk, Layer layer, const Setting& setting, const Moment& moment) {
   int acknowledged = 0;
-  SQLDatabase database("work.db", false);
-  database.Open();
-  faults::MakeLedger(database);
+  const auto ledger = Ledger::Open(layer, "work.db");
+  ledger->Make();
   // The table has been there for long.
   disk.SyncFolder();
-  setting(database);
+  setting(*ledger);
   disk.FailPowerAt(moment.operation);
   try {
     while (acknowledged < kTransactions && disk.HasPower()) {
-      faults::Transact(database, acknowledged + 1);
+      ledger->Transact(acknowledged + 1);
       ++acknowledged;
       if (acknowledged == moment.transaction) disk.FailPower();
     }
   } catch (const std::runtime_error&) {
-    support::FinalizeLeftovers(database.fConnection);
+    ledger->PutInOrder();
   }
   return acknowledged;
 }
 
 // Half of the rounds fail at any operation, half right after a commit: that moment is a single one among hundreds.
-Tally Rounds(const char* name, const Setting& setting) {
+Tally Rounds(const char* name, Layer layer, const Setting& setting) {
   int operations = 0;
   {
     UnsafeDisk disk(0);
-    RunUntilPowerFails(disk, setting, {});
+    RunUntilPowerFails(disk, layer, setting, {});
     operations = disk.Operations();
   }
   Tally tally;
@@ -64,7 +64,7 @@ Tally Rounds(const char* name, const Setting& setting) {
     UnsafeDisk disk(seed);
     const auto anyOf = [&](int count) { return 1 + static_cast<int>(random() % static_cast<unsigned>(count)); };
     const Moment moment = seed % 2 == 0 ? Moment{anyOf(operations), 0} : Moment{0, anyOf(kTransactions)};
-    const int acknowledged = RunUntilPowerFails(disk, setting, moment);
+    const int acknowledged = RunUntilPowerFails(disk, layer, setting, moment);
     if (disk.HasPower()) continue;
     disk.Recover();
     tally.Add(faults::Inspect("work.db"), acknowledged);
@@ -89,26 +89,32 @@ void ExpectWholeButForTheLast(const Tally& tally) {
   EXPECT_GE(tally.lost, kRounds / 10);
 }
 
+void DoNothing(Ledger&) {}
+
 TEST(PowerLoss, DefaultSynchronizationLosesAtMostTheLastTransaction) {
-  ExpectWholeButForTheLast(Rounds("default", [](SQLDatabase&) {}));
+  ExpectWholeButForTheLast(Rounds("default", Layer::kCore, DoNothing));
+  ExpectWholeButForTheLast(Rounds("default, the kit", Layer::kKit, DoNothing));
 }
 
 TEST(PowerLoss, NormalSynchronizationLosesAtMostTheLastTransaction) {
-  ExpectWholeButForTheLast(
-      Rounds("SetSynchronizationLevel(true)", [](SQLDatabase& db) { db.SetSynchronizationLevel(true); }));
+  const auto normal = [](Ledger& ledger) { ledger.Synchronize(true); };
+  ExpectWholeButForTheLast(Rounds("SetSynchronizationLevel(true)", Layer::kCore, normal));
+  ExpectWholeButForTheLast(Rounds("NORMAL, the kit", Layer::kKit, normal));
 }
 
 TEST(PowerLoss, ExtraSynchronizationKeepsEveryAcknowledgedTransaction) {
-  const Tally tally =
-      Rounds("EXTRA", [](SQLDatabase& db) { db.SendQuery("PRAGMA synchronous = EXTRA", nullptr, nullptr); });
-  ExpectWhole(tally);
-  EXPECT_EQ(tally.lost, 0);
+  for (const Layer layer : {Layer::kCore, Layer::kKit}) {
+    const Tally tally = Rounds(layer == Layer::kCore ? "EXTRA" : "EXTRA, the kit", layer,
+                               [](Ledger& ledger) { ledger.Send("PRAGMA synchronous = EXTRA"); });
+    ExpectWhole(tally);
+    EXPECT_EQ(tally.lost, 0);
+  }
 }
 
 // Documented as unprotected; and the proof that this disk does damage what is not synced.
 TEST(PowerLoss, WithoutSynchronizationFilesAreDamaged) {
   const Tally tally =
-      Rounds("SetSynchronizationLevel(false)", [](SQLDatabase& db) { db.SetSynchronizationLevel(false); });
+      Rounds("SetSynchronizationLevel(false)", Layer::kCore, [](Ledger& ledger) { ledger.Synchronize(false); });
   EXPECT_EQ(tally.rounds, kRounds);
   EXPECT_GT(tally.corrupt, 0);
 }

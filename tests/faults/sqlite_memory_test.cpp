@@ -286,9 +286,9 @@ TEST_F(SQLiteMemory, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
 TEST(KitSQLiteMemory, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
   ASSERT_EQ(configured, SQLITE_OK);
   const faults::FaultyVfs quickDisk;
-  faults::KitFaults kit(memory, 300, 30);
+  faults::KitFaults kit(memory, 150, 15);
   kit.FailEverywhere();
-  kit.ExpectHarmless("SQLite's memory", 7000, 49);
+  kit.ExpectHarmless("SQLite's memory", 4500, 49);
 }
 
 }  // namespace
