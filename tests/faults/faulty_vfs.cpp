@@ -42,71 +42,54 @@ int Strike(int extended, bool isWrite = false) {
   return plan.code == SQLITE_IOERR ? extended : plan.code;
 }
 
-int Close(sqlite3_file* file) { return RealOf(file)->pMethods->xClose(RealOf(file)); }
+struct Calls {
+  static int Close(sqlite3_file* file) { return RealOf(file)->pMethods->xClose(RealOf(file)); }
 
-int Read(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
-  if (const int code = Strike(SQLITE_IOERR_READ)) return code;
-  return RealOf(file)->pMethods->xRead(RealOf(file), data, size, offset);
-}
+  static int Read(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
+    if (const int code = Strike(SQLITE_IOERR_READ)) return code;
+    return RealOf(file)->pMethods->xRead(RealOf(file), data, size, offset);
+  }
 
-int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
-  if (const int code = Strike(SQLITE_IOERR_WRITE, true)) return code;
-  return RealOf(file)->pMethods->xWrite(RealOf(file), data, size, offset);
-}
+  static int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
+    if (const int code = Strike(SQLITE_IOERR_WRITE, true)) return code;
+    return RealOf(file)->pMethods->xWrite(RealOf(file), data, size, offset);
+  }
 
-int Truncate(sqlite3_file* file, sqlite3_int64 size) {
-  if (const int code = Strike(SQLITE_IOERR_TRUNCATE)) return code;
-  return RealOf(file)->pMethods->xTruncate(RealOf(file), size);
-}
+  static int Truncate(sqlite3_file* file, sqlite3_int64 size) {
+    if (const int code = Strike(SQLITE_IOERR_TRUNCATE)) return code;
+    return RealOf(file)->pMethods->xTruncate(RealOf(file), size);
+  }
 
-// What matters here is that it was asked for: the power does not fail.
-int Sync(sqlite3_file*, int) { return Strike(SQLITE_IOERR_FSYNC); }
+  // What matters here is that it was asked for: the power does not fail.
+  static int Sync(sqlite3_file*, int) { return Strike(SQLITE_IOERR_FSYNC); }
 
-int FileSize(sqlite3_file* file, sqlite3_int64* size) {
-  if (const int code = Strike(SQLITE_IOERR_FSTAT)) return code;
-  return RealOf(file)->pMethods->xFileSize(RealOf(file), size);
-}
+  static int FileSize(sqlite3_file* file, sqlite3_int64* size) {
+    if (const int code = Strike(SQLITE_IOERR_FSTAT)) return code;
+    return RealOf(file)->pMethods->xFileSize(RealOf(file), size);
+  }
 
-int Lock(sqlite3_file* file, int level) {
-  if (const int code = Strike(SQLITE_IOERR_LOCK)) return code;
-  return RealOf(file)->pMethods->xLock(RealOf(file), level);
-}
+  static int Lock(sqlite3_file* file, int level) {
+    if (const int code = Strike(SQLITE_IOERR_LOCK)) return code;
+    return RealOf(file)->pMethods->xLock(RealOf(file), level);
+  }
 
-int Unlock(sqlite3_file* file, int level) { return RealOf(file)->pMethods->xUnlock(RealOf(file), level); }
+  static int Unlock(sqlite3_file* file, int level) { return RealOf(file)->pMethods->xUnlock(RealOf(file), level); }
 
-int CheckReservedLock(sqlite3_file* file, int* result) {
-  if (const int code = Strike(SQLITE_IOERR_CHECKRESERVEDLOCK)) return code;
-  return RealOf(file)->pMethods->xCheckReservedLock(RealOf(file), result);
-}
+  static int CheckReservedLock(sqlite3_file* file, int* result) {
+    if (const int code = Strike(SQLITE_IOERR_CHECKRESERVEDLOCK)) return code;
+    return RealOf(file)->pMethods->xCheckReservedLock(RealOf(file), result);
+  }
 
-int FileControl(sqlite3_file* file, int operation, void* argument) {
-  return RealOf(file)->pMethods->xFileControl(RealOf(file), operation, argument);
-}
+  static int FileControl(sqlite3_file* file, int operation, void* argument) {
+    return RealOf(file)->pMethods->xFileControl(RealOf(file), operation, argument);
+  }
 
-int SectorSize(sqlite3_file* file) { return RealOf(file)->pMethods->xSectorSize(RealOf(file)); }
+  static int SectorSize(sqlite3_file* file) { return RealOf(file)->pMethods->xSectorSize(RealOf(file)); }
 
-int DeviceCharacteristics(sqlite3_file* file) { return RealOf(file)->pMethods->xDeviceCharacteristics(RealOf(file)); }
-
-// Version 1: neither write-ahead log nor memory mapping, so that every access comes by here.
-constexpr sqlite3_io_methods kMethods = {1,
-                                         Close,
-                                         Read,
-                                         Write,
-                                         Truncate,
-                                         Sync,
-                                         FileSize,
-                                         Lock,
-                                         Unlock,
-                                         CheckReservedLock,
-                                         FileControl,
-                                         SectorSize,
-                                         DeviceCharacteristics,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr};
+  static int DeviceCharacteristics(sqlite3_file* file) {
+    return RealOf(file)->pMethods->xDeviceCharacteristics(RealOf(file));
+  }
+};
 
 int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
   file->pMethods = nullptr;
@@ -114,7 +97,7 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out
   File* const wrapper = reinterpret_cast<File*>(file);
   wrapper->real = reinterpret_cast<sqlite3_file*>(wrapper + 1);
   const int result = original->xOpen(original, name, wrapper->real, flags, outFlags);
-  if (wrapper->real->pMethods != nullptr) file->pMethods = &kMethods;
+  if (wrapper->real->pMethods != nullptr) file->pMethods = &kMethodsOf<Calls>;
   return result;
 }
 
@@ -128,26 +111,16 @@ int Access(sqlite3_vfs*, const char* name, int flags, int* result) {
   return original->xAccess(original, name, flags, result);
 }
 
-sqlite3_vfs wrapper;
-
 }  // namespace
 
-FaultyVfs::FaultyVfs() {
-  original = sqlite3_vfs_find(nullptr);
-  wrapper = *original;
-  wrapper.iVersion = 1;
-  wrapper.szOsFile = static_cast<int>(sizeof(File)) + original->szOsFile;
-  wrapper.zName = "faulty";
-  wrapper.xOpen = Open;
-  wrapper.xDelete = Delete;
-  wrapper.xAccess = Access;
-  sqlite3_vfs_register(&wrapper, 1);
-}
-
-FaultyVfs::~FaultyVfs() {
-  sqlite3_vfs_unregister(&wrapper);
-  sqlite3_vfs_register(original, 1);
-}
+FaultyVfs::FaultyVfs()
+    : fVfs("faulty", [](sqlite3_vfs& vfs) {
+        original = sqlite3_vfs_find(nullptr);
+        vfs.szOsFile += static_cast<int>(sizeof(File));
+        vfs.xOpen = Open;
+        vfs.xDelete = Delete;
+        vfs.xAccess = Access;
+      }) {}
 
 void FaultyVfs::FailAt(int n, int code, bool persistent) { plan = Plan{n, code, persistent, false, 0}; }
 

@@ -10,14 +10,13 @@
 
 #include <string>
 
+#include "faults/default_vfs.h"
+
 namespace faults {
 
 class FaultyVfs {
  public:
   FaultyVfs();
-  ~FaultyVfs();
-  FaultyVfs(const FaultyVfs&) = delete;
-  FaultyVfs& operator=(const FaultyVfs&) = delete;
 
   // The n-th operation from now (1 for the next, 0 for none) fails with `code`, and every one after it too if
   // `persistent`. SQLITE_FULL strikes writes only; SQLITE_IOERR becomes the extended code of the operation.
@@ -30,6 +29,9 @@ class FaultyVfs {
   bool HasFailed() const;
   // How many operations there were since FailAt that could have failed with its code.
   int Operations() const;
+
+ private:
+  DefaultVfs fVfs;
 };
 
 // Copies a database file with its journal, if there is one: what the process would leave behind if it died now. Does

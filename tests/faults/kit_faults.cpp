@@ -7,7 +7,6 @@
 
 #include "faults/faulty_vfs.h"
 #include "sqldb/sqldb.h"
-#include "support/call_recorder.h"
 #include "support/fixtures.h"
 
 namespace faults {
@@ -107,7 +106,10 @@ void KitFaults::FailAt(const KitScenario& scenario, const Undisturbed& undisturb
     ADD_FAILURE() << "what it wrote later was lost";
   }
   if (outcome != Outcome::kDone && contents == fBefore) Repeat(scenario, work, undisturbed.contents);
-  Close(work);
+  if (!CloseDatabase(work)) {
+    ++fRefusedCloses;
+    ADD_FAILURE() << "SQLite refuses to close";
+  }
   if (sqlite3_memory_used() != usedBefore) {
     ++fLeaks;
     ADD_FAILURE() << "SQLite's memory leaks";
@@ -155,16 +157,6 @@ void KitFaults::Repeat(const KitScenario& scenario, KitWork& work, const std::st
   if (outcome == Outcome::kDone && ContentsOf(fPath) == after) return;
   ++fUnusable;
   ADD_FAILURE() << "it cannot be repeated";
-}
-
-void KitFaults::Close(KitWork& work) {
-  support::CallRecorder recorder;
-  work.database.reset();
-  for (const support::Call& close : recorder.CallsOf("close")) {
-    if (close.result == SQLITE_OK) continue;
-    ++fRefusedCloses;
-    ADD_FAILURE() << "SQLite refuses to close";
-  }
 }
 
 void KitFaults::ExpectHarmless(const char* name, int fewestPoints, int fewestScenarios) const {

@@ -57,7 +57,6 @@ class KitFaults {
   void LookForLeftovers(KitWork& work);
   void JudgeContents(const std::string& contents, Outcome outcome, const std::string& after);
   void Repeat(const KitScenario& scenario, KitWork& work, const std::string& after);
-  void Close(KitWork& work);
 
   Faults& fFaults;
   const int fMostOnce;

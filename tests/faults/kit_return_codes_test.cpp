@@ -164,7 +164,11 @@ class KitReturnCodes : public ::testing::Test {
     for (const auto& [function, count] : counts) {
       for (const int number : faults::Points(count, kMostCalls)) {
         ++fSites;
-        for (int code = 1; code <= kCodes; ++code) Return(scenario, function, number - 1, code);
+        for (int code = 1; code <= kCodes; ++code) {
+          // That is what it waits for.
+          if (HandlesFailures(scenario) && code == SQLITE_CONSTRAINT) continue;
+          Return(scenario, function, number - 1, code);
+        }
       }
     }
   }
@@ -262,8 +266,8 @@ TEST_F(KitReturnCodes, EveryCallTreatsEveryCodeAsDescribed) {
     if (!scenario.opens && !scenario.goesOn && !scenario.hasOther) ReturnEverything(scenario);
   }
   std::printf("return codes, the kit: %d calls, %d codes, %d cases\n", fSites, kCodes, fCases);
-  EXPECT_GE(fSites, 300);
-  EXPECT_EQ(fCases, fSites * kCodes);
+  EXPECT_GE(fSites, 400);
+  EXPECT_GE(fCases, fSites * (kCodes - 1));
 }
 
 TEST_F(KitReturnCodes, OpeningTreatsEveryCodeAsDescribed) {
@@ -274,7 +278,7 @@ TEST_F(KitReturnCodes, OpeningTreatsEveryCodeAsDescribed) {
     if (scenario.opens) ReturnInOpening(scenario, folder.Path("stock.db"));
   }
   std::printf("return codes, opening by the kit: %d calls, %d codes, %d cases\n", fSites, kCodes, fCases);
-  EXPECT_GE(fSites, 20);
+  EXPECT_GE(fSites, 100);
   EXPECT_EQ(fCases, fSites * kCodes);
 }
 

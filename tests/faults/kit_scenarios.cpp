@@ -1,5 +1,6 @@
 #include "faults/kit_scenarios.h"
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 #include <tuple>
@@ -626,6 +627,13 @@ const std::vector<KitScenario>& KitScenarios() {
       {"changed schema", ReadChangedSchema, false, false, true},
   };
   return scenarios;
+}
+
+bool CloseDatabase(KitWork& work) {
+  const support::CallRecorder recorder;
+  work.database.reset();
+  const std::vector<support::Call> closes = recorder.CallsOf("close");
+  return std::all_of(closes.begin(), closes.end(), [](const support::Call& call) { return call.result == SQLITE_OK; });
 }
 
 std::string LeftBehind(const KitWork& work) {

@@ -43,6 +43,9 @@ const std::vector<KitScenario>& KitScenarios();
 // Opens the database for the scenarios that do not do so themselves, with a wait for a busy file that is soon over.
 void OpenDatabase(KitWork& work);
 
+// Closes the database, if there is one. Returns false if SQLite refuses.
+bool CloseDatabase(KitWork& work);
+
 // What is left on the connection, of which there is to be nothing: running statements, transactions, levels. Empty for
 // nothing.
 std::string LeftBehind(const KitWork& work);

@@ -11,8 +11,6 @@ namespace faults {
 namespace {
 
 UnsafeDisk* disk = nullptr;
-sqlite3_vfs* original = nullptr;
-sqlite3_vfs vfs;
 
 struct Handle {
   sqlite3_file base;
@@ -37,83 +35,65 @@ void Add(UnsafeDisk::File& file, UnsafeDisk::Change change) {
   file.pending.push_back(std::move(change));
 }
 
-int Close(sqlite3_file* handle) {
-  Handle* const own = reinterpret_cast<Handle*>(handle);
-  delete own->file;
-  return SQLITE_OK;
-}
+struct Calls {
+  static int Close(sqlite3_file* handle) {
+    Handle* const own = reinterpret_cast<Handle*>(handle);
+    delete own->file;
+    return SQLITE_OK;
+  }
 
-int Read(sqlite3_file* handle, void* data, int size, sqlite3_int64 offset) {
-  if (!disk->HasPower()) return SQLITE_IOERR_READ;
-  const std::vector<char>& contents = FileOf(handle).current;
-  const std::size_t wanted = static_cast<std::size_t>(size);
-  const std::size_t begin = std::min(contents.size(), static_cast<std::size_t>(offset));
-  const std::size_t found = std::min(wanted, contents.size() - begin);
-  if (found != 0) std::memcpy(data, contents.data() + begin, found);
-  if (found == wanted) return SQLITE_OK;
-  std::memset(static_cast<char*>(data) + found, 0, wanted - found);
-  return SQLITE_IOERR_SHORT_READ;
-}
+  static int Read(sqlite3_file* handle, void* data, int size, sqlite3_int64 offset) {
+    if (!disk->HasPower()) return SQLITE_IOERR_READ;
+    const std::vector<char>& contents = FileOf(handle).current;
+    const std::size_t wanted = static_cast<std::size_t>(size);
+    const std::size_t begin = std::min(contents.size(), static_cast<std::size_t>(offset));
+    const std::size_t found = std::min(wanted, contents.size() - begin);
+    if (found != 0) std::memcpy(data, contents.data() + begin, found);
+    if (found == wanted) return SQLITE_OK;
+    std::memset(static_cast<char*>(data) + found, 0, wanted - found);
+    return SQLITE_IOERR_SHORT_READ;
+  }
 
-int Write(sqlite3_file* handle, const void* data, int size, sqlite3_int64 offset) {
-  const char* const bytes = static_cast<const char*>(data);
-  // The write during which the power fails may reach the disk in part.
-  if (disk->HasPower()) Add(FileOf(handle), {offset, std::vector<char>(bytes, bytes + size), false});
-  return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_WRITE;
-}
+  static int Write(sqlite3_file* handle, const void* data, int size, sqlite3_int64 offset) {
+    const char* const bytes = static_cast<const char*>(data);
+    // The write during which the power fails may reach the disk in part.
+    if (disk->HasPower()) Add(FileOf(handle), {offset, std::vector<char>(bytes, bytes + size), false});
+    return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_WRITE;
+  }
 
-int Truncate(sqlite3_file* handle, sqlite3_int64 size) {
-  if (disk->HasPower()) Add(FileOf(handle), {size, {}, true});
-  return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_TRUNCATE;
-}
+  static int Truncate(sqlite3_file* handle, sqlite3_int64 size) {
+    if (disk->HasPower()) Add(FileOf(handle), {size, {}, true});
+    return disk->Operate() ? SQLITE_OK : SQLITE_IOERR_TRUNCATE;
+  }
 
-int Sync(sqlite3_file* handle, int) {
-  if (!disk->Operate()) return SQLITE_IOERR_FSYNC;
-  UnsafeDisk::File& file = FileOf(handle);
-  file.synced = file.current;
-  file.pending.clear();
-  // As SQLite's own file system does it: the first sync of a new journal is one of its folder too.
-  bool& syncsFolder = reinterpret_cast<Handle*>(handle)->syncsFolder;
-  if (syncsFolder) disk->SyncFolder();
-  syncsFolder = false;
-  return SQLITE_OK;
-}
+  static int Sync(sqlite3_file* handle, int) {
+    if (!disk->Operate()) return SQLITE_IOERR_FSYNC;
+    UnsafeDisk::File& file = FileOf(handle);
+    file.synced = file.current;
+    file.pending.clear();
+    // As SQLite's own file system does it: the first sync of a new journal is one of its folder too.
+    bool& syncsFolder = reinterpret_cast<Handle*>(handle)->syncsFolder;
+    if (syncsFolder) disk->SyncFolder();
+    syncsFolder = false;
+    return SQLITE_OK;
+  }
 
-int FileSize(sqlite3_file* handle, sqlite3_int64* size) {
-  *size = static_cast<sqlite3_int64>(FileOf(handle).current.size());
-  return SQLITE_OK;
-}
+  static int FileSize(sqlite3_file* handle, sqlite3_int64* size) {
+    *size = static_cast<sqlite3_int64>(FileOf(handle).current.size());
+    return SQLITE_OK;
+  }
 
-int Lock(sqlite3_file*, int) { return disk->HasPower() ? SQLITE_OK : SQLITE_IOERR_LOCK; }
-int Unlock(sqlite3_file*, int) { return SQLITE_OK; }
-int CheckReservedLock(sqlite3_file*, int* result) {
-  *result = 0;
-  return SQLITE_OK;
-}
-int FileControl(sqlite3_file*, int, void*) { return SQLITE_NOTFOUND; }
-int SectorSize(sqlite3_file*) { return 512; }
-// Nothing is promised, above all not that a write leaves its neighbours alone when the power fails.
-int DeviceCharacteristics(sqlite3_file*) { return 0; }
-
-constexpr sqlite3_io_methods kMethods = {1,
-                                         Close,
-                                         Read,
-                                         Write,
-                                         Truncate,
-                                         Sync,
-                                         FileSize,
-                                         Lock,
-                                         Unlock,
-                                         CheckReservedLock,
-                                         FileControl,
-                                         SectorSize,
-                                         DeviceCharacteristics,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr};
+  static int Lock(sqlite3_file*, int) { return disk->HasPower() ? SQLITE_OK : SQLITE_IOERR_LOCK; }
+  static int Unlock(sqlite3_file*, int) { return SQLITE_OK; }
+  static int CheckReservedLock(sqlite3_file*, int* result) {
+    *result = 0;
+    return SQLITE_OK;
+  }
+  static int FileControl(sqlite3_file*, int, void*) { return SQLITE_NOTFOUND; }
+  static int SectorSize(sqlite3_file*) { return 512; }
+  // Nothing is promised, above all not that a write leaves its neighbours alone when the power fails.
+  static int DeviceCharacteristics(sqlite3_file*) { return 0; }
+};
 
 int Open(sqlite3_vfs*, const char* name, sqlite3_file* handle, int flags, int* outFlags) {
   handle->pMethods = nullptr;
@@ -132,7 +112,7 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* handle, int flags, int* o
   Handle* const own = reinterpret_cast<Handle*>(handle);
   own->file = new std::shared_ptr<UnsafeDisk::File>(file);
   own->syncsFolder = (flags & SQLITE_OPEN_CREATE) != 0 && (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
-  handle->pMethods = &kMethods;
+  handle->pMethods = &kMethodsOf<Calls>;
   if (outFlags != nullptr) *outFlags = flags;
   return SQLITE_OK;
 }
@@ -163,28 +143,23 @@ int Randomness(sqlite3_vfs*, int size, char* out) {
 
 }  // namespace
 
-UnsafeDisk::UnsafeDisk(unsigned seed) : fRandom(seed) {
+UnsafeDisk::UnsafeDisk(unsigned seed)
+    : fVfs("unsafe-disk",
+           [](sqlite3_vfs& vfs) {
+             vfs.szOsFile = sizeof(Handle);
+             vfs.xOpen = Open;
+             vfs.xDelete = Delete;
+             vfs.xAccess = Access;
+             vfs.xFullPathname = FullPathname;
+             vfs.xRandomness = Randomness;
+           }),
+      fRandom(seed) {
   disk = this;
-  original = sqlite3_vfs_find(nullptr);
-  vfs = *original;
-  vfs.iVersion = 1;
-  vfs.szOsFile = sizeof(Handle);
-  vfs.zName = "unsafe-disk";
-  vfs.xOpen = Open;
-  vfs.xDelete = Delete;
-  vfs.xAccess = Access;
-  vfs.xFullPathname = FullPathname;
-  vfs.xRandomness = Randomness;
-  sqlite3_vfs_register(&vfs, 1);
   // SQLite asks for a new seed.
   sqlite3_randomness(0, nullptr);
 }
 
-UnsafeDisk::~UnsafeDisk() {
-  sqlite3_vfs_unregister(&vfs);
-  sqlite3_vfs_register(original, 1);
-  disk = nullptr;
-}
+UnsafeDisk::~UnsafeDisk() { disk = nullptr; }
 
 void UnsafeDisk::FailPowerAt(int n) {
   fCountdown = n;

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "faults/default_vfs.h"
+
 namespace faults {
 
 class UnsafeDisk {
@@ -58,6 +60,7 @@ class UnsafeDisk {
  private:
   void RecoverFile(File& file);
 
+  const DefaultVfs fVfs;
   // What each name stood for since the folder was synced, null for nothing. The last one is what a program sees, and
   // after a loss of power it can be any of them.
   std::map<std::string, std::vector<std::shared_ptr<File>>> fFolder;
