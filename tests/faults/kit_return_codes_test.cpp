@@ -204,7 +204,8 @@ class KitReturnCodes : public ::testing::Test {
     EXPECT_EQ(faults::LeftBehind(work), "");
     const std::string contents = faults::ContentsOf(ConnectionOf(work));
     EXPECT_EQ(contents, thrown.outcome == Outcome::kDone || returns ? fAfter : fBefore);
-    if (contents != fBefore) return;
+    // What is done the second time does not depend on the code.
+    if (contents != fBefore || code % 5 != 0) return;
     EXPECT_EQ(faults::OutcomeOf([&] { scenario.run(work); }), Outcome::kDone);
     EXPECT_EQ(faults::ContentsOf(ConnectionOf(work)), fAfter);
   }

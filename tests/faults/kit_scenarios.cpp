@@ -52,6 +52,7 @@ void Require(bool isRight) {
 }
 
 std::int64_t QuantityOf(std::int64_t number) { return number * 7 % 11; }
+bool HasQuantity(const std::optional<Item>& item, std::int64_t quantity) { return item && item->qty == quantity; }
 
 Database& Of(KitWork& work) { return *work.database; }
 Table<Item> Items(KitWork& work) { return Table<Item>(Of(work)); }
@@ -61,7 +62,7 @@ Table<Item> Log(KitWork& work) { return Table<Item>(Of(work), "log"); }
 
 void FindRecords(KitWork& work) {
   const Table<Item> items = Items(work);
-  for (const int number : {1, 7, 300}) Require(items.Find(number)->qty == QuantityOf(number));
+  for (const int number : {1, 7, 300}) Require(HasQuantity(items.Find(number), QuantityOf(number)));
   Require(!items.Find(1000));
   Require(items.Get(5).qty == QuantityOf(5));
 }
@@ -91,7 +92,7 @@ void SelectRange(KitWork& work) {
   std::int64_t sum = 0;
   for (const Item& item :
        Items(work).Select(qty > 2 && Between(id, 1, 110)).OrderBy(Descending(qty)).OrderBy(id).Limit(20).Offset(3)) {
-    sum += *item.qty;
+    sum += item.qty.value_or(0);
   }
   // Ten each of the quantities 10, 9, ... 3; three tens are passed over.
   Require(sum == 7 * 10 + 10 * 9 + 3 * 8);
@@ -100,7 +101,7 @@ void SelectRange(KitWork& work) {
 void SelectDistinct(KitWork& work) {
   const Selection<Item> selection =
       Items(work).Select(RowOf(qty, id) > RowOf(9, 100)).OrderBy(qty).OrderBy(id).Distinct();
-  Require(selection.First()->qty == 9);
+  Require(HasQuantity(selection.First(), 9));
   Require(selection.Limit(1).One().qty == 9);
   Require(static_cast<std::int64_t>(selection.All().size()) == selection.Count());
 }
@@ -217,7 +218,8 @@ void WriteTexts(KitWork& work) {
     notes.Insert({1, 1, "a text that is longer than a short one", std::nullopt, 0.5});
     notes.Insert({1, 2, "another text that is longer than a short one", std::string(2000, 'x'), 1.5});
     notes.Upsert({1, 1, "a text that comes in the place of the first", "more", 0.25});
-    Require(notes.Find(1, 1)->more == "more");
+    const std::optional<Note> first = notes.Find(1, 1);
+    Require(first && first->more == "more");
     Require(notes.Select(Like(text, "%longer%") && !IsNull(more)).One().line == 2);
     Require(notes.Update(Is(more, std::optional<std::string>("more")),
                          Set(text, std::string("the last one of all texts"))) == 1);
@@ -520,13 +522,13 @@ void CommitAgain(KitWork& work) {
 
 // The schema changes under kept statements.
 void ReadChangedSchema(KitWork& work) {
-  Require(Items(work).Find(1)->qty == QuantityOf(1));
+  Require(HasQuantity(Items(work).Find(1), QuantityOf(1)));
   Require(Of(work).One<Item>("SELECT * FROM items WHERE id = ?", 1).qty == QuantityOf(1));
   {
     Other other(work);
     other.Run("CREATE INDEX passing ON items (qty); DROP INDEX passing");
   }
-  Require(Items(work).Find(1)->qty == QuantityOf(1));
+  Require(HasQuantity(Items(work).Find(1), QuantityOf(1)));
   Require(Of(work).One<Item>("SELECT * FROM items WHERE id = ?", 1).qty == QuantityOf(1));
 }
 
