@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <boost/make_shared.hpp>
 
+#include "faults/scenarios.h"
 #include "sqldb/kit/leftovers.h"
 #include "sqldb/kit/list.h"
 #include "sqldb/kit/transaction.h"
@@ -554,6 +555,21 @@ void OpenToRead(KitWork& work) {
   work.database.emplace(work.path);
 }
 
+void MakeFile(KitWork& work) {
+  const std::string path = work.path + ".new";
+  work.undisturbed([&] { RemoveDatabase(path); });
+  {
+    Options options;
+    options.access = Access::kCreate;
+    Database made(path, options);
+    const Table<Note> notes(made);
+    notes.Create();
+    notes.Insert({1, 1, "a text that is longer than a short one", std::nullopt, 0.5});
+    Require(notes.Count() == 1);
+  }
+  work.database.emplace(work.path);
+}
+
 void ShareCore(KitWork& work) {
   const auto core = boost::make_shared<sqldb::SQLDatabase>(work.path, false);
   work.database.emplace(work.path);
@@ -580,6 +596,7 @@ const std::vector<KitScenario>& KitScenarios() {
   static const std::vector<KitScenario> scenarios = {
       {"open", Open, true},
       {"open to read", OpenToRead, true},
+      {"make a file", MakeFile, true},
       {"open beside the core", ShareCore, true},
       {"open and move", OpenAndMove, true},
       {"find", FindRecords},
