@@ -65,19 +65,20 @@ int sqlite3_reset(sqlite3_stmt* statement) {
   return Note(real, "reset", WhenForced::kIsForwarded, statement, statement);
 }
 
+// Numbers and NULL need no memory: SQLite refuses them only to who binds what is not there, or while it runs.
 int sqlite3_bind_int64(sqlite3_stmt* statement, int number, sqlite3_int64 value) {
   static auto* const real = REAL(sqlite3_bind_int64);
-  return Note(real, "bind", WhenForced::kIsNotForwarded, statement, statement, number, value);
+  return Note(real, "bind_number", WhenForced::kIsNotForwarded, statement, statement, number, value);
 }
 
 int sqlite3_bind_double(sqlite3_stmt* statement, int number, double value) {
   static auto* const real = REAL(sqlite3_bind_double);
-  return Note(real, "bind", WhenForced::kIsNotForwarded, statement, statement, number, value);
+  return Note(real, "bind_number", WhenForced::kIsNotForwarded, statement, statement, number, value);
 }
 
 int sqlite3_bind_null(sqlite3_stmt* statement, int number) {
   static auto* const real = REAL(sqlite3_bind_null);
-  return Note(real, "bind", WhenForced::kIsNotForwarded, statement, statement, number);
+  return Note(real, "bind_number", WhenForced::kIsNotForwarded, statement, statement, number);
 }
 
 int sqlite3_bind_text64(sqlite3_stmt* statement, int number, const char* text, sqlite3_uint64 size,
