@@ -1,5 +1,6 @@
 // What a file costs: reads by key, each on its own, and upserts in one transaction, by hand and by the kit. Prints
-// WORK/LAYER and the nanoseconds of processor time of one, the median of so many rounds, in which the layers take turns.
+// WORK/LAYER and the nanoseconds of processor time of one, the median of so many rounds, in which the layers take
+// turns.
 
 #include <algorithm>
 #include <cstdint>

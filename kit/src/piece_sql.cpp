@@ -1,5 +1,6 @@
 #include "piece_sql.h"
 
+#include <cstring>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -19,7 +20,11 @@ Token TokenOf(Word word) { return static_cast<Token>(*word & kKindMask); }
 
 std::size_t TextSize(Word word) { return static_cast<std::size_t>(*word >> kKindBits); }
 
-const char* Address(Word word) { return reinterpret_cast<const char*>(static_cast<std::uintptr_t>(*word)); }
+const char* Address(Word word) {
+  const char* address;
+  std::memcpy(&address, word, sizeof address);
+  return address;
+}
 
 Word Behind(Word word) {
   switch (TokenOf(word)) {
@@ -41,19 +46,58 @@ class SqlWriter {
   // `values` is null for question marks.
   SqlWriter(std::string& sql, ValueReader* values) : fSql(sql), fLiterals(sql), fValues(values) {}
 
-  // Operands beside one another, or one.
-  void WriteLevel(Span text) {
-    const char* operation = " AND ";
-    const std::vector<Span> operands = Split(text, operation);
-    WriteOperands(operands, 0, operands.size(), operation);
+  void Write(Span text) {
+    AddLevel(text, 0);
+    while (!fTasks.empty()) {
+      const Task task = fTasks.back();
+      fTasks.pop_back();
+      switch (task.kind) {
+        case Task::kSql:
+          fSql += task.sql;
+          break;
+        case Task::kOperands:
+          AddOperands(task);
+          break;
+        case Task::kOperand:
+          WriteOperand(task);
+          break;
+      }
+    }
   }
 
  private:
   static constexpr std::size_t kMostInARow = 100;
   static constexpr int kDeepest = 1000;
 
-  static std::vector<Span> Split(Span text, const char*& operation) {
-    std::vector<Span> operands;
+  // What is still to be written.
+  struct Task {
+    enum Kind { kSql, kOperands, kOperand };
+
+    Kind kind;
+    // Of parentheses.
+    int depth;
+    // What is written; or what stands between the operands.
+    const char* sql;
+    // Operands, by their place in fOperands.
+    std::size_t begin;
+    std::size_t end;
+    // The operand, or what is left of it.
+    Span text;
+  };
+
+  void AddSql(const char* sql) { fTasks.push_back(Task{Task::kSql, 0, sql, 0, 0, {}}); }
+
+  // Operands beside one another, or one.
+  void AddLevel(Span text, int depth) {
+    if (depth > kDeepest) throw Error("The term is nested too deeply.", SQLITE_TOOBIG);
+    const std::size_t first = fOperands.size();
+    const char* const operation = Split(text);
+    fTasks.push_back(Task{Task::kOperands, depth, operation, first, fOperands.size(), {}});
+  }
+
+  // Appends the operands, and returns what stands between them.
+  const char* Split(Span text) {
+    const char* operation = " AND ";
     int depth = 0;
     Word begin = text.first;
     for (Word word = text.first; word != text.second; word = Behind(word)) {
@@ -62,38 +106,44 @@ class SqlWriter {
       if (token == Token::kClose) --depth;
       if (depth > 0 || (token != Token::kAnd && token != Token::kOr)) continue;
       if (token == Token::kOr) operation = " OR ";
-      operands.emplace_back(begin, word);
+      fOperands.emplace_back(begin, word);
       begin = Behind(word);
     }
-    operands.emplace_back(begin, text.second);
-    return operands;
+    fOperands.emplace_back(begin, text.second);
+    return operation;
   }
 
-  void WriteOperands(const std::vector<Span>& operands, std::size_t begin, std::size_t end, const char* operation) {
-    if (end - begin > kMostInARow) {
-      const std::size_t middle = begin + (end - begin) / 2;
-      fSql += '(';
-      WriteOperands(operands, begin, middle, operation);
-      fSql.append(")").append(operation).append("(");
-      WriteOperands(operands, middle, end, operation);
-      fSql += ')';
+  // What comes last is added first.
+  void AddOperands(const Task& row) {
+    if (row.end - row.begin > kMostInARow) {
+      const std::size_t middle = row.begin + (row.end - row.begin) / 2;
+      AddSql(")");
+      fTasks.push_back(Task{Task::kOperands, row.depth, row.sql, middle, row.end, {}});
+      AddSql("(");
+      AddSql(row.sql);
+      AddSql(")");
+      fTasks.push_back(Task{Task::kOperands, row.depth, row.sql, row.begin, middle, {}});
+      AddSql("(");
       return;
     }
-    for (std::size_t i = begin; i < end; ++i) {
-      if (i > begin) fSql += operation;
-      WriteOperand(operands[i]);
+    for (std::size_t i = row.end; i > row.begin; --i) {
+      fTasks.push_back(Task{Task::kOperand, row.depth, nullptr, 0, 0, fOperands[i - 1]});
+      if (i - 1 > row.begin) AddSql(row.sql);
     }
   }
 
-  void WriteOperand(Span text) {
-    for (Word word = text.first; word != text.second; word = Behind(word)) {
-      if (TokenOf(word) == Token::kOpen) {
-        const Word close = CloseOf(word);
-        WriteGroup({word + 1, close});
-        word = close;
-      } else {
+  void WriteOperand(const Task& operand) {
+    for (Word word = operand.text.first; word != operand.text.second; word = Behind(word)) {
+      if (TokenOf(word) != Token::kOpen) {
         WriteToken(word);
+        continue;
       }
+      const Word close = CloseOf(word);
+      fTasks.push_back(Task{Task::kOperand, operand.depth, nullptr, 0, 0, {Behind(close), operand.text.second}});
+      AddSql(")");
+      AddLevel({Behind(word), close}, operand.depth + 1);
+      AddSql("(");
+      return;
     }
   }
 
@@ -120,14 +170,6 @@ class SqlWriter {
     }
   }
 
-  void WriteGroup(Span text) {
-    if (++fDepth > kDeepest) throw Error("The term is nested too deeply.", SQLITE_TOOBIG);
-    fSql += '(';
-    WriteLevel(text);
-    fSql += ')';
-    --fDepth;
-  }
-
   static Word CloseOf(Word open) {
     int depth = 0;
     Word word = open;
@@ -141,16 +183,18 @@ class SqlWriter {
   std::string& fSql;
   LiteralWriter fLiterals;
   ValueReader* fValues;
-  int fDepth = 0;
+  // The next one is the last.
+  std::vector<Task> fTasks;
+  std::vector<Span> fOperands;
 };
 
 }  // namespace
 
-void WriteSql(std::string& sql, const Words& text) { SqlWriter(sql, nullptr).WriteLevel({text.begin(), text.end()}); }
+void WriteSql(std::string& sql, const Words& text) { SqlWriter(sql, nullptr).Write({text.begin(), text.end()}); }
 
 void WriteLiterals(std::string& sql, const Words& text, const Words& values) {
   ValueReader reader(values);
-  SqlWriter(sql, &reader).WriteLevel({text.begin(), text.end()});
+  SqlWriter(sql, &reader).Write({text.begin(), text.end()});
 }
 
 int BindValues(sqlite3_stmt* statement, int first, const Words& values, Values lifetime) {

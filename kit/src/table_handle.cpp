@@ -33,8 +33,14 @@ void AddWhere(std::string& sql, std::string_view term) {
 // A text in one part, or in two.
 struct Parts {
   const Piece& first;
-  const Piece* second;
+  // Empty for none.
+  const Piece& second;
 };
+
+const Piece& Nothing() {
+  static const Piece nothing{};
+  return nothing;
+}
 
 std::string_view AsKey(const Words& text) {
   return std::string_view(reinterpret_cast<const char*>(text.begin()), text.Size() * sizeof(std::uint64_t));
@@ -51,12 +57,12 @@ class VaryingStatement {
     if (!HasSecond()) return Take(AsKey(fParts.first.Text()), lifetime);
     Piece key = fParts.first;
     key.Add(Token::kPart);
-    key.Add(*fParts.second);
+    key.Add(fParts.second);
     return Take(AsKey(key.Text()), lifetime);
   }
 
  private:
-  bool HasSecond() const { return fParts.second != nullptr && !fParts.second->IsEmpty(); }
+  bool HasSecond() const { return !fParts.second.IsEmpty(); }
 
   Lease Take(std::string_view key, Values lifetime) const {
     KeptStatement* const kept = fConnection.fStatements.Find(StatementKey{key, &fTable, fKind});
@@ -68,7 +74,7 @@ class VaryingStatement {
 
   void Bind(const Lease& lease, Values lifetime) const {
     const int next = BindValues(lease.Statement(), 1, fParts.first.Values(), lifetime);
-    if (HasSecond()) BindValues(lease.Statement(), next, fParts.second->Values(), lifetime);
+    if (HasSecond()) BindValues(lease.Statement(), next, fParts.second.Values(), lifetime);
   }
 
   Lease Compile(std::string_view key, Values lifetime) const {
@@ -78,7 +84,7 @@ class VaryingStatement {
     // The limit and the offset beside them.
     constexpr std::size_t kOthers = 2;
     const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
-    const std::size_t values = fParts.first.ValueCount() + (HasSecond() ? fParts.second->ValueCount() : 0);
+    const std::size_t values = fParts.first.ValueCount() + fParts.second.ValueCount();
     if (values + kOthers > most) return Lease(statements.CompileOnce(handle, Sql(true)));
     std::string sql = Sql(false);
     const bool isKept = key.size() <= kLargestKept;
@@ -97,7 +103,7 @@ class VaryingStatement {
 
   std::string Sql(bool asLiterals) const {
     const std::string first = Written(fParts.first, asLiterals);
-    const std::string second = HasSecond() ? Written(*fParts.second, asLiterals) : std::string();
+    const std::string second = Written(fParts.second, asLiterals);
     std::string sql;
     switch (fKind) {
       case kCount:
@@ -187,12 +193,11 @@ TableHandle::TableHandle(const TableHandle& other) noexcept : fConnection(other.
 }
 
 TableHandle& TableHandle::operator=(const TableHandle& other) noexcept {
-  if (fState != other.fState) {
-    ++other.fState->users;
-    fConnection->fTables.Release(*fState);
-    fConnection = other.fConnection;
-    fState = other.fState;
-  }
+  if (this == &other) return *this;
+  ++other.fState->users;
+  fConnection->fTables.Release(*fState);
+  fConnection = other.fConnection;
+  fState = other.fState;
   return *this;
 }
 
@@ -278,7 +283,7 @@ bool TableHandle::Delete(const Argument* key, std::size_t count) const {
 
 std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
   if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts{assignments, &term.Parts()};
+  const Parts parts{assignments, term.Parts()};
   Lease lease = VaryingStatement(*fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
@@ -286,21 +291,21 @@ std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments
 
 std::int64_t TableHandle::DeleteWhere(const Term& term) const {
   if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts{term.Parts(), nullptr};
+  const Parts parts{term.Parts(), Nothing()};
   Lease lease = VaryingStatement(*fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
   lease.Step();
   return Changes(lease);
 }
 
 std::int64_t TableHandle::Count(const Term& term) const {
-  const Parts parts{term.Parts(), nullptr};
+  const Parts parts{term.Parts(), Nothing()};
   Lease lease = VaryingStatement(*fConnection, *fState, kCount, parts).Take(Values::kLasting);
   lease.Step();
   return sqlite3_column_int64(lease.Statement(), 0);
 }
 
 bool TableHandle::Has(const Term& term) const {
-  const Parts parts{term.Parts(), nullptr};
+  const Parts parts{term.Parts(), Nothing()};
   return VaryingStatement(*fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
 }
 
@@ -312,7 +317,7 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  const Parts parts{wanted.term, &wanted.order};
+  const Parts parts{wanted.term, wanted.order};
   Lease lease = VaryingStatement(*fConnection, *fState, kind, parts).Take(lifetime);
   if (isLimited) {
     // The last two, also where the others are literals.

@@ -23,7 +23,7 @@ struct TableState {
   TableState& operator=(const TableState&) = delete;
 
   // Throws Error if this SQLite is too old for it.
-  std::string Sql(Fixed fixed) const;
+  std::string Sql(Fixed which) const;
   std::string CreateSql(bool onlyIfMissing) const;
   // "SELECT id, name FROM parts".
   std::string SelectSql(bool isDistinct) const;

@@ -115,8 +115,6 @@ std::string_view ReadBlob(const Source& source) {
   return std::string_view(static_cast<const char*>(bytes), size);
 }
 
-ValueSink::~ValueSink() = default;
-
 void BindNull(const Target& target) {
   if (target.statement == nullptr) return target.sink->TakeNull();
   Check(target, sqlite3_bind_null(target.statement, target.parameter));

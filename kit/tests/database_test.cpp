@@ -199,9 +199,7 @@ TEST_F(DatabaseFileTest, ModuleThatIsMissingIsNamed) {
   EXPECT_THAT(Why(error), HasSubstr("the module '" + File("module.so") + "' cannot be loaded: "));
 }
 
-TEST(Database, SqlLoadsNoModule) {
-  EXPECT_THROW(Database(":memory:").Execute("SELECT load_extension('none')"), Error);
-}
+TEST(Database, SqlLoadsNoModule) { EXPECT_THROW(Database(":memory:").Execute("SELECT load_extension('none')"), Error); }
 
 TEST_F(DatabaseFileTest, WalIsEnteredOrOpeningFails) {
   Options options;
@@ -265,8 +263,9 @@ TEST_F(DatabaseFileTest, OtherEncodingIsRefusedWhereverItComesFrom) {
   ASSERT_EQ(sqlite3_exec(connection, "PRAGMA encoding = 'UTF-16le'; CREATE TABLE t (a)", nullptr, nullptr, nullptr),
             SQLITE_OK);
   sqlite3_close(connection);
-  EXPECT_EQ(Why(OpeningFails({})), "'" + File() + "' cannot be opened: its encoding is UTF-16le, which cannot keep"
-                                   " the bytes of every text; UTF-8 can");
+  EXPECT_EQ(Why(OpeningFails({})), "'" + File() +
+                                       "' cannot be opened: its encoding is UTF-16le, which cannot keep"
+                                       " the bytes of every text; UTF-8 can");
   const auto core = boost::make_shared<sqldb::SQLDatabase>(File(), false);
   core->Open();
   EXPECT_EQ(ThrownBy([&] { const Database database(core); }).Code(), SQLITE_MISUSE);
@@ -328,8 +327,9 @@ TEST_F(DatabaseFileTest, WriteInAnOpenRangeThatWaitingCannotCureSaysWhatToDo) {
   other.Execute("INSERT INTO t VALUES (3)");
   const auto error = ThrownBy<BusyError>([&] { database.Execute("INSERT INTO t VALUES (4)"); });
   EXPECT_EQ(error.ExtendedCode(), SQLITE_BUSY_SNAPSHOT);
-  EXPECT_EQ(Why(error), "database is locked: a range is open that was begun before another connection wrote; end it"
-                        " before writing, or take its rows with All()");
+  EXPECT_EQ(Why(error),
+            "database is locked: a range is open that was begun before another connection wrote; end it"
+            " before writing, or take its rows with All()");
   EXPECT_EQ(*row, 1);
 }
 
@@ -410,7 +410,8 @@ TEST(Database, RowsThatAFunctionOfASelectWritesAreNotCounted) {
 
 TEST(Database, ScriptRunsAllItsStatements) {
   Database database(":memory:");
-  database.ExecuteScript(";;\n-- a comment\nCREATE TABLE t (a);;INSERT INTO t VALUES (1); SELECT * FROM t; /* end */\n\n");
+  database.ExecuteScript(
+      ";;\n-- a comment\nCREATE TABLE t (a);;INSERT INTO t VALUES (1); SELECT * FROM t; /* end */\n\n");
   EXPECT_EQ(database.One<int>("SELECT a FROM t"), 1);
   database.ExecuteScript("");
   database.ExecuteScript(" -- nothing");
@@ -476,8 +477,7 @@ TEST_F(ParametersTest, NamesAreFoundInAnyOrder) {
 
 TEST_F(ParametersTest, UnknownOrRepeatedNamesAreToldAndNothingIsDone) {
   const auto insert = [&](const char* first, const char* second) {
-    return ThrownBy(
-        [&] { fDatabase.Execute("INSERT INTO t VALUES (:a, :b)", Named(first, 1), Named(second, 2)); });
+    return ThrownBy([&] { fDatabase.Execute("INSERT INTO t VALUES (:a, :b)", Named(first, 1), Named(second, 2)); });
   };
   EXPECT_EQ(insert(":a", ":c").Message(), "The statement has no parameter :c.");
   EXPECT_EQ(insert(":a", "b").Message(), "The statement has no parameter b.");

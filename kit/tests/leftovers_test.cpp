@@ -61,9 +61,7 @@ class LeftoversTest : public ::testing::Test {
     fOther.Execute("SELECT * FROM t");
     Send("SELECT * FROM t");
   }
-  void TearDown() override {
-    EXPECT_EQ(fDatabase.fIsOpen ? Unfinalized() : 0, 0);
-  }
+  void TearDown() override { EXPECT_EQ(fDatabase.fIsOpen ? Unfinalized() : 0, 0); }
 
   std::string Path() const { return fFolder.Path("test.db"); }
   void Send(const std::string& sql) { fDatabase.SendQuery(sql, nullptr, nullptr); }

@@ -105,8 +105,8 @@ TEST_F(QueryTest, LocalStructNeedsNoTable) {
       return Describe(Field("label", &Total::label), Field("worth", &Total::worth));
     }
   };
-  const Total total = fDatabase.One<Total>(
-      "SELECT SUM(price) AS worth, label FROM parts JOIN kinds k ON k.id = kind GROUP BY label");
+  const Total total =
+      fDatabase.One<Total>("SELECT SUM(price) AS worth, label FROM parts JOIN kinds k ON k.id = kind GROUP BY label");
   EXPECT_EQ(total.label, "screw");
   EXPECT_EQ(total.worth, 0.75);
 }
@@ -149,9 +149,9 @@ TEST_F(QueryTest, NumberOfColumnsMustBeThatOfTheRow) {
 
 TEST_F(QueryTest, StructsSideBySideTakeTheirColumnsFromLeftToRight) {
   std::vector<std::string> rows;
-  for (const auto& [part, kind] : fDatabase.Query<Part, std::optional<Kind>>(
-           "SELECT " + Columns<Part>("p") + ", " + Columns<Kind>("k") +
-           " FROM parts p LEFT JOIN kinds k ON k.id = p.kind ORDER BY p.id")) {
+  for (const auto& [part, kind] :
+       fDatabase.Query<Part, std::optional<Kind>>("SELECT " + Columns<Part>("p") + ", " + Columns<Kind>("k") +
+                                                  " FROM parts p LEFT JOIN kinds k ON k.id = p.kind ORDER BY p.id")) {
     rows.push_back(std::to_string(part.id) + part.name + (kind ? std::to_string(kind->id) + kind->label : "-"));
   }
   EXPECT_THAT(rows, ElementsAre("1bolt10screw", "2nut10screw", "3cog-"));
@@ -433,8 +433,9 @@ class RecompiledTest : public ::testing::Test {
 TEST_F(RecompiledTest, NamesAreLookedUpAgainWhenAnotherConnectionHasAlteredTheTable) {
   auto statement = fDatabase.Prepare("SELECT * FROM t");
   EXPECT_EQ(statement.One<Kind>().label, "one");
-  fOther.ExecuteScript("CREATE TABLE u (label, more, id); INSERT INTO u SELECT label, 'm', id FROM t; DROP TABLE t;"
-                       "ALTER TABLE u RENAME TO t");
+  fOther.ExecuteScript(
+      "CREATE TABLE u (label, more, id); INSERT INTO u SELECT label, 'm', id FROM t; DROP TABLE t;"
+      "ALTER TABLE u RENAME TO t");
   EXPECT_EQ(statement.One<Kind>().label, "one");
   EXPECT_EQ(fDatabase.One<Kind>("SELECT * FROM t").id, 1);
 }
@@ -514,7 +515,8 @@ TEST_F(QueryTest, ListCanBeJoined) {
 
 TEST_F(QueryTest, ListTakesNothingElse) {
   SKIP_BEFORE_POINTERS();
-  for (const char* const sql : {"SELECT value FROM list(7)", "SELECT value FROM list", "SELECT value FROM list(NULL)"}) {
+  for (const char* const sql :
+       {"SELECT value FROM list(7)", "SELECT value FROM list", "SELECT value FROM list(NULL)"}) {
     EXPECT_THAT(ThrownBy([&] { fDatabase.All<int>(sql); }).what(), HasSubstr("takes what sqldb::kit::List makes"));
   }
 }

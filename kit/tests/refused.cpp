@@ -1,5 +1,5 @@
-// What must not compile, and the one sentence that says why: each case alone, when its name is defined. Without any, all
-// of this compiles. See refused.cmake.
+// What must not compile, and the one sentence that says why: each case alone, when its name is defined. Without any,
+// all of this compiles. See refused.cmake.
 
 #include <string>
 #include <string_view>
@@ -44,46 +44,48 @@ void IsRefused(Database& database, Opaque& opaque, int* pointer) {
   static_cast<void>(pointer);
 #if defined(A_MEMBER_WITHOUT_TYPE)  // This type is not stored: specialise sqldb::kit::Type for it
   ReadFields(Describe(Field("opaque", &Holder::opaque)));
-#elif defined(A_CHARACTER)  // A character is not stored: use std::string or char.N. for texts
+#elif defined(A_CHARACTER)                // A character is not stored: use std::string or char.N. for texts
   ReadFields(Describe(Field("character", &Holder::character)));
-#elif defined(A_VIEW_AS_MEMBER)  // Views and pointers are not stored: use what owns its value
+#elif defined(A_VIEW_AS_MEMBER)           // Views and pointers are not stored: use what owns its value
   ReadFields(Describe(Field("view", &Holder::view)));
-#elif defined(AN_OPTIONAL_TWICE)  // NULL says once that there is no value: use one std::optional
+#elif defined(AN_OPTIONAL_TWICE)          // NULL says once that there is no value: use one std::optional
   ReadFields(Describe(Field("twice", &Holder::twice)));
-#elif defined(A_NAME_THAT_IS_NO_LITERAL)  // no matching function|no viable|cannot deduce|deduction failed|deduction/substitution failed
+#elif defined(A_NAME_THAT_IS_NO_LITERAL)  // no matching function|no viable|cannot deduce|deduction
+                                          // failed|deduction/substitution failed
   ReadFields(Describe(Field(std::string("number"), &Holder::number)));
-#elif defined(A_ROW_WITHOUT_TYPE)  // This type is not stored: .* A struct is a row if it has a static constexpr Description
+#elif defined( \
+    A_ROW_WITHOUT_TYPE)  // This type is not stored: .* A struct is a row if it has a static constexpr Description
   database.All<Opaque>("SELECT 1");
-#elif defined(A_PARAMETER_WITHOUT_TYPE)  // This type is not stored
+#elif defined(A_PARAMETER_WITHOUT_TYPE)          // This type is not stored
   database.Execute("SELECT ?", opaque);
-#elif defined(A_POINTER_AS_PARAMETER)  // Views and pointers are not stored
+#elif defined(A_POINTER_AS_PARAMETER)            // Views and pointers are not stored
   database.Execute("SELECT ?", pointer);
-#elif defined(AN_ELEMENT_WITHOUT_TYPE)  // This type is not stored
+#elif defined(AN_ELEMENT_WITHOUT_TYPE)           // This type is not stored
   database.Execute("SELECT value FROM list(?)", List(std::vector<Opaque>{opaque}));
-#elif defined(A_VIEW_AS_ROW)  // Views and pointers are not stored: use what owns its value
+#elif defined(A_VIEW_AS_ROW)                     // Views and pointers are not stored: use what owns its value
   database.All<std::string_view>("SELECT ''");
-#elif defined(CHARACTERS_AS_ROW)  // Views and pointers are not stored: use what owns its value
+#elif defined(CHARACTERS_AS_ROW)                 // Views and pointers are not stored: use what owns its value
   database.All<const char*, int>("SELECT '', 1");
-#elif defined(A_REFERENCE_AS_ROW)  // A row has values of its own: neither references nor arrays
+#elif defined(A_REFERENCE_AS_ROW)                // A row has values of its own: neither references nor arrays
   database.All<int&>("SELECT 1");
-#elif defined(AN_ARRAY_AS_ROW)  // A row has values of its own: neither references nor arrays
+#elif defined(AN_ARRAY_AS_ROW)                   // A row has values of its own: neither references nor arrays
   database.All<char[4]>("SELECT ''");
-#elif defined(NO_ROW)  // Say what a row is made of
+#elif defined(NO_ROW)                            // Say what a row is made of
   database.All<>("SELECT 1");
-#elif defined(A_STRUCT_THAT_CANNOT_BE_MADE)  // it needs a constructor without arguments
+#elif defined(A_STRUCT_THAT_CANNOT_BE_MADE)      // it needs a constructor without arguments
   database.All<Unmade>("SELECT 1 AS number");
-#elif defined(PARAMETERS_MIXED)  // Give all parameters in order, or all of them by name with Named
+#elif defined(PARAMETERS_MIXED)                  // Give all parameters in order, or all of them by name with Named
   database.Execute("SELECT ?, :b", 1, Named(":b", 2));
-#elif defined(A_QUERY_OF_A_TEMPORARY)  // deleted
+#elif defined(A_QUERY_OF_A_TEMPORARY)            // deleted
   for (const int a : Database(":memory:").Query<int>("SELECT 1")) static_cast<void>(a);
-#elif defined(AN_ELEMENT_THAT_IS_CHANGED)  // discards qualifiers|drops 'const' qualifier
+#elif defined(AN_ELEMENT_THAT_IS_CHANGED)        // discards qualifiers|drops 'const' qualifier
   for (int& a : database.Query<int>("SELECT 1")) a = 2;
-#elif defined(A_RANGE_THAT_IS_COPIED)  // deleted
+#elif defined(A_RANGE_THAT_IS_COPIED)            // deleted
   auto rows = database.Query<int>("SELECT 1");
   auto copy = rows;
 #elif defined(COLUMNS_OF_WHAT_IS_NOT_DESCRIBED)  // Describe the struct: give it a static constexpr Description
   Columns<Opaque>("o");
-#elif defined(TWO_FIELDS_OF_ONE_NAME)  // Two fields of the struct have the same name
+#elif defined(TWO_FIELDS_OF_ONE_NAME)            // Two fields of the struct have the same name
   struct Twice {
     int a = 0;
     int b = 0;

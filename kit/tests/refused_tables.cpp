@@ -152,11 +152,11 @@ void IsRefused(Database& database) {
   static_cast<void>(price < 1 && "name = 5");
 #elif defined(A_CONDITION_AS_BOOL)          // could not convert|cannot convert|contextually convertible|no viable conv
   if (price < 1) parts.Create();
-#elif defined(NULL_FOR_A_MEMBER)  // The member of this column cannot have such a value
+#elif defined(NULL_FOR_A_MEMBER)            // The member of this column cannot have such a value
   static_cast<void>(Set(price, std::nullopt));
-#elif defined(AN_OPTIONAL_FOR_A_MEMBER)        // The member of this column cannot have such a value
+#elif defined(AN_OPTIONAL_FOR_A_MEMBER)     // The member of this column cannot have such a value
   static_cast<void>(Set(price, std::optional<double>(1)));
-#elif defined(A_TEXT_FOR_A_NUMBER)             // The member of this column cannot have such a value
+#elif defined(A_TEXT_FOR_A_NUMBER)          // The member of this column cannot have such a value
   static_cast<void>(Set(price, "1"));
 #elif defined(A_NUMBER_FOR_AN_OPTIONAL_TEXT)   // The member of this column cannot have such a value
   static_cast<void>(Set(note, 1));

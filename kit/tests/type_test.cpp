@@ -152,10 +152,30 @@ TEST_F(TypeTest, BoolIsZeroOrOneAndNothingElse) {
 
 TEST_F(TypeTest, RealsRoundTripToTheLastBit) {
   using Limits = std::numeric_limits<double>;
-  for (const double value :
-       {1.0, -1.0, 0.1, -0.1, 0.5, 1.0 / 3, 2.5e-5, 1e15, 9007199254740991.0, 9007199254740992.0, 1e22, 1e23,
-        123456789012.34567, 8.41e21, 9.5367431640625e-7, 2.2250738585072011e-308, Limits::max(), Limits::lowest(),
-        Limits::min(), -Limits::min(), Limits::denorm_min(), 3 * Limits::denorm_min(), kInfinity, -kInfinity}) {
+  for (const double value : {1.0,
+                             -1.0,
+                             0.1,
+                             -0.1,
+                             0.5,
+                             1.0 / 3,
+                             2.5e-5,
+                             1e15,
+                             9007199254740991.0,
+                             9007199254740992.0,
+                             1e22,
+                             1e23,
+                             123456789012.34567,
+                             8.41e21,
+                             9.5367431640625e-7,
+                             2.2250738585072011e-308,
+                             Limits::max(),
+                             Limits::lowest(),
+                             Limits::min(),
+                             -Limits::min(),
+                             Limits::denorm_min(),
+                             3 * Limits::denorm_min(),
+                             kInfinity,
+                             -kInfinity}) {
     SCOPED_TRACE(LiteralOf(value));
     ExpectRoundTrip(value, "real");
   }
@@ -261,7 +281,9 @@ TEST_F(TypeTest, EncodedBytesRoundTripInTheirEncoding) {
     ExpectRoundTrip(value, "text");
   }
   EXPECT_EQ(LiteralOf(EncodedBytes{}), "'x'");
-  EXPECT_EQ(LiteralOf(EncodedBytes{{'b', 'c'}}), "'\x01" "ab'");
+  EXPECT_EQ(LiteralOf(EncodedBytes{{'b', 'c'}}),
+            "'\x01"
+            "ab'");
   EXPECT_EQ(ReadFrom<EncodedBytes>("''"), EncodedBytes{});
   EXPECT_TRUE((EncodedBytes{{1, 2}} != EncodedBytes{{1}}));
 }
@@ -379,8 +401,9 @@ class AnyValuesTest : public ::testing::Test {
     for (const T& value : values) {
       const std::string literal = LiteralOf(value);
       sqlite3_stmt* statement = nullptr;
-      ASSERT_EQ(sqlite3_prepare_v2(fDatabase.Core().fConnection, ("SELECT " + literal).c_str(), -1, &statement, nullptr),
-                SQLITE_OK);
+      ASSERT_EQ(
+          sqlite3_prepare_v2(fDatabase.Core().fConnection, ("SELECT " + literal).c_str(), -1, &statement, nullptr),
+          SQLITE_OK);
       ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
       T written{};
       sqldb::kit::detail::Codec<T>::Load(sqldb::kit::detail::ColumnOf(statement, 0), written);
@@ -406,10 +429,33 @@ class AnyValuesTest : public ::testing::Test {
   // Up to some forty pieces of what a careless literal trips over.
   std::string AnyText() {
     using namespace std::string_literals;
-    static const std::vector<std::string> kPieces = {
-        "'"s,    "''"s,  "\""s,   "\0"s,      "\\"s,   "\\'"s,      "%"s,            "_"s,             ";"s,
-        "--"s,   "/*"s,  "*/"s,   "?1"s,      ":1"s,   "x'00'"s,    "`"s,            "]"s,             "\n"s,
-        "\x1A"s, "\xC3"s, "\xC3\xA4"s, "\xE2\x82"s, "\xF0\x9F\x98\x80"s, "\xFF"s, "\xEF\xBB\xBF"s, "\xED\xA0\x80"s, "a"s};
+    static const std::vector<std::string> kPieces = {"'"s,
+                                                     "''"s,
+                                                     "\""s,
+                                                     "\0"s,
+                                                     "\\"s,
+                                                     "\\'"s,
+                                                     "%"s,
+                                                     "_"s,
+                                                     ";"s,
+                                                     "--"s,
+                                                     "/*"s,
+                                                     "*/"s,
+                                                     "?1"s,
+                                                     ":1"s,
+                                                     "x'00'"s,
+                                                     "`"s,
+                                                     "]"s,
+                                                     "\n"s,
+                                                     "\x1A"s,
+                                                     "\xC3"s,
+                                                     "\xC3\xA4"s,
+                                                     "\xE2\x82"s,
+                                                     "\xF0\x9F\x98\x80"s,
+                                                     "\xFF"s,
+                                                     "\xEF\xBB\xBF"s,
+                                                     "\xED\xA0\x80"s,
+                                                     "a"s};
     std::string text;
     for (auto left = Below(8) * Below(6); left > 0; --left) text += kPieces[Below(kPieces.size())];
     if (Below(4) == 0) text += static_cast<char>(fGenerator());

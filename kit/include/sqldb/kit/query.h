@@ -348,9 +348,9 @@ class [[nodiscard]] Rows {
     fReader = detail::RowReader();
   }
   /// The other one is then only to be destroyed or assigned to.
-  Rows(Rows&&) = default;
+  Rows(Rows&&) noexcept = default;
   /// The same.
-  Rows& operator=(Rows&&) = default;
+  Rows& operator=(Rows&&) noexcept = default;
 
   /// Throws Error, here and while rows are read, and what a Type throws; the iterator is then at the end.
   iterator begin() { return fIsKept ? iterator(fKept.data(), fKept.data() + fKept.size()) : iterator(fReader); }

@@ -85,7 +85,7 @@ class Table {
   /// The table that the description names.
   explicit Table(const Database& openDatabase) : fTable(openDatabase, detail::LayoutOf<Record>(), {}) {
     static_assert(detail::HasTable<Record>(),
-                  "The description names no table: Describe(\"parts\", ...), or Table<Part>(database, \"parts\").");
+                  R"(The description names no table: Describe("parts", ...), or Table<Part>(database, "parts").)");
   }
   /// Another table or view that has the columns of the description.
   /// REQUIRES: `tableName` is SQL, never input: "parts", "main.parts", "\"old parts\"".
@@ -190,7 +190,7 @@ class Table {
 
  private:
   static constexpr void RequireKey() {
-    static_assert(detail::KeyCount<Record>() > 0, "The struct has no key: describe one with Key(\"id\", &Part::id).");
+    static_assert(detail::KeyCount<Record>() > 0, R"(The struct has no key: describe one with Key("id", &Part::id).)");
   }
 
   template <typename Records, typename Report>

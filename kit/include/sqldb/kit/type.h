@@ -109,7 +109,7 @@ class SQLDB_EXPORT ValueSink {
   virtual void TakeBlob(std::string_view bytes) = 0;
 
  protected:
-  ~ValueSink();
+  ~ValueSink() = default;
 };
 
 SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;

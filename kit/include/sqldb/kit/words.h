@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "sqldb/export.h"
 
@@ -14,7 +15,7 @@ namespace sqldb::kit::detail {
 /// where it can. Copies may be used by different threads.
 class SQLDB_EXPORT Words {
  public:
-  Words() noexcept {}
+  Words() noexcept = default;
   Words(const Words& other) noexcept { Take(other); }
   Words(Words&& other) noexcept { Take(other); }
   Words& operator=(const Words& other) noexcept;
@@ -31,7 +32,12 @@ class SQLDB_EXPORT Words {
     }
   }
   void Add(const std::uint64_t* words, std::size_t count);
-  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
+  /// So that std::memcpy from the word brings it back.
+  void Add(const void* address) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, &address, sizeof address);
+    Add(word);
+  }
   void Add(const Words& words) { Add(words.begin(), words.Size()); }
 
   std::size_t Size() const noexcept { return fSize; }
@@ -55,7 +61,7 @@ class SQLDB_EXPORT Words {
     }
   }
 
-  static constexpr std::size_t kRoom = 16;
+  static constexpr std::size_t kRoom = 24;
 
   std::size_t fSize = 0;
   // Null: in place.
