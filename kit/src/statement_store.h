@@ -12,6 +12,8 @@
 
 #include <sqlite3.h>
 
+#include "sqldb/kit/words.h"
+
 namespace sqldb::kit::detail {
 
 // What a statement is found by: its text; or the table that it belongs to, what it does there, and the rest of its
@@ -67,6 +69,9 @@ struct KeptStatement {
   int kind = 0;
   const void* owner = nullptr;
   std::uint64_t hash = 0;
+  // Of its execution, where they are not with the caller.
+  Words values;
+  Words moreValues;
   std::string key;
   // Empty if it is the key.
   std::string sql;

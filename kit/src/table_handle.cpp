@@ -72,9 +72,17 @@ class VaryingStatement {
     return lease;
   }
 
+  // Values that end before the statement has run stay with it: cheaper than a copy of each of them by SQLite.
   void Bind(const Lease& lease, Values lifetime) const {
-    const int next = BindValues(lease.Statement(), 1, fParts.first.Values(), lifetime);
-    if (HasSecond()) BindValues(lease.Statement(), next, fParts.second.Values(), lifetime);
+    const Words* first = &fParts.first.Values();
+    const Words* second = &fParts.second.Values();
+    if (lifetime == Values::kTemporary) {
+      KeptStatement& kept = lease.Kept();
+      first = &(kept.values = *first);
+      second = &(kept.moreValues = *second);
+    }
+    const int next = BindValues(lease.Statement(), 1, *first, Values::kLasting);
+    if (HasSecond()) BindValues(lease.Statement(), next, *second, Values::kLasting);
   }
 
   Lease Compile(std::string_view key, Values lifetime) const {

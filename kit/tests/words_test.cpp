@@ -44,7 +44,7 @@ TEST(Words, KeepWhatIsAddedInPlaceAndBeyond) {
 }
 
 TEST(Words, CanBeAddedToThemselves) {
-  for (const std::size_t count : {0U, 1U, 8U, 9U, 16U, 17U, 40U, 64U}) {
+  for (const std::size_t count : {0U, 1U, 8U, 9U, 24U, 25U, 40U, 64U}) {
     Words words = WordsOf(Numbers(count));
     words.Add(words);
     std::vector<std::uint64_t> expected = Numbers(count);
@@ -54,7 +54,7 @@ TEST(Words, CanBeAddedToThemselves) {
 }
 
 TEST(Words, CopiesGoOnInTheirOwnWays) {
-  for (const std::size_t count : {3U, 16U, 17U, 100U}) {
+  for (const std::size_t count : {3U, 24U, 25U, 100U}) {
     const Words trunk = WordsOf(Numbers(count));
     Words first = trunk;
     Words second = trunk;
@@ -92,7 +92,7 @@ TEST(Words, AChainThatGrowsIsNotCopied) {
 }
 
 TEST(Words, ThatFindNoMemoryAreAsBefore) {
-  for (const std::size_t count : {0U, 16U, 17U, 34U}) {
+  for (const std::size_t count : {0U, 24U, 25U, 50U}) {
     const Words words = WordsOf(Numbers(count));
     Words grown = words;
     std::vector<std::uint64_t> expected = Numbers(count);
