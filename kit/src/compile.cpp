@@ -27,9 +27,8 @@ std::string_view WithoutBlanks(std::string_view sql) {
   return sql;
 }
 
-bool IsOfAName(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') || character == '_';
-}
+// What comes after a name that is not quoted.
+constexpr char kAfterAName[] = " \t\n\r\f-/.=(;\"'`[";
 
 // Takes a name, quoted or not, off the beginning.
 std::string_view TakeName(std::string_view& sql) {
@@ -40,7 +39,7 @@ std::string_view TakeName(std::string_view& sql) {
     begin = 1;
     end = std::min(sql.find(sql[0] == '[' ? ']' : sql[0], 1), sql.size());
   } else {
-    while (end < sql.size() && IsOfAName(sql[end])) ++end;
+    end = std::min(sql.find_first_of(kAfterAName), sql.size());
   }
   const std::string_view name = sql.substr(begin, end - begin);
   sql.remove_prefix(std::min(end + begin, sql.size()));

@@ -1,6 +1,7 @@
 #include "connection.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "compile.h"
@@ -81,7 +82,8 @@ std::string Connection::Ask(std::string_view sql) {
   std::string answer;
   RunFirst(sql, [&answer](sqlite3_stmt* statement) {
     const unsigned char* const text = sqlite3_column_text(statement, 0);
-    if (text != nullptr) answer = reinterpret_cast<const char*>(text);
+    if (text == nullptr) throw std::bad_alloc();
+    answer = reinterpret_cast<const char*>(text);
   });
   return answer;
 }

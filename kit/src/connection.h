@@ -41,12 +41,12 @@ class Connection : private ConnectionWatcher {
   }
   sqlite3* Handle() const { return Core().fConnection; }
   // Whether neither it nor the core's database has been closed.
-  bool IsOpen() const noexcept { return fIsWatching && fCore->fIsOpen; }
+  bool IsOpen() const noexcept { return fIsWatching; }
 
   // Milliseconds. Only while one of its statements is at work.
   void WaitFor(int busyTimeout);
   void RunScript(std::string_view sql);
-  // The first value of the first row; empty if there is none, or if it is NULL. The statement is not kept.
+  // The last row's first value, which REQUIRES: is not NULL; empty if there is no row. The statement is not kept.
   std::string Ask(std::string_view sql);
   // Throws Error for a PRAGMA that would take away what the connection relies on.
   void CheckPragma(std::string_view sql) const;

@@ -40,10 +40,9 @@ void Levels::FinishRollback(SQLDatabase& core) {
 }
 
 void Levels::MakeReady(SQLDatabase& core, ControlStatements::Kind kind) {
-  // Below zero, the core would count on.
-  core.fTransactionDepth = 0;
   if (!core.fTransactionOK || fOwesRollback) FinishRollback(core);
-  for (const auto needed : {kind, ControlStatements::kRollback, ControlStatements::kCommit}) {
+  // What begins it last: where that is, the others are.
+  for (const auto needed : {ControlStatements::kRollback, ControlStatements::kCommit, kind}) {
     fStatements.Provide(core.fConnection, needed);
   }
 }
@@ -76,7 +75,7 @@ void RefuseHook() { throw Error("The program has set a commit hook, and the kit 
 
 void SetFirstHook(SQLDatabase& core) {
   const void* const before = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
-  if (before == nullptr || before == &core) return;
+  if (before == nullptr) return;
   RemoveHook(core);
   RefuseHook();
 }

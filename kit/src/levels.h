@@ -87,8 +87,7 @@ class Levels {
 
   // Begins SQLite's transaction, with all that its end needs. Throws Error.
   void Begin(SQLDatabase& core, ControlStatements::Kind kind) {
-    const bool isReady = fStatements.Has(kind) && fStatements.Has(ControlStatements::kCommit);
-    if (!isReady || core.fTransactionDepth != 0 || !core.fTransactionOK || fOwesRollback) MakeReady(core, kind);
+    if (!fStatements.Has(kind) || !core.fTransactionOK || fOwesRollback) MakeReady(core, kind);
     SetHook(core);
     const int result = fStatements.Run(kind);
     if (result != SQLITE_DONE) ThrowFailure(core, result, kind);

@@ -21,16 +21,9 @@ namespace {
 int FlagsOf(const Options& options) {
   int flags = options.isSerialized ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX;
   if (options.isUri) flags |= SQLITE_OPEN_URI;
-  switch (options.access) {
-    case Access::kCreate:
-    case Access::kReadWriteCreate:
-      return flags | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-    case Access::kReadWrite:
-      return flags | SQLITE_OPEN_READWRITE;
-    case Access::kReadOnly:
-      break;
-  }
-  return flags | SQLITE_OPEN_READONLY;
+  if (options.access == Access::kReadOnly) return flags | SQLITE_OPEN_READONLY;
+  flags |= SQLITE_OPEN_READWRITE;
+  return options.access == Access::kReadWrite ? flags : flags | SQLITE_OPEN_CREATE;
 }
 
 // A connection that is closed unless it is taken.
@@ -133,21 +126,9 @@ void EnterWal(Connection& connection) {
   if (mode != "wal") throw Error("it cannot be put into WAL mode, and stays in mode " + mode, SQLITE_CANTOPEN);
 }
 
-const char* SqlOf(Synchronous synchronous) {
-  switch (synchronous) {
-    case Synchronous::kAsBuilt:
-      break;
-    case Synchronous::kOff:
-      return "PRAGMA synchronous = OFF";
-    case Synchronous::kNormal:
-      return "PRAGMA synchronous = NORMAL";
-    case Synchronous::kFull:
-      return "PRAGMA synchronous = FULL";
-    case Synchronous::kExtra:
-      return "PRAGMA synchronous = EXTRA";
-  }
-  return "";
-}
+// In the order of Synchronous.
+constexpr const char* kSynchronous[] = {"", "PRAGMA synchronous = OFF", "PRAGMA synchronous = NORMAL",
+                                        "PRAGMA synchronous = FULL", "PRAGMA synchronous = EXTRA"};
 
 void Configure(Connection& connection, const Options& options) {
   connection.WaitFor(options.busyTimeout);
@@ -155,7 +136,7 @@ void Configure(Connection& connection, const Options& options) {
   // Reads the file, and so tells whether it is a database.
   CheckEncoding(connection);
   if (options.wal) EnterWal(connection);
-  connection.RunScript(SqlOf(options.synchronous));
+  connection.RunScript(kSynchronous[static_cast<std::size_t>(options.synchronous)]);
   connection.RunScript(options.foreignKeys ? "PRAGMA foreign_keys = ON" : "PRAGMA foreign_keys = OFF");
   if (options.setUp.empty()) return;
   connection.RunScript(options.setUp);
@@ -170,7 +151,6 @@ boost::shared_ptr<SQLDatabase> OpenFile(const std::string& path, const Options& 
   if (options.access == Access::kCreate) CheckIsNew(path, options);
   auto core = boost::make_shared<SQLDatabase>(path, options.access == Access::kReadOnly);
   Opened opened(path, options, FlagsOf(options));
-  if (opened.Result() == SQLITE_NOMEM) throw std::bad_alloc();
   if (opened.Result() != SQLITE_OK) ThrowUnopened(path, opened.Why(), opened.Code());
   core->fConnection = opened.Take();
   core->fIsOpen = true;

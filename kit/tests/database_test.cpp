@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <type_traits>
 
 #include <sqlite3.h>
@@ -99,11 +100,47 @@ TEST_F(DatabaseFileTest, FileOfOtherContentThatMustNotBeThereIsLeftAlone) {
   EXPECT_EQ(std::filesystem::file_size(File()), 5U);
 }
 
+TEST_F(DatabaseFileTest, FolderIsThereToo) {
+  const Error error = OpeningFails(With(Access::kCreate), ".");
+  EXPECT_EQ(Why(error), "'" + File(".") + "' cannot be opened: it is there already");
+  EXPECT_EQ(error.Code(), SQLITE_CANTOPEN);
+}
+
 TEST_F(DatabaseFileTest, FileThatMustNotBeThereIsLookedForByUriAndVfsToo) {
   Options options = With(Access::kCreate);
   options.isUri = true;
   Database("file:" + File(), options).Execute("CREATE TABLE t (a)");
   EXPECT_THAT(Why(ThrownBy([&] { const Database again("file:" + File(), options); })), HasSubstr("there already"));
+}
+
+// Of files that have a name of its own.
+class RenamingVfs {
+ public:
+  RenamingVfs() : fVfs(*Real()) {
+    fVfs.zName = "renaming";
+    fVfs.xFullPathname = [](sqlite3_vfs*, const char* name, int size, char* path) {
+      return Real()->xFullPathname(Real(), (std::string(name) + ".renamed").c_str(), size, path);
+    };
+    sqlite3_vfs_register(&fVfs, 0);
+  }
+  ~RenamingVfs() { sqlite3_vfs_unregister(&fVfs); }
+  RenamingVfs(const RenamingVfs&) = delete;
+  RenamingVfs& operator=(const RenamingVfs&) = delete;
+
+ private:
+  static sqlite3_vfs* Real() { return sqlite3_vfs_find(nullptr); }
+
+  sqlite3_vfs fVfs;
+};
+
+TEST_F(DatabaseFileTest, FileThatMustNotBeThereHasTheNameThatTheVfsGivesIt) {
+  const RenamingVfs vfs;
+  Options options = With(Access::kCreate);
+  options.vfs = "renaming";
+  Database(File(), options).Execute("CREATE TABLE t (a)");
+  EXPECT_TRUE(std::filesystem::exists(File("t.db.renamed")));
+  EXPECT_FALSE(IsThere());
+  EXPECT_THAT(Why(OpeningFails(options)), HasSubstr("there already"));
 }
 
 TEST(Database, InMemoryIsAlwaysNew) { Database(":memory:", With(Access::kCreate)).Execute("CREATE TABLE t (a)"); }
@@ -304,6 +341,12 @@ TEST(Database, PragmaThatWouldEndTheWaitingIsRefused) {
   database.Execute("CREATE TABLE busy_timeout (a)");
   EXPECT_EQ(database.All<std::string>("SELECT name FROM pragma_table_info('busy_timeout')").size(), 1U);
   database.Execute("PRAGMA table_info(busy_timeout)");
+  // No PRAGMA of SQLite, which takes no notice of it.
+  for (const char* const sql : {"PRAGMA busy_timeout2 = 10", "PRAGMA busy_timeout\u00e9 = 10",
+                                "PRAGMA encoding_ = 'UTF-16'", "PRAGMA encoding$ = 'UTF-16'"}) {
+    SCOPED_TRACE(sql);
+    EXPECT_EQ(database.Execute(sql), 0);
+  }
 }
 
 TEST_F(DatabaseFileTest, PragmaThatSaysHowLongToWaitIsTheCoresMatter) {
@@ -431,6 +474,16 @@ TEST(Database, ScriptWithAZeroByteIsAnError) {
   Database database(":memory:");
   EXPECT_EQ(ThrownBy([&] { database.ExecuteScript(std::string_view("CREATE TABLE t (a);\0", 20)); }).Message(),
             "There is a zero byte in the text.");
+  EXPECT_EQ(ThrownBy([&] { database.ExecuteScript(std::string_view(";\0", 2)); }).Message(),
+            "There is a zero byte in the text.");
+}
+
+TEST(Database, TextThatIsLongerThanSQLiteTakesIsAnError) {
+  constexpr std::size_t kTooLong = static_cast<std::size_t>(std::numeric_limits<int>::max()) + 1;
+  // Nothing is read but its beginning.
+  const Error error = ThrownBy([&] { Database(":memory:").ExecuteScript(std::string_view("SELECT 1", kTooLong)); });
+  EXPECT_EQ(error.Message(), "The text is longer than SQLite takes.");
+  EXPECT_EQ(error.Code(), SQLITE_TOOBIG);
 }
 
 TEST(Database, TextMayBeAPartOfALongerOne) {
@@ -448,6 +501,8 @@ TEST(Database, NoStatementOrSeveralAreErrors) {
   EXPECT_EQ(error.Message(), "There are several statements in the text; ExecuteScript runs them all.");
   EXPECT_EQ(database.One<int>("SELECT COUNT(*) FROM sqlite_master"), 0);
   EXPECT_EQ(database.One<int>("SELECT 1 ; -- the end\n /* really */ ;"), 1);
+  EXPECT_EQ(database.One<int>("SELECT 1; \t\r\n\f;"), 1);
+  EXPECT_EQ(database.One<int>("SELECT 1; /* the end; SELECT 2"), 1);
 }
 
 // --- Parameters ------------------------------------------------------------------------------------------------------
@@ -533,6 +588,19 @@ TEST(Database, IsClosedWhenAnotherOneIsAssigned) {
   EXPECT_EQ(ThrownBy([&] { rows.begin(); }).Message(), "The database has been closed.");
 }
 
+TEST(Database, StaysOpenWhenItIsAssignedToItself) {
+  Database database(":memory:");
+  Database& same = database;
+  database = std::move(same);
+  EXPECT_EQ(database.One<int>("SELECT 1"), 1);
+}
+
+TEST(Database, PointerToNoConnectionCanBeCopied) {
+  const sqldb::kit::detail::ConnectionPointer none;
+  const sqldb::kit::detail::ConnectionPointer copy(none);
+  EXPECT_EQ(copy.Get(), nullptr);
+}
+
 TEST(Database, EveryUseAfterCloseThrows) {
   Database database(":memory:");
   auto rows = database.Query<int>("SELECT 1 UNION SELECT 2");
@@ -549,6 +617,8 @@ TEST(Database, EveryUseAfterCloseThrows) {
 TEST_F(DatabaseFileTest, SharesAnOpenDatabaseOfTheCoreAndLeavesItOpen) {
   const auto core = boost::make_shared<sqldb::SQLDatabase>(File(), false);
   EXPECT_EQ(ThrownBy([&] { const Database unopened(core); }).Message(), "The database is not open.");
+  EXPECT_EQ(ThrownBy([&] { const Database none{boost::shared_ptr<sqldb::SQLDatabase>()}; }).Message(),
+            "The database is not open.");
   core->Open();
   {
     Database database(core);

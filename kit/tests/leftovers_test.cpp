@@ -152,6 +152,23 @@ TEST_F(LeftoversTest, ABusyFileIsToldByItsCode) {
   EXPECT_EQ(error.Code(), SQLITE_BUSY);
 }
 
+TEST_F(LeftoversTest, ATableThatIsReadIsToldByItsCode) {
+  Write(1);
+  const auto cursor = MakeCursor(fDatabase);
+  std::uint32_t value = 0;
+  ASSERT_EQ(cursor->Step(value), 0);
+  const Error error = ErrorOfRun<BusyError>([&] { Send("DROP TABLE t"); });
+  EXPECT_STREQ(error.what(), "database table is locked");
+  EXPECT_EQ(error.Code(), SQLITE_LOCKED);
+}
+
+TEST_F(LeftoversTest, ACommitThatAHookOfTheProgramRefusesIsAConstraintOfIts) {
+  sqlite3_commit_hook(
+      fDatabase.fConnection, [](void*) { return 1; }, nullptr);
+  const Error error = ErrorOfRun<ConstraintError>([&] { Write(1); });
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_COMMITHOOK);
+}
+
 TEST_F(LeftoversTest, AFileThatCompilingFindsBusyIsToldByItsCode) {
   SQLDatabase fresh(Path(), false);
   fresh.Open();
@@ -447,6 +464,9 @@ TEST_F(LeftoversTest, ADatabaseThatIsNotOpenIsTold) {
   database.Close();
   EXPECT_EQ(ThrownBy(run).Code(), SQLITE_MISUSE);
   EXPECT_FALSE(ReleaseLeftovers(database));
+  const Error other = ThrownBy([&] { kit::Run(database, [] { throw std::runtime_error("another"); }); });
+  EXPECT_STREQ(other.what(), "another");
+  EXPECT_EQ(other.Code(), SQLITE_ERROR);
 }
 
 TEST_F(LeftoversTest, WhatMadeSQLiteRefuseACloseCanBeReleasedForTheNextOne) {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <memory>
+#include <new>
 #include <numeric>
 #include <tuple>
 #include <type_traits>
@@ -14,6 +16,7 @@
 #include "sqldb/database.h"
 #include "sqldb/kit/list.h"
 #include "sqldb/kit/statement.h"
+#include "support/allocations.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -511,6 +514,53 @@ TEST_F(QueryTest, ListCanBeJoined) {
   EXPECT_THAT((fDatabase.All<std::string, int>("SELECT name, l.rowid FROM list(?) l JOIN parts ON id = l.value",
                                                List(std::vector<int>{3, 1}))),
               ElementsAre(std::make_tuple("cog", 0), std::make_tuple("bolt", 1)));
+}
+
+TEST_F(QueryTest, ListThatIsComparedOtherwiseOrOfAJoinedTableIsNoneThatIsGiven) {
+  SKIP_BEFORE_POINTERS();
+  for (const char* const sql : {"SELECT value FROM list WHERE list > 7", "SELECT value FROM list WHERE value = 7",
+                                "SELECT value FROM parts LEFT JOIN list ON list.list = parts.id",
+                                "SELECT value FROM list LEFT JOIN parts ON list.list = parts.id",
+                                "SELECT value FROM list JOIN parts ON list.list = parts.id"}) {
+    SCOPED_TRACE(sql);
+    EXPECT_THAT(ThrownBy([&] { fDatabase.All<int>(sql); }).what(), HasSubstr("takes what sqldb::kit::List makes"));
+  }
+}
+
+// Whichever allocation fails.
+TEST(List, ThatHasNoMemoryTellsSoAndTheNextOneServes) {
+  SKIP_BEFORE_POINTERS();
+  constexpr char kSum[] = "SELECT SUM(value) FROM list(?)";
+  const std::vector<int> values{1, 2};
+  bool hasFailed = true;
+  for (std::uint64_t nth = 1; hasFailed; ++nth) {
+    SCOPED_TRACE(nth);
+    Database database(":memory:");
+    {
+      const support::AllocationFailure failure(nth);
+      try {
+        EXPECT_EQ(database.One<int>(kSum, List(values)), 3);
+        EXPECT_FALSE(failure.Happened());
+      } catch (const std::bad_alloc&) {
+        EXPECT_TRUE(failure.Happened());
+      }
+      hasFailed = failure.Happened();
+    }
+    EXPECT_EQ(database.One<int>(kSum, List(values)), 3);
+  }
+}
+
+TEST_F(QueryTest, ListIsGivenByEqualityOnly) {
+  SKIP_BEFORE_POINTERS();
+  const std::vector<int> values{1};
+  EXPECT_THAT(fDatabase.All<int>("SELECT value FROM list WHERE list = ?", List(values)), ElementsAre(1));
+  EXPECT_THROW(fDatabase.All<int>("SELECT value FROM list WHERE list > ?", List(values)), Error);
+}
+
+TEST_F(QueryTest, ListItselfIsNoValue) {
+  SKIP_BEFORE_POINTERS();
+  EXPECT_THAT(fDatabase.All<std::string>("SELECT typeof(list) FROM list(?)", List(std::vector<int>{3})),
+              ElementsAre("null"));
 }
 
 TEST_F(QueryTest, ListTakesNothingElse) {

@@ -624,6 +624,18 @@ TEST_F(TransactionTest, ARollbackThatIsRefusedIsMadeUpForByTheNextTransaction) {
   EXPECT_THAT(Seen(), ElementsAre(2));
 }
 
+TEST_F(TransactionTest, ARollbackThatIsRefusedIsMadeUpForAlsoIfTheProgramLiftsTheVeto) {
+  {
+    std::optional<Transaction> transaction(std::in_place, fDatabase);
+    Write(1);
+    const RefusedRollback refused(fDatabase);
+    transaction.reset();
+  }
+  Core().fTransactionOK = true;
+  InTransaction(fDatabase, [&] { Write(2); });
+  EXPECT_THAT(Seen(), ElementsAre(2));
+}
+
 TEST_F(TransactionTest, AVetoedCommitWhoseRollbackIsRefusedMayBeRepeated) {
   Transaction transaction(fDatabase);
   Write(1);
@@ -878,6 +890,34 @@ TEST_F(TransactionTest, ACoreThatLivesOnIsLeftWithoutTheLevelsOfAClosedDatabase)
   }
   EXPECT_EQ(core->fTransactionDepth, 0);
   EXPECT_THAT(Seen(), IsEmpty());
+}
+
+TEST_F(TransactionTest, ALevelThatTheCoreHasEndedIsNotRolledBackWithAClosedDatabase) {
+  const auto core = boost::make_shared<SQLDatabase>(Path(), false);
+  core->Open();
+  {
+    Database database(core);
+    const Transaction outermost(database);
+    database.Execute("INSERT INTO t VALUES (1)");
+    core->EndTransaction(true, false);
+    // The program's own.
+    core->SendQuery("BEGIN", nullptr, nullptr);
+    core->SendQuery("INSERT INTO t VALUES (2)", nullptr, nullptr);
+    database.Close();
+  }
+  core->SendQuery("COMMIT", nullptr, nullptr);
+  {
+    Database database(core);
+    core->BeginTransaction();
+    const Transaction inner(database);
+    database.Execute("INSERT INTO t VALUES (3)");
+    core->EndTransaction(true, false);
+    database.Close();
+    EXPECT_EQ(core->fTransactionDepth, 1);
+    EXPECT_TRUE(core->fTransactionOK);
+  }
+  core->EndTransaction(true, false);
+  EXPECT_THAT(Seen(), ElementsAre(1, 2, 3));
 }
 
 TEST_F(TransactionTest, EverythingMayOutliveACoreThatIsDestroyed) {

@@ -144,6 +144,7 @@ using support::Silence;
 #define OURS(function) function
 #define REAL(function) support::Interposer::Next<decltype(function)>(#function)
 #endif
+// SQLDB_OPENED_ELSEWHERE: sqlite3_open is in elsewhere.cpp, and is not noted.
 
 extern "C" {
 
@@ -160,6 +161,7 @@ decltype(sqlite3_create_collation) __real_sqlite3_create_collation;
 decltype(usleep) __real_usleep;
 #endif
 
+#ifndef SQLDB_OPENED_ELSEWHERE
 int OURS(sqlite3_open)(const char* path, sqlite3** connection) {
   const support::AllocationPause unseen;
   static auto* const real = REAL(sqlite3_open);
@@ -177,6 +179,7 @@ int OURS(sqlite3_open)(const char* path, sqlite3** connection) {
   Interposer::Record(call);
   return call.result;
 }
+#endif
 
 int OURS(sqlite3_close)(sqlite3* connection) {
   const support::AllocationPause unseen;
@@ -232,9 +235,10 @@ int OURS(sqlite3_prepare)(sqlite3* connection, const char* sql, int length, sqli
 }
 
 int OURS(sqlite3_step)(sqlite3_stmt* statement) {
-  const support::AllocationPause unseen;
   static auto* const real = REAL(sqlite3_step);
+  // What the kit offers to SQLite may allocate in it.
   if (!Interposer::Listening()) return real(statement);
+  const support::AllocationPause unseen;
   Call call;
   call.function = "step";
   call.handle = statement;
@@ -286,10 +290,13 @@ const unsigned char* OURS(sqlite3_column_text)(sqlite3_stmt* statement, int colu
   call.function = "column_text";
   call.text = std::to_string(column);
   call.handle = statement;
-  const unsigned char* text = Interposer::ForcedText();
-  if (text == nullptr) {
-    Silence silent;
-    text = real(statement, column);
+  const unsigned char* text = nullptr;
+  if (!Interposer::TakeForced(call.function, call.result)) {
+    text = Interposer::ForcedText();
+    if (text == nullptr) {
+      Silence silent;
+      text = real(statement, column);
+    }
   }
   call.out = text;
   Interposer::Record(call);

@@ -62,7 +62,8 @@ class CallRecorder {
 
   // Makes the next `times` calls of `function`, after `skip` untouched ones, return `result`. prepare, step, open,
   // close and create_collation are then not forwarded (a forced step moves nothing, a forced prepare delivers null, a
-  // forced open `fForcedConnection`); a forced finalize is forwarded all the same, so that nothing leaks.
+  // forced open `fForcedConnection`); a forced finalize is forwarded all the same, so that nothing leaks. A
+  // forced column_text delivers null, whatever the result.
   void Force(const std::string& function, int result, int times = 1, int skip = 0);
 
   // What a forced open delivers: null, unless a test plays SQLite handing out a certain address.

@@ -2,7 +2,8 @@
 // "file:pool:/%.db?vfs=ceph", then whatever the libraries would open in memory, or make in a TemporaryFolder, is there
 // instead, with a name of its own in place of "%". What SQLite is to load first is in SQLDB_TEST_MODULE.
 //
-// The libraries find the functions that open a database here rather than in SQLite; see cmake/call_recorder.cmake.
+// The libraries find the functions that open a database here rather than in SQLite; see cmake/call_recorder.cmake. A
+// CallRecorder can force the result of "open_v2", which then delivers null.
 
 #include <atomic>
 #include <cstdlib>
@@ -14,6 +15,8 @@
 
 #include <dlfcn.h>
 #include <sqlite3.h>
+
+#include "support/interposer.h"
 
 namespace {
 
@@ -77,6 +80,12 @@ std::string PlaceOf(const char* path, int flags) {
 }  // namespace
 
 extern "C" int sqlite3_open_v2(const char* path, sqlite3** connection, int flags, const char* vfs) {
+  int result = SQLITE_OK;
+  if (support::Interposer::Listening() && support::Interposer::TakeForced("open_v2", result)) {
+    *connection = nullptr;
+    return result;
+  }
+  const support::Silence silent;
   const std::string place = PlaceOf(path, flags);
   return place.empty() ? Open(path, connection, flags, vfs)
                        : Open(place.c_str(), connection, flags | SQLITE_OPEN_URI, vfs);
