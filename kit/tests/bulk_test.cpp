@@ -1,0 +1,254 @@
+#include "sqldb/kit/bulk.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kit_test.h"
+#include "sqldb/kit/table.h"
+
+namespace {
+
+// A word that is not to be stored if it is empty.
+struct Marked {
+  std::string text;
+};
+
+}  // namespace
+
+template <>
+struct sqldb::kit::Type<Marked> {
+  static std::string Store(const Marked& value) {
+    if (value.text.empty()) throw std::domain_error("no mark");
+    return value.text;
+  }
+  static Marked Load(const std::string& stored) { return {stored}; }
+};
+
+namespace {
+
+using namespace sqldb::kit;
+using kit_test::Part;
+using kit_test::StatementsOf;
+using kit_test::ThrownBy;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+struct Label {
+  std::int64_t id = 0;
+  Marked mark;
+
+  static constexpr auto Description() { return Describe("labels", Key("id", &Label::id), Field("mark", &Label::mark)); }
+};
+
+// The parts from `first` to `last`, made while they are read.
+class Numbers {
+ public:
+  class iterator {
+   public:
+    explicit iterator(std::int64_t number) : fPart{number, "part", 1, {}} {}
+
+    const Part& operator*() const { return fPart; }
+    iterator& operator++() {
+      ++fPart.id;
+      return *this;
+    }
+    bool operator!=(const iterator& other) const { return fPart.id != other.fPart.id; }
+
+   private:
+    Part fPart;
+  };
+
+  Numbers(std::int64_t first, std::int64_t last) : fFirst(first), fLast(last) {}
+  iterator begin() const { return iterator(fFirst); }
+  iterator end() const { return iterator(fLast + 1); }
+
+ private:
+  std::int64_t fFirst;
+  std::int64_t fLast;
+};
+
+class BulkTest : public testing::Test {
+ protected:
+  BulkTest() { fParts.Create(); }
+  ~BulkTest() override { EXPECT_EQ(StatementsOf(fDatabase).running, 0); }
+
+  std::vector<std::int64_t> Ids() { return fDatabase.All<std::int64_t>("SELECT id FROM parts ORDER BY id"); }
+  bool IsTransactionOpen() const { return sqlite3_get_autocommit(fDatabase.Core().fConnection) == 0; }
+
+  // What one report after the other is told, and whether a transaction is open then.
+  struct Report {
+    std::size_t written;
+    bool isOpen;
+    friend bool operator==(const Report& a, const Report& b) { return a.written == b.written && a.isOpen == b.isOpen; }
+  };
+  auto Noting(std::vector<Report>& reports, std::size_t stopAt = 0) {
+    return [this, &reports, stopAt](std::size_t written) {
+      reports.push_back({written, IsTransactionOpen()});
+      return written == stopAt ? Progress::kStop : Progress::kGoOn;
+    };
+  }
+
+  Database fDatabase{":memory:"};
+  Table<Part> fParts{fDatabase};
+};
+
+TEST_F(BulkTest, RecordsOfAnyRangeAreInserted) {
+  EXPECT_EQ(fParts.InsertMany(std::vector<Part>{{1, "nut", 0.5, "round"}, {2, "bolt", 0.25, {}}}), 2U);
+  EXPECT_EQ(fParts.InsertMany(std::list<Part>{{3, "saw", 9, {}}}), 1U);
+  EXPECT_EQ(fParts.InsertMany(Numbers(4, 6)), 3U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 5, 6));
+  EXPECT_EQ(fParts.Get(1), (Part{1, "nut", 0.5, "round"}));
+  EXPECT_EQ(fParts.Get(5), (Part{5, "part", 1, {}}));
+}
+
+TEST_F(BulkTest, AnUpsertOfManyReplacesWhatIsThere) {
+  fParts.Insert({2, "nut", 0.5, "round"});
+  EXPECT_EQ(fParts.UpsertMany(Numbers(1, 3)), 3U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3));
+  EXPECT_EQ(fParts.Get(2), (Part{2, "part", 1, {}}));
+}
+
+TEST_F(BulkTest, EachBatchIsATransactionAndIsReported) {
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(Numbers(1, 7), {3}, Noting(reports)), 7U);
+  EXPECT_THAT(reports, ElementsAre(Report{3, false}, Report{6, false}, Report{7, false}));
+  reports.clear();
+  EXPECT_EQ(fParts.UpsertMany(Numbers(1, 6), {3}, Noting(reports)), 6U);
+  EXPECT_THAT(reports, ElementsAre(Report{3, false}, Report{6, false}));
+}
+
+TEST_F(BulkTest, ABatchOfNoneIsAllOfThem) {
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(Numbers(1, 2500), {0}, Noting(reports)), 2500U);
+  EXPECT_THAT(reports, ElementsAre(Report{2500, false}));
+}
+
+TEST_F(BulkTest, WithoutOptionsAThousandAreWrittenAtOnce) {
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(Numbers(1, 1001), BulkOptions(), Noting(reports)), 1001U);
+  EXPECT_THAT(reports, ElementsAre(Report{1000, false}, Report{1001, false}));
+}
+
+TEST_F(BulkTest, NoRecordsAreNoBatch) {
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(std::vector<Part>(), {3}, Noting(reports)), 0U);
+  EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(BulkTest, AReportEndsTheWorkAndWhatIsWrittenStays) {
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(Numbers(1, 7), {2}, Noting(reports, 4)), 4U);
+  EXPECT_THAT(reports, SizeIs(2));
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4));
+  EXPECT_EQ(fParts.UpsertMany(Numbers(4, 7), {4}, Noting(reports, 4)), 4U);
+  EXPECT_THAT(Ids(), SizeIs(7));
+}
+
+TEST_F(BulkTest, WhatAReportThrowsEndsTheWorkBetweenTwoBatches) {
+  const auto fail = [](std::size_t) -> Progress { throw std::domain_error("enough"); };
+  EXPECT_THROW(fParts.InsertMany(Numbers(1, 7), {2}, fail), std::domain_error);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2));
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+TEST_F(BulkTest, AFailureTellsTheRecordAndLeavesNoPartOfItsBatch) {
+  fParts.Insert({6, "nut", 0.5, {}});
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(Numbers(1, 9), {2}); });
+  EXPECT_EQ(error.Message(), "UNIQUE constraint failed: parts.id");
+  EXPECT_EQ(error.Record(), 5U);
+  EXPECT_EQ(error.Written(), 4U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 6));
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+TEST_F(BulkTest, AFailureOfTheFirstRecordLeavesNone) {
+  fDatabase.Execute("DROP TABLE parts");
+  const Error error = ThrownBy([&] { fParts.InsertMany(Numbers(1, 9)); });
+  EXPECT_EQ(error.Message(), "no such table: parts");
+  EXPECT_EQ(error.Record(), 0U);
+  EXPECT_EQ(error.Written(), 0U);
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+// The end of a batch, too, may fail: here a reference to a row that is not there, which is looked at only then.
+class BulkReferenceTest : public BulkTest {
+ protected:
+  BulkReferenceTest() {
+    fDatabase.ExecuteScript(
+        "PRAGMA foreign_keys = ON; DROP TABLE parts; CREATE TABLE kinds (name TEXT PRIMARY KEY);"
+        " INSERT INTO kinds VALUES ('part');"
+        " CREATE TABLE parts (id INTEGER PRIMARY KEY, name TEXT REFERENCES kinds DEFERRABLE INITIALLY DEFERRED,"
+        " price, note)");
+  }
+  const std::vector<Part> fFive = {
+      {1, "part", 1, {}}, {2, "part", 1, {}}, {3, "part", 1, {}}, {4, "other", 1, {}}, {5, "part", 1, {}}};
+};
+
+TEST_F(BulkReferenceTest, AFailureOfTheEndOfABatchUndoesTheBatch) {
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(fFive, {2}); });
+  EXPECT_EQ(error.Message(), "FOREIGN KEY constraint failed");
+  EXPECT_EQ(error.Record(), 4U);
+  EXPECT_EQ(error.Written(), 2U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2));
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+TEST_F(BulkReferenceTest, AFailureOfTheEndOfTheLastBatchTellsTheNumberOfAll) {
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(fFive, {3}); });
+  EXPECT_EQ(error.Record(), 5U);
+  EXPECT_EQ(error.Written(), 3U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3));
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+TEST_F(BulkTest, WhatATypeThrowsPassesThroughAndUndoesItsBatch) {
+  const Table<Label> labels(fDatabase);
+  labels.Create();
+  const std::vector<Label> four = {{1, {"a"}}, {2, {"b"}}, {3, {"c"}}, {4, {}}};
+  EXPECT_THROW(labels.InsertMany(four, {2}), std::domain_error);
+  EXPECT_THAT(fDatabase.All<std::string>("SELECT mark FROM labels"), ElementsAre("a", "b"));
+  EXPECT_FALSE(IsTransactionOpen());
+}
+
+TEST_F(BulkTest, InsideATransactionABatchIsAPartOfIt) {
+  fParts.Insert({6, "nut", 0.5, {}});
+  std::vector<Report> reports;
+  {
+    Transaction transaction(fDatabase);
+    fParts.InsertMany(Numbers(11, 13), {2}, Noting(reports));
+    EXPECT_THAT(reports, ElementsAre(Report{2, true}, Report{3, true}));
+    const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(Numbers(1, 9), {4}); });
+    EXPECT_EQ(error.Record(), 5U);
+    EXPECT_EQ(error.Written(), 4U);
+    EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 6, 11, 12, 13));
+    transaction.Commit();
+  }
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 6, 11, 12, 13));
+  {
+    const Transaction undone(fDatabase);
+    fParts.InsertMany(Numbers(21, 29), {2});
+  }
+  EXPECT_THAT(Ids(), SizeIs(8));
+}
+
+TEST_F(BulkTest, InsideATransactionOfTheProgramsOwnABatchIsNothing) {
+  fParts.Insert({6, "nut", 0.5, {}});
+  std::vector<Report> reports;
+  fDatabase.Execute("BEGIN");
+  EXPECT_EQ(fParts.InsertMany(Numbers(11, 13), {2}, Noting(reports)), 3U);
+  EXPECT_THAT(reports, ElementsAre(Report{2, true}, Report{3, true}));
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(Numbers(1, 9), {4}); });
+  EXPECT_EQ(error.Record(), 5U);
+  EXPECT_EQ(error.Written(), 5U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 5, 6, 11, 12, 13));
+  EXPECT_TRUE(IsTransactionOpen());
+  fDatabase.Execute("ROLLBACK");
+  EXPECT_THAT(Ids(), ElementsAre(6));
+}
+
+}  // namespace
