@@ -72,7 +72,7 @@ class ValueReader {
         return BindReal(target, Real());
       case Kind::kText:
         return BindText(target, Bytes(header));
-      case Kind::kBlob:
+      default:
         return BindBlob(target, Bytes(header));
     }
   }

@@ -9,14 +9,12 @@ namespace sqldb::kit::detail {
 
 namespace {
 
-// How often the statement has compiled itself anew, because the schema or a bound pattern had changed. An engine that
-// does not count it is taken to have done so each time.
-int Compilations(sqlite3_stmt* statement) {
+// How often the statement has compiled itself anew, because the schema or a bound pattern had changed.
+int Compilations([[maybe_unused]] sqlite3_stmt* statement) {
 #ifdef SQLITE_STMTSTATUS_REPREPARE
   return sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_REPREPARE, 0);
 #else
-  static_cast<void>(statement);
-  return -1;
+  return 0;
 #endif
 }
 
@@ -99,12 +97,16 @@ bool IsInOrder(const std::vector<int>& columns) {
 
 void FindColumns(KeptStatement& kept, const RowShape& shape) {
   const int compilations = Compilations(kept.statement);
-  if (kept.map.shape == &shape && kept.map.compilations == compilations && compilations >= 0) return;
+  if (kept.map.shape == &shape && kept.map.compilations == compilations) return;
   kept.map.shape = nullptr;
   kept.map.columns = ColumnFinder(kept.statement, shape).Find();
   if (IsInOrder(kept.map.columns)) kept.map.columns.clear();
+#ifdef SQLITE_STMTSTATUS_REPREPARE
   kept.map.shape = &shape;
   kept.map.compilations = compilations;
+#else
+    // The engine does not count it, and is taken to have done so each time.
+#endif
 }
 
 // The columns of a row, one after the other.

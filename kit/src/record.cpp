@@ -1,6 +1,5 @@
 #include "sqldb/kit/record.h"
 
-#include <limits>
 #include <optional>
 #include <string>
 
@@ -45,10 +44,8 @@ inline bool LoadAtOnce(sqlite3_stmt* statement, int column, Shortcut shortcut, v
   return true;
 }
 
-// The same for binding. A real number that is none cannot be bound at once, nor a text of more than SQLite's smaller
-// integers count.
+// The same for binding. A real number that is none cannot be bound at once.
 inline bool BindAtOnce(const Target& target, Shortcut shortcut, const void* member) {
-  if (target.statement == nullptr || !target.isLasting) return false;
   int result = SQLITE_OK;
   if (shortcut == Shortcut::kInt64) {
     result = sqlite3_bind_int64(target.statement, target.parameter, *static_cast<const std::int64_t*>(member));
@@ -58,9 +55,8 @@ inline bool BindAtOnce(const Target& target, Shortcut shortcut, const void* memb
     result = sqlite3_bind_double(target.statement, target.parameter, value);
   } else if (shortcut == Shortcut::kString) {
     const auto& text = *static_cast<const std::string*>(member);
-    if (text.size() > std::numeric_limits<int>::max()) return false;
-    result = sqlite3_bind_text(target.statement, target.parameter, text.data(), static_cast<int>(text.size()),
-                               SQLITE_STATIC);
+    result =
+        sqlite3_bind_text64(target.statement, target.parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
   } else {
     return false;
   }

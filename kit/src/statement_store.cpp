@@ -1,6 +1,7 @@
 #include "statement_store.h"
 
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "compile.h"
@@ -39,7 +40,8 @@ std::uint64_t Hash(const StatementKey& key) {
 
 inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key) noexcept {
   for (KeptStatement* kept = Bucket(hash); kept != nullptr; kept = kept->nextOfBucket) {
-    if (kept->hash == hash && kept->owner == key.owner && kept->kind == key.kind && kept->key == key.text) return kept;
+    const auto of = std::tie(kept->hash, kept->owner, kept->kind, kept->key);
+    if (of == std::tie(hash, key.owner, key.kind, key.text)) return kept;
   }
   return nullptr;
 }

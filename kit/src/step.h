@@ -14,8 +14,8 @@ namespace sqldb::kit::detail {
 [[noreturn]] void ThrowFailedStep(KeptStatement& kept, int result);
 
 // Runs to the next row. Returns false if there is none left. Throws Error; the statement is then reset.
+// REQUIRES: the connection has not let go of it.
 inline bool StepOnce(KeptStatement& kept) {
-  if (kept.statement == nullptr) ThrowLetGo(kept);
   if (kept.isWriting) kept.connection->fLevels.BeforeWrite(kept.connection->Core());
   int result;
   {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
-#include <stdexcept>
 
 #include <sqlite3.h>
 
+#include "encoded_size.h"
 #include "sqldb/encoding.h"
 #include "sqldb/kit/error.h"
 
@@ -162,10 +162,7 @@ void FillWithText(const Source& source, char* characters, std::size_t size) {
 }  // namespace detail
 
 std::string Type<EncodedBytes>::Store(const EncodedBytes& value) {
-  // So many that their encoding, too, is counted by an int.
-  constexpr std::size_t kMost = 2000000000;
-  if (value.bytes.size() > kMost) throw std::length_error("More bytes than a text can hold.");
-  const auto size = static_cast<int>(value.bytes.size());
+  const int size = detail::CountForEncoding(value.bytes.size());
   std::string text(static_cast<std::size_t>(sqlite_encode_binary(value.bytes.data(), size, nullptr)) + 1, '\0');
   sqlite_encode_binary(value.bytes.data(), size, reinterpret_cast<unsigned char*>(text.data()));
   text.pop_back();

@@ -114,8 +114,36 @@ TEST_F(QueryTest, LocalStructNeedsNoTable) {
   EXPECT_EQ(total.worth, 0.75);
 }
 
+// In all of SQLite's quotes.
+struct Spaced {
+  int first = 0;
+  int second = 0;
+
+  static constexpr auto Description() {
+    return Describe(Field("`a b`", &Spaced::first), Field("[c d]", &Spaced::second));
+  }
+};
+
 TEST_F(QueryTest, QuotesOfAFieldsNameAreNotOfTheColumns) {
   EXPECT_EQ(fDatabase.One<Loose>("SELECT 2 AS \"b\", 1 AS a").b, 2);
+  const auto spaced = fDatabase.One<Spaced>("SELECT 2 AS \"c d\", 1 AS \"a b\"");
+  EXPECT_EQ(spaced.first, 1);
+  EXPECT_EQ(spaced.second, 2);
+}
+
+TEST_F(QueryTest, ColumnWhoseNameOnlyBeginsAsTheFieldsIsAnotherOne) {
+  EXPECT_EQ(fDatabase.One<Kind>("SELECT 'no' AS label2, 'yes' AS label, 1 AS id").label, "yes");
+}
+
+TEST_F(QueryTest, OptionalThatIsReadOverIsEmptiedAndFilled) {
+  const auto read = [&](auto value, const char* sql) {
+    std::vector<decltype(value)> values;
+    for (const auto& row : fDatabase.Query<decltype(value)>(sql)) values.push_back(row);
+    return values;
+  };
+  EXPECT_THAT(read(std::optional<std::string>(), "VALUES ('a'), ('bc'), (NULL), ('d')"),
+              ElementsAre("a", "bc", std::nullopt, "d"));
+  EXPECT_THAT(read(std::optional<int>(), "VALUES (1), (2), (NULL), (3)"), ElementsAre(1, 2, std::nullopt, 3));
 }
 
 TEST_F(QueryTest, ColumnThatIsMissingIsNamedAndNothingIsDone) {

@@ -379,6 +379,76 @@ TEST_F(TableTest, SecondRowOfKeyZeroIsToldAboutNumbering) {
             "UNIQUE constraint failed: numbered.name");
 }
 
+// A table whose rows have a key that the struct does not declare as SQLite's own.
+struct Plain {
+  std::int64_t rowid = 0;
+  std::string name;
+
+  static constexpr auto Description() {
+    return Describe("plain", Key("rowid", &Plain::rowid), Field("name", &Plain::name));
+  }
+};
+
+TEST_F(TableTest, SecondRowOfRowidZeroIsToldAboutNumberingToo) {
+  database.Execute("CREATE TABLE plain (name TEXT)");
+  const Table<Plain> plain(database);
+  plain.Insert({0, "a"});
+  plain.Insert({1, "a"});
+  const Error error = ThrownBy<ConstraintError>([&] { plain.Insert({0, "a"}); });
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_ROWID);
+  EXPECT_THAT(std::string(error.Message()), HasSubstr("the key is 0"));
+  EXPECT_EQ(ThrownBy<ConstraintError>([&] {
+              plain.Insert({1, "a"});
+            }).Message(),
+            "UNIQUE constraint failed: plain.rowid");
+}
+
+// A record whose only field is its key.
+template <typename T>
+struct Alone {
+  T key;
+
+  static constexpr auto Description() { return Describe("alone", Key("key", &Alone::key)); }
+};
+
+TEST_F(TableTest, OnlyAKeyThatIsTheNumberZeroIsToldAboutNumbering) {
+  const auto expectPlain = [&](const auto& record) {
+    const Table<std::decay_t<decltype(record)>> alone(database);
+    alone.Create();
+    alone.Insert(record);
+    const Error error = ThrownBy<ConstraintError>([&] { alone.Insert(record); });
+    EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_PRIMARYKEY);
+    EXPECT_EQ(error.Message(), "UNIQUE constraint failed: alone.key");
+    alone.Drop();
+  };
+  expectPlain(Alone<std::string>{"0"});
+  expectPlain(Alone<std::string>{""});
+  expectPlain(Alone<double>{0});
+  expectPlain(Alone<Blob>{{0}});
+  expectPlain(Alone<std::int64_t>{1});
+  // A key that SQLite numbers is at fault for nothing; here it is what a trigger inserts.
+  const Table<Numbered> numbered(database);
+  numbered.Create();
+  database.Execute("CREATE TRIGGER t AFTER INSERT ON numbered BEGIN INSERT INTO parts VALUES (1, '', 0, NULL); END");
+  EXPECT_EQ(ThrownBy<ConstraintError>([&] {
+              numbered.Insert({{}, "a"});
+            }).Message(),
+            "UNIQUE constraint failed: parts.id");
+}
+
+TEST_F(TableTest, MoreValuesThanAStatementTakesAreLiterals) {
+  sqlite3_limit(database.Core().fConnection, SQLITE_LIMIT_VARIABLE_NUMBER, 10);
+  Term any = name == "none";
+  for (int i = 2; i < 20; ++i) any = any || id == i;
+  EXPECT_EQ(parts.Count(any), 2);
+  EXPECT_TRUE(parts.Has(any));
+  EXPECT_EQ(parts.Select(any).OrderBy(Descending(id)).Limit(1).Offset(1).All().at(0).id, 2);
+  EXPECT_EQ(parts.Update(any, Set(name, "it's"), Set(note, std::nullopt)), 2);
+  EXPECT_THAT(Content(), ElementsAre("1 bolt 0.25 -", "2 it's 0.5 -", "3 it's 9.5 -"));
+  EXPECT_EQ(parts.Delete(any), 2);
+  EXPECT_EQ(parts.Count(), 1);
+}
+
 TEST_F(TableTest, ValueThatCannotBeStoredIsAnErrorAndTheNextWriteWorks) {
   EXPECT_EQ(ThrownBy<ConversionError>([&] { parts.Insert({4, "x", kNan, {}}); }).Message(), "NaN cannot be stored.");
   EXPECT_THROW(parts.Replace({1, "x", kNan, {}}), ConversionError);

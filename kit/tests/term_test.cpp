@@ -96,6 +96,22 @@ TEST(Term, WithoutAConditionIsEmpty) {
   EXPECT_FALSE(EveryRow().IsEmpty());
 }
 
+TEST(Term, LiteralDoesNotBecomeOneWithTheNameOrNumberBesideIt) {
+  EXPECT_EQ(TextOf(Where("a LIKE?OR b", 1)), " (a LIKE 1 OR b)");
+  EXPECT_EQ(TextOf(Where("a=?and b", 1)), " (a=1 and b)");
+  EXPECT_EQ(TextOf(Where("a+1?", 5)), " (a+1 5)");
+  EXPECT_EQ(TextOf(Where("_?_", 5)), " (_ 5 _)");
+  EXPECT_EQ(TextOf(Where("\xC3\xA9?\xC3\xA9", 5)), " (\xC3\xA9 5 \xC3\xA9)");
+  EXPECT_EQ(TextOf(Where("a|?|b OR c~?", 5, 6)), " (a|5|b OR c~6)");
+}
+
+TEST(Term, DollarIsAPartOfANameButBeginsAParameter) {
+  EXPECT_EQ(TextOf(Where("a$ = b$$c AND d$ = ?", 1)), " (a$ = b$$c AND d$ = 1)");
+  for (const char* const sql : {"$a = 1", "1 = $a", "#1 = 1", "#a"}) {
+    EXPECT_EQ(ThrownBy([&] { Where(sql); }).Message(), "The parameters of a term are question marks.") << sql;
+  }
+}
+
 TEST(Term, PrintsABlankAndItsValuesAsLiteralsForTheCore) {
   EXPECT_TRUE(A().Core()->NotEmpty());
   EXPECT_EQ(TextOf(price < 1.5), " price < 1.5");
@@ -310,6 +326,9 @@ TEST(Term, LikeTakesAPatternAndAnEscape) {
   EXPECT_EQ(TextOf(Like(name, "a", '\'')), " name LIKE 'a' ESCAPE ''''");
   EXPECT_EQ(ThrownBy([] { Like(name, std::string_view("a\0b", 3)); }).Message(),
             "A pattern of LIKE cannot have a zero byte.");
+  for (const char escape : {'\0', '\x80', '\xFF'}) {
+    EXPECT_EQ(ThrownBy([&] { Like(name, "a", escape); }).Message(), "The escape of LIKE is one ASCII character.");
+  }
 }
 
 TEST(Term, EscapedForLikeEscapesWildcardsAndTheEscapeItself) {
@@ -344,12 +363,17 @@ TEST(Term, SetTakesNullForAnOptionalMember) {
   EXPECT_EQ(TextOf(Set(note, std::optional<std::string>())), " note = NULL");
   EXPECT_EQ(TextOf(Set(note, std::optional<std::string>("a"))), " note = 'a'");
   EXPECT_EQ(TextOf(Set(weight, std::optional<double>(0.5))), " weight = 0.5");
+  EXPECT_EQ(TextOf(Set(weight, std::optional<int>(2))), " weight = 2");
+  EXPECT_EQ(TextOf(Set(weight, std::optional<int>())), " weight = NULL");
   EXPECT_EQ(TextOf(Set(note, "a")), " note = 'a'");
 }
 
 // What the record could not be read with again.
 TEST(Term, SetRefusesWhatTheMemberCannotHold) {
   EXPECT_EQ(ThrownBy<ConversionError>([] { Set(small, 128); }).Message(), "column small cannot hold such a number");
+  for (const double value : {-1e19, 1e19, 0.5, -128.5, -129.0}) {
+    EXPECT_THROW(Set(small, value), ConversionError) << value;
+  }
   for (const auto& action :
        std::vector<void (*)()>{[] { Set(small, -129); }, [] { Set(id, 1.5); }, [] { Set(id, 9223372036854775808.0); },
                                [] { Set(single, 0.1); }, [] { Set(single, 1e300); }, [] { Set(large, -1); },

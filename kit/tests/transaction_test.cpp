@@ -13,6 +13,7 @@
 #include "sqldb/database.h"
 #include "sqldb/kit/leftovers.h"
 #include "support/allocations.h"
+#include "support/engine.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -918,6 +919,86 @@ TEST_F(TransactionTest, ALevelThatTheCoreHasEndedIsNotRolledBackWithAClosedDatab
   }
   core->EndTransaction(true, false);
   EXPECT_THAT(Seen(), ElementsAre(1, 2, 3));
+
+TEST_F(TransactionTest, OfALevelThatTheCoreEndedNothingIsLeftForTheEnd) {
+  const auto core = boost::make_shared<SQLDatabase>(Path(), false);
+  core->Open();
+  core->BeginTransaction();
+  core->BeginTransaction();
+  {
+    std::optional<Database> database(core);
+    const Transaction third(*database);
+    core->EndTransaction(true, false);
+    core->EndTransaction(true, false);
+    const Transaction second(*database);
+    database.reset();
+    EXPECT_EQ(core->fTransactionDepth, 1);
+    EXPECT_FALSE(core->fTransactionOK);
+  }
+  core->EndTransaction(true, false);
+  EXPECT_EQ(core->fTransactionDepth, 0);
+}
+
+TEST_F(TransactionTest, ASavepointOfALevelThatHasEndedUndoesNothing) {
+  Write(1);
+  {
+    Transaction outer(fDatabase);
+    Write(2);
+    std::optional<Transaction> inner(fDatabase);
+    std::optional<Savepoint> savepoint(fDatabase);
+    Write(3);
+    inner.reset();
+    savepoint.reset();
+    EXPECT_THAT(fDatabase.All<int>("SELECT a FROM t"), ElementsAre(1, 2, 3));
+    EXPECT_EQ(Core().fTransactionDepth, 1);
+    ExpectError(CommitError(outer), kVetoed, SQLITE_ABORT_ROLLBACK);
+  }
+  EXPECT_THAT(Seen(), ElementsAre(1));
+}
+
+TEST_F(TransactionTest, ACommitTellsThatSQLiteHasRolledBackThoughASavepointIsOpen) {
+  Transaction transaction(fDatabase);
+  const Savepoint savepoint(fDatabase);
+  fDatabase.Execute("ROLLBACK");
+  ExpectError(CommitError(transaction), kRolledBack, SQLITE_ABORT_ROLLBACK);
+}
+
+// While a statement is at work that writes, SQLite neither begins nor ends a part.
+TEST_F(TransactionTest, ASavepointThatSQLiteRefusesIsNone) {
+  if (support::IsOlderThan(3035000)) GTEST_SKIP() << "RETURNING needs SQLite 3.35";
+  Transaction transaction(fDatabase);
+  sqlite3_stmt* writing = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(Core().fConnection, "INSERT INTO t VALUES (1), (2) RETURNING a", -1, &writing, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(writing), SQLITE_ROW);
+  ExpectError(ThrownBy<BusyError>([&] { const Savepoint savepoint(fDatabase); }),
+              "cannot open savepoint - SQL statements in progress", SQLITE_BUSY);
+  sqlite3_finalize(writing);
+  {
+    const Savepoint savepoint(fDatabase);
+    Write(3);
+  }
+  transaction.Commit();
+  EXPECT_THAT(Seen(), ElementsAre(1, 2));
+}
+
+TEST_F(TransactionTest, ASavepointWhoseReleaseSQLiteRefusesIsStillOpen) {
+  if (support::IsOlderThan(3035000)) GTEST_SKIP() << "RETURNING needs SQLite 3.35";
+  Transaction transaction(fDatabase);
+  {
+    Savepoint savepoint(fDatabase);
+    sqlite3_stmt* writing = nullptr;
+    ASSERT_EQ(
+        sqlite3_prepare_v2(Core().fConnection, "INSERT INTO t VALUES (1), (2) RETURNING a", -1, &writing, nullptr),
+        SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(writing), SQLITE_ROW);
+    ExpectError(ThrownBy<BusyError>([&] { savepoint.Release(); }),
+                "cannot release savepoint - SQL statements in progress", SQLITE_BUSY);
+    sqlite3_finalize(writing);
+    savepoint.Release();
+  }
+  transaction.Commit();
+  EXPECT_THAT(Seen(), ElementsAre(1, 2));
 }
 
 TEST_F(TransactionTest, EverythingMayOutliveACoreThatIsDestroyed) {

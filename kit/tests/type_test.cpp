@@ -13,6 +13,7 @@
 
 #include <sqlite3.h>
 
+#include "encoded_size.h"
 #include "kit_test.h"
 #include "literal.h"
 #include "sqldb/database.h"
@@ -274,6 +275,11 @@ TEST_F(TypeTest, BlobsRoundTrip) {
   ExpectRoundTrip(Blob{}, "blob");
   ExpectRoundTrip(Blob{0}, "blob");
   ExpectRoundTrip(AllBytes(), "blob");
+}
+
+TEST(EncodedBytesTest, SoManyBytesAreEncodedAsTheirTextCanHold) {
+  EXPECT_EQ(sqldb::kit::detail::CountForEncoding(2000000000), 2000000000);
+  EXPECT_THROW(sqldb::kit::detail::CountForEncoding(2000000001), std::length_error);
 }
 
 TEST_F(TypeTest, EncodedBytesRoundTripInTheirEncoding) {

@@ -233,7 +233,9 @@ class RowIterator {
   /// Behind the last row.
   RowIterator() = default;
   /// Runs the statement from its beginning, and reads its first row.
-  explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)) { Read(fReader.First()); }
+  explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)) {
+    if (fReader.First()) LoadRow(fReader, fRow.emplace());
+  }
   /// Over rows that are there, and stay there.
   RowIterator(const KeptRow<Row>* firstRow, const KeptRow<Row>* behindLastRow)
       : fKept(firstRow), fKeptEnd(behindLastRow) {}
@@ -273,18 +275,6 @@ class RowIterator {
       throw;
     }
     if (!isThere) fRow.reset();
-  }
-  void Read(bool isThere) {
-    if (!isThere) {
-      fRow.reset();
-      return;
-    }
-    try {
-      LoadRow(fReader, fRow ? *fRow : fRow.emplace());
-    } catch (...) {
-      fRow.reset();
-      throw;
-    }
   }
 
   RowReader fReader;

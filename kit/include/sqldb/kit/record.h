@@ -193,7 +193,8 @@ const RecordLayout& LayoutOf() {
 
 /// Loads the fields from the columns, from `column` on in the order of the fields.
 SQLDB_EXPORT void LoadRecord(sqlite3_stmt* statement, int column, const RecordLayout& layout, void* record);
-/// Binds the fields, in their order.
+/// Binds the fields, in their order. REQUIRES: `first` is a parameter of a statement, and the record stays until that
+/// has run.
 SQLDB_EXPORT void BindRecord(const Target& first, const RecordLayout& layout, const void* record);
 
 }  // namespace detail
