@@ -374,6 +374,8 @@ TEST(Term, SetRefusesWhatTheMemberCannotHold) {
   for (const double value : {-1e19, 1e19, 0.5, -128.5, -129.0}) {
     EXPECT_THROW(Set(small, value), ConversionError) << value;
   }
+  EXPECT_THROW(Set(id, -1e19), ConversionError);
+  EXPECT_THROW(Set(id, 1e19), ConversionError);
   for (const auto& action :
        std::vector<void (*)()>{[] { Set(small, -129); }, [] { Set(id, 1.5); }, [] { Set(id, 9223372036854775808.0); },
                                [] { Set(single, 0.1); }, [] { Set(single, 1e300); }, [] { Set(large, -1); },
