@@ -919,6 +919,7 @@ TEST_F(TransactionTest, ALevelThatTheCoreHasEndedIsNotRolledBackWithAClosedDatab
   }
   core->EndTransaction(true, false);
   EXPECT_THAT(Seen(), ElementsAre(1, 2, 3));
+}
 
 TEST_F(TransactionTest, OfALevelThatTheCoreEndedNothingIsLeftForTheEnd) {
   const auto core = boost::make_shared<SQLDatabase>(Path(), false);
