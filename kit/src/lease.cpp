@@ -90,8 +90,6 @@ sqlite3_stmt* Lease::Statement() const {
   return fKept->statement;
 }
 
-int Lease::ColumnCount() const noexcept { return fKept->columnCount; }
-
 std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
 
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }

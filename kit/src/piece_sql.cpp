@@ -51,16 +51,12 @@ class SqlWriter {
     while (!fTasks.empty()) {
       const Task task = fTasks.back();
       fTasks.pop_back();
-      switch (task.kind) {
-        case Task::kSql:
-          fSql += task.sql;
-          break;
-        case Task::kOperands:
-          AddOperands(task);
-          break;
-        case Task::kOperand:
-          WriteOperand(task);
-          break;
+      if (task.kind == Task::kSql) {
+        fSql += task.sql;
+      } else if (task.kind == Task::kOperands) {
+        AddOperands(task);
+      } else {
+        WriteOperand(task);
       }
     }
   }

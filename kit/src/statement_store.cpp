@@ -64,7 +64,6 @@ std::unique_ptr<KeptStatement> StatementStore::Compiled(sqlite3* handle, std::st
   made->sql = std::move(sql);
   made->statement = CompileOne(handle, made->sql);
   made->parameterCount = sqlite3_bind_parameter_count(made->statement);
-  made->columnCount = sqlite3_column_count(made->statement);
   made->isWriting = sqlite3_stmt_readonly(made->statement) == 0;
   return made;
 }

@@ -57,7 +57,6 @@ struct KeptStatement {
   // How many leases share it; 0: idle.
   int users = 0;
   int parameterCount = 0;
-  int columnCount = 0;
   bool isWriting = false;
   // Whether it stands on a row.
   bool isRunning = false;

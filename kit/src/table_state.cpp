@@ -40,9 +40,10 @@ void ListNumbered(std::string& sql, const RecordLayout& layout, const char* sepa
   });
 }
 
-void AddWhereKey(std::string& sql, const RecordLayout& layout) {
-  sql += " WHERE ";
+std::string WhereKey(const RecordLayout& layout) {
+  std::string sql = " WHERE ";
   List(sql, layout, " AND ", IsKey, [&](const FieldEntry& field, int) { sql.append(field.name).append(" = ?"); });
+  return sql;
 }
 
 std::string InsertSql(const char* verb, const TableState& table) {
@@ -88,11 +89,8 @@ void AddColumnDefinition(std::string& sql, const FieldEntry& field, bool isOnlyK
 
 std::string TableState::Sql(Fixed which) const {
   switch (which) {
-    case kFind: {
-      std::string sql = SelectSql(false);
-      AddWhereKey(sql, layout);
-      return sql;
-    }
+    case kFind:
+      return SelectSql(false) + WhereKey(layout);
     case kInsert:
       return InsertSql("INSERT", *this);
     case kInsertOrIgnore:
@@ -103,11 +101,8 @@ std::string TableState::Sql(Fixed which) const {
       return InsertSql("REPLACE", *this);
     case kUpdate:
       return UpdateSql(*this);
-    default: {
-      std::string sql = "DELETE FROM " + name;
-      AddWhereKey(sql, layout);
-      return sql;
-    }
+    default:
+      return "DELETE FROM " + name + WhereKey(layout);
   }
 }
 

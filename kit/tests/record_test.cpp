@@ -192,7 +192,7 @@ TEST(Record, MembersMayBeThoseOfBasesAlsoOfTheSecond) {
 }
 
 TEST(Record, ColumnsOfBasesAreNamedByTheirRecord) {
-  constexpr Column mark = ColumnOf<Letter>(&Letter::mark);
+  const Column mark = ColumnOf<Letter>(&Letter::mark);
   constexpr Column title = ColumnOf<Letter>(&Letter::title);
   EXPECT_STREQ(mark.Name(), "mark");
   EXPECT_STREQ(title.Name(), "title");
@@ -216,6 +216,42 @@ TEST(Record, MayHaveMembersThatCanOnlyBeMoved) {
   int sum = 0;
   for (const Unread& each : table.Select()) sum += each.number;
   EXPECT_EQ(sum, 3);
+}
+
+// A description is a constant as a rule. Here it is made while the program runs, by the same functions.
+TEST(Record, IsDescribedWhileTheProgramRunsToo) {
+  struct Sheet {
+    int number = 0;
+    std::string title;
+  };
+  const auto description =
+      Describe("sheets", Key("number", &Sheet::number), Field("title", &Sheet::title).Unique().Collate("NOCASE"));
+  EXPECT_STREQ(description.table, "sheets");
+  const auto& [number, title] = description.fields;
+  EXPECT_TRUE(number.IsKey());
+  EXPECT_FALSE(number.IsUnique());
+  EXPECT_EQ(number.Collation(), nullptr);
+  EXPECT_STREQ(title.Name(), "title");
+  EXPECT_EQ(title.Member(), &Sheet::title);
+  EXPECT_FALSE(title.IsKey());
+  EXPECT_TRUE(title.IsUnique());
+  EXPECT_STREQ(title.Collation(), "NOCASE");
+  EXPECT_EQ(Describe(Field("title", &Sheet::title)).table, nullptr);
+  EXPECT_STREQ(Described<kit_test::Part>::Description().table, "parts");
+
+  const auto both = std::make_index_sequence<2>();
+  EXPECT_TRUE(detail::AreNamesDifferent(description.fields, both));
+  const auto twice = Describe(Field("title", &Sheet::title), Field("title", &Sheet::title));
+  EXPECT_FALSE(detail::AreNamesDifferent(twice.fields, both));
+}
+
+TEST(Record, ItsKeyIsCheckedWhileTheProgramRunsToo) {
+  EXPECT_TRUE(detail::HasTable<kit_test::Part>());
+  EXPECT_EQ(detail::KeyCount<kit_test::Part>(), 1U);
+  const auto one = std::make_index_sequence<1>();
+  EXPECT_TRUE((detail::CanBeKeys<kit_test::Part, int>(one)));
+  EXPECT_FALSE((detail::CanBeKeys<kit_test::Part, std::string>(one)));
+  EXPECT_FALSE((detail::CanBeKey<kit_test::Part, int>(1)));
 }
 
 }  // namespace

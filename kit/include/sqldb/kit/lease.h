@@ -163,7 +163,6 @@ class SQLDB_EXPORT Lease {
 
   /// Throws Error if the database has been closed meanwhile.
   sqlite3_stmt* Statement() const;
-  int ColumnCount() const noexcept;
   /// Valid as long as the lease.
   std::string_view Sql() const noexcept;
   /// Whether running it may change the file.
