@@ -21,8 +21,9 @@ Token TokenOf(Word word) { return static_cast<Token>(*word & kKindMask); }
 std::size_t TextSize(Word word) { return static_cast<std::size_t>(*word >> kKindBits); }
 
 const char* Address(Word word) {
+  const auto value = static_cast<std::uintptr_t>(*word);
   const char* address;
-  std::memcpy(&address, word, sizeof address);
+  std::memcpy(&address, &value, sizeof address);
   return address;
 }
 

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "sqldb/export.h"
 
@@ -32,12 +31,7 @@ class SQLDB_EXPORT Words {
     }
   }
   void Add(const std::uint64_t* words, std::size_t count);
-  /// So that std::memcpy from the word brings it back.
-  void Add(const void* address) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, &address, sizeof address);
-    Add(word);
-  }
+  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
   void Add(const Words& words) { Add(words.begin(), words.Size()); }
 
   std::size_t Size() const noexcept { return fSize; }
