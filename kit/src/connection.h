@@ -3,11 +3,16 @@
 
 // What the kit keeps for one connection: the core's database, and the compiled statements.
 
+// Before anything else complains about it.
+#include <sqlite3.h>
+#if SQLITE_VERSION_NUMBER < 3015000
+#error "sqldb::kit needs SQLite 3.15 or newer."
+#endif
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-#include <sqlite3.h>
 #include <boost/shared_ptr.hpp>
 
 #include "database/connection_record.h"
@@ -17,10 +22,6 @@
 #include "sqldb/kit/lease.h"
 #include "statement_store.h"
 #include "table_state.h"
-
-#if SQLITE_VERSION_NUMBER < 3015000
-#error "sqldb::kit needs SQLite 3.15 or newer."
-#endif
 
 namespace sqldb::kit::detail {
 

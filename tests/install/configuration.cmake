@@ -43,7 +43,8 @@ endfunction()
 # What is left out is not installed either.
 function(expect_kit wanted)
   file(READ ${FOLDER}/cmake_install.cmake installation)
-  string(REGEX MATCH "sqldb_kit|sqldb-kit|/kit/" kit "${installation}")
+  # The project may itself lie in a folder of this name.
+  string(REGEX MATCH "sqldb_kit|sqldb-kit|sqldb/kit|/kit/include" kit "${installation}")
   file(READ ${FOLDER}/sqldbConfig.cmake found)
   if(wanted AND NOT (kit AND found MATCHES "it has sqldb and kit\\."))
     message(SEND_ERROR "the kit is not installed:\n${installation}")
