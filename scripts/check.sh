@@ -102,8 +102,7 @@ run_valgrind() {
   check "signed-char: test" build/signed-char/tests/sqldb_tests --gtest_brief=1
   check "signed-char: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_brief=1
   under_valgrind "valgrind: test" build/signed-char/tests/sqldb_tests
-  # Without the hundreds of thousands of values, which the sanitizers see.
-  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_filter=-LiteralFuzzTest.*
+  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests
 }
 
 # The program with the call recorder is one of them: it sees that the library calls this engine as it calls SQLite.
