@@ -1,6 +1,7 @@
 #include "sqldb/kit/bulk.h"
 
 #include "connection.h"
+#include "record_values.h"
 #include "step.h"
 
 namespace sqldb::kit::detail {
@@ -16,7 +17,7 @@ void BulkWriter::BeginBatch() {
   } else if (IsOver(core)) {
     fTransaction.emplace(connection, Begin::kImmediate);
   }
-  fStatement = fTable.Prepared(fWhat);
+  fStatement = Lease(fTable.Lend(fWhat));
 }
 
 void BulkWriter::EndBatch() {
@@ -32,7 +33,7 @@ void BulkWriter::EndBatch() {
 bool BulkWriter::Write(const void* record) {
   try {
     if (fInBatch == 0) BeginBatch();
-    BindRecord(Target{fStatement.Statement(), 1, true}, fTable.Layout(), record);
+    BindRecord(fStatement.Statement(), fTable.Layout(), record);
     KeptStatement& kept = fStatement.Kept();
     StepOnce(kept);
     kept.Reset();

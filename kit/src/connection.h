@@ -83,6 +83,21 @@ class Connection : private ConnectionWatcher {
   int fBusyTimeout = 0;
 };
 
+inline KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
+  idle.users = 1;
+  fConnection.AddUser();
+  return idle;
+}
+
+inline void StatementStore::GiveBack(KeptStatement& kept) noexcept {
+  const StatementStore& store = kept.connection->fStatements;
+  const bool isAlone = kept.users == 1 && &kept == store.fNewest && store.fCount <= store.fMost;
+  if (!isAlone || kept.stay == KeptStatement::Stay::kNone) return GiveBackWithMore(kept);
+  kept.Reset();
+  kept.users = 0;
+  kept.connection->RemoveUser();
+}
+
 // The time in which a statement of the kit is compiled or stepped, and waits for a busy file.
 class Working {
  public:

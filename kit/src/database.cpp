@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "binding.h"
 #include "connection.h"
 #include "opening.h"
 
@@ -49,7 +50,7 @@ detail::Lease Database::Begin(std::string_view sql, const detail::Argument* argu
                               detail::Values values) {
   Connection();
   detail::Lease lease(*fConnection, sql);
-  lease.Bind(arguments, count, values);
+  detail::BindAll(lease.Kept(), arguments, count, values);
   return lease;
 }
 

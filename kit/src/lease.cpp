@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "binding.h"
 #include "compile.h"
 #include "connection.h"
 #include "step.h"
@@ -19,15 +20,7 @@ std::string Plural(std::size_t number, const char* noun) {
   throw Error(message, SQLITE_MISUSE, kept.Sql());
 }
 
-void CheckCount(const KeptStatement& kept, std::size_t count) {
-  const auto wanted = static_cast<std::size_t>(kept.parameterCount);
-  if (count != wanted) {
-    ThrowMisuse("The statement has " + Plural(wanted, "parameter") + ", and is given " + Plural(count, "value") + ".",
-                kept);
-  }
-}
-
-// The places of the parameters that the arguments name; all of them are then named.
+// The place of the parameter that an argument names; all of them are then named.
 int PlaceOf(const KeptStatement& kept, const Argument* arguments, std::size_t index) {
   const char* const name = arguments[index].name;
   for (std::size_t i = 0; i < index; ++i) {
@@ -94,24 +87,27 @@ std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
 
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
-bool Lease::IsShared() const noexcept { return fKept->users > 1; }
-
 void Lease::Hold(bool isHeld) noexcept { fKept->isHeld = isHeld; }
 
 void Lease::Reset() noexcept {
   if (fKept->isUsed) fKept->Reset();
 }
 
-void Lease::Bind(const Argument* arguments, std::size_t count, Values values) {
-  Target target{Statement(), 0, values == Values::kLasting};
-  const bool areNamed = count > 0 && arguments[0].name != nullptr;
-  CheckCount(*fKept, count);
-  if (areNamed) {
-    for (std::size_t i = 0; i < count; ++i) PlaceOf(*fKept, arguments, i);
-  }
+void BindByAddress(sqlite3_stmt* statement, int parameter, const Argument& argument, Values lifetime) {
+  argument.bind(Target{statement, parameter, lifetime == Values::kLasting}, argument.value);
+}
+
+void ThrowOtherCount(const KeptStatement& kept, std::size_t count) {
+  ThrowMisuse("The statement has " + Plural(static_cast<std::size_t>(kept.parameterCount), "parameter") +
+                  ", and is given " + Plural(count, "value") + ".",
+              kept);
+}
+
+// Looks at all names before it binds the first value.
+void BindNamed(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values values) {
+  for (std::size_t i = 0; i < count; ++i) PlaceOf(kept, arguments, i);
   for (std::size_t i = 0; i < count; ++i) {
-    target.parameter = areNamed ? PlaceOf(*fKept, arguments, i) : static_cast<int>(i) + 1;
-    arguments[i].bind(target, arguments[i].value);
+    BindArgument(kept.statement, PlaceOf(kept, arguments, i), arguments[i], values);
   }
 }
 

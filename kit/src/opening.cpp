@@ -68,6 +68,9 @@ constexpr char kIsThere[] = "it is there already";
 void CheckIsNew(const std::string& path, const Options& options) {
   const Opened opened(path, options, FlagsOf(options) & ~SQLITE_OPEN_CREATE);
   if (opened.Result() == SQLITE_OK && opened.IsFile()) ThrowUnopened(path, kIsThere, SQLITE_CANTOPEN);
+  // Anything else than that it is missing says nothing about the file.
+  const bool isTold = opened.Result() == SQLITE_OK || opened.Result() == SQLITE_CANTOPEN;
+  if (!isTold) ThrowUnopened(path, opened.Why(), opened.Code());
 #ifndef _WIN32
   if (opened.Result() != SQLITE_CANTOPEN || options.isUri || !options.vfs.empty()) return;
   if (std::FILE* const made = std::fopen(path.c_str(), "wbx")) {

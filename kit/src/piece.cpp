@@ -92,14 +92,14 @@ Piece Piece::InnerGroup() const {
 
 void Piece::AddStatic(const char* sql) {
   Add(Token::kStatic);
-  fText.Add(sql);
+  fText.Add(WordOf(sql));
 }
 
 void Piece::AddColumn(const char* qualifier, const char* name) {
   if (qualifier == nullptr) return AddStatic(name);
   Add(Token::kQualified);
-  fText.Add(qualifier);
-  fText.Add(name);
+  fText.Add(WordOf(qualifier));
+  fText.Add(WordOf(name));
 }
 
 void Piece::Add(const Piece& piece) {
@@ -119,6 +119,36 @@ void Piece::AddReal(double value) {
   if (value != value) ThrowUnfit("NaN cannot be stored.");
   ValueWriter(fValues).TakeReal(value);
   Add(Token::kParameter);
+  ++fValueCount;
+}
+
+void Piece::AddComparison(const char* name, const char* operation, std::int64_t value) {
+  AddComparison(name, operation, static_cast<std::uint64_t>(Kind::kInteger), static_cast<std::uint64_t>(value));
+}
+
+void Piece::AddComparison(const char* name, const char* operation, double value) {
+  if (value != value) ThrowUnfit("NaN cannot be stored.");
+  std::uint64_t word;
+  std::memcpy(&word, &value, sizeof word);
+  AddComparison(name, operation, static_cast<std::uint64_t>(Kind::kReal), word);
+}
+
+inline void Piece::AddComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value) {
+  constexpr std::size_t kText = 3;
+  constexpr std::size_t kValue = 2;
+  if (!fText.HasRoom(kText) || !fValues.HasRoom(kValue)) return AddLongComparison(name, operation, kind, value);
+  fText.AddInPlace(static_cast<std::uint64_t>(Token::kCompared), WordOf(name), WordOf(operation));
+  fValues.AddInPlace(kind, value);
+  ++fValueCount;
+}
+
+// Not inlined: where there is room, which is nearly always, nothing is to be saved for it.
+[[gnu::noinline]] void Piece::AddLongComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value) {
+  Add(Token::kCompared);
+  fText.Add(WordOf(name));
+  fText.Add(WordOf(operation));
+  fValues.Add(kind);
+  fValues.Add(value);
   ++fValueCount;
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "binding.h"
 #include "literal.h"
 #include "piece_values.h"
 #include "sqldb/kit/error.h"
@@ -32,6 +33,7 @@ Word Behind(Word word) {
     case Token::kStatic:
       return word + 2;
     case Token::kQualified:
+    case Token::kCompared:
       return word + 3;
     case Token::kText:
       return word + 1 + (TextSize(word) + sizeof *word - 1) / sizeof *word;
@@ -154,6 +156,9 @@ class SqlWriter {
       case Token::kQualified:
         fSql.append(Address(word + 1)).append(".").append(Address(word + 2));
         return;
+      case Token::kCompared:
+        fSql.append(Address(word + 1)).append(Address(word + 2));
+        return WriteParameter();
       default:
         fSql.append(reinterpret_cast<const char*>(word + 1), TextSize(word));
     }
@@ -190,16 +195,31 @@ class SqlWriter {
 void WriteSql(std::string& sql, const Words& text) { SqlWriter(sql, nullptr).Write({text.begin(), text.end()}); }
 
 void WriteLiterals(std::string& sql, const Words& text, const Words& values) {
-  ValueReader reader(values);
+  ValueReader reader(values.begin());
   SqlWriter(sql, &reader).Write({text.begin(), text.end()});
 }
 
-int BindValues(sqlite3_stmt* statement, int first, const Words& values, Values lifetime) {
-  ValueReader reader(values);
+namespace {
+
+// Returns what is behind the value. Not inlined: most values are integers, which need none of it.
+[[gnu::noinline]] Word BindAny(sqlite3_stmt* statement, int parameter, Word value) {
+  ValueReader reader(value);
+  reader.Next(Target{statement, parameter, true});
+  return reader.Position();
+}
+
+}  // namespace
+
+int BindValues(sqlite3_stmt* statement, int first, const Words& values) {
   int parameter = first;
-  for (; !reader.IsAtEnd(); ++parameter) {
-    if (!reader.BindAtOnce(statement, parameter))
-      reader.Next(Target{statement, parameter, lifetime == Values::kLasting});
+  const Word end = values.end();
+  for (Word value = values.begin(); value != end; ++parameter) {
+    if (static_cast<Kind>(*value) == Kind::kInteger) {
+      CheckBound(statement, sqlite3_bind_int64(statement, parameter, static_cast<std::int64_t>(value[1])));
+      value += 2;
+    } else {
+      value = BindAny(statement, parameter, value);
+    }
   }
   return parameter;
 }

@@ -18,7 +18,8 @@ void WriteSql(std::string& sql, const Words& text);
 void WriteLiterals(std::string& sql, const Words& text, const Words& values);
 
 // Binds the values to the parameters from `first` on, and returns the one after them. Throws Error.
-int BindValues(sqlite3_stmt* statement, int first, const Words& values, Values lifetime);
+// REQUIRES: `values` outlives the execution.
+int BindValues(sqlite3_stmt* statement, int first, const Words& values);
 
 }  // namespace sqldb::kit::detail
 

@@ -49,17 +49,11 @@ class ValueWriter final : public ValueSink {
 // Hands values out again, in their order.
 class ValueReader {
  public:
-  explicit ValueReader(const Words& values) : fNext(values.begin()), fEnd(values.end()) {}
+  // REQUIRES: `next` points to a value, or is not read from.
+  explicit ValueReader(const std::uint64_t* next) : fNext(next) {}
 
-  bool IsAtEnd() const { return fNext == fEnd; }
-
-  // Binds the next one if it is an integer, which most are. Returns false for all else, and has then done nothing.
-  bool BindAtOnce(sqlite3_stmt* statement, int parameter) {
-    if (static_cast<Kind>(*fNext) != Kind::kInteger) return false;
-    if (sqlite3_bind_int64(statement, parameter, static_cast<std::int64_t>(fNext[1])) != SQLITE_OK) return false;
-    fNext += 2;
-    return true;
-  }
+  // Behind what has been read.
+  const std::uint64_t* Position() const { return fNext; }
 
   void Next(const Target& target) {
     const std::uint64_t header = *fNext++;
@@ -91,7 +85,6 @@ class ValueReader {
   }
 
   const std::uint64_t* fNext;
-  const std::uint64_t* fEnd;
 };
 
 }  // namespace sqldb::kit::detail

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "connection.h"
+#include "record_values.h"
 #include "step.h"
 
 namespace sqldb::kit::detail {
@@ -95,7 +96,7 @@ bool IsInOrder(const std::vector<int>& columns) {
   return true;
 }
 
-void FindColumns(KeptStatement& kept, const RowShape& shape) {
+void FindNames(KeptStatement& kept, const RowShape& shape) {
   const int compilations = Compilations(kept.statement);
   if (kept.map.shape == &shape && kept.map.compilations == compilations) return;
   kept.map.shape = nullptr;
@@ -107,6 +108,21 @@ void FindColumns(KeptStatement& kept, const RowShape& shape) {
 #else
     // The engine does not count it, and is taken to have done so each time.
 #endif
+}
+
+// Scalars take their columns as they come.
+inline void FindColumns(KeptStatement& kept, const RowShape& shape) {
+  const bool isFound = !shape.isNamed && sqlite3_column_count(kept.statement) == shape.columnCount;
+  if (!isFound) FindNames(kept, shape);
+}
+
+inline void FindOrReset(KeptStatement& kept, const RowShape& shape) {
+  try {
+    FindColumns(kept, shape);
+  } catch (...) {
+    kept.Reset();
+    throw;
+  }
 }
 
 // The columns of a row, one after the other.
@@ -133,7 +149,7 @@ class ColumnsOfRow {
 
 void LoadPiece(sqlite3_stmt* statement, ColumnsOfRow& columns, const RowPiece& piece, void* place) {
   if (piece.layout == nullptr) {
-    piece.load(statement, columns.Next(), place);
+    LoadField(statement, columns.Next(), *piece.scalar, place);
     return;
   }
   const RecordLayout& layout = *piece.layout;
@@ -145,7 +161,24 @@ void LoadPiece(sqlite3_stmt* statement, ColumnsOfRow& columns, const RowPiece& p
     }
   }
   for (const FieldEntry* field = layout.fields; field != layout.fields + layout.count; ++field) {
-    field->load(statement, columns.Next(), static_cast<char*>(place) + field->offset);
+    LoadField(statement, columns.Next(), *field, place);
+  }
+}
+
+void LoadPieces(const KeptStatement& kept, const RowShape& shape, bool areMapped, void* const* places) {
+  ColumnsOfRow columns(kept.statement, areMapped ? kept.map.columns.data() : nullptr);
+  for (int i = 0; i < shape.count; ++i) LoadPiece(kept.statement, columns, shape.pieces[i], places[i]);
+}
+
+// Reads the row on which the statement stands.
+inline void LoadOrReset(KeptStatement& kept, const RowShape& shape, ColumnOrder order, void* const* places) {
+  try {
+    const bool areMapped = order == ColumnOrder::kByName && shape.isNamed && !kept.map.columns.empty();
+    if (areMapped || shape.only == nullptr) return LoadPieces(kept, shape, areMapped, places);
+    LoadRecord(kept.statement, *shape.only, places[0]);
+  } catch (...) {
+    if (kept.isUsed) kept.Reset();
+    throw;
   }
 }
 
@@ -163,22 +196,24 @@ std::string NamesOf(const RecordLayout& layout, std::string_view alias) {
 
 RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
-  fLease.Statement();
+  KeptStatement& kept = fLease.Kept();
+  if (kept.statement == nullptr) ThrowLetGo(kept);
   // What was found before is looked at again when it has run.
-  if (order == ColumnOrder::kByName && fLease.Kept().map.shape != &shape) FindColumns(fLease.Kept(), shape);
+  if (order == ColumnOrder::kByName && kept.map.shape != &shape) FindColumns(kept, shape);
 }
 
 bool RowReader::First() {
-  fLease.Statement();
-  fLease.Reset();
-  if (!fLease.Step()) return false;
-  if (fOrder == ColumnOrder::kAsWritten) return true;
-  try {
-    FindColumns(fLease.Kept(), *fShape);
-  } catch (...) {
-    fLease.Reset();
-    throw;
-  }
+  KeptStatement& kept = fLease.Kept();
+  if (kept.statement == nullptr) ThrowLetGo(kept);
+  if (kept.isUsed) kept.Reset();
+  if (!StepOnce(kept)) return false;
+  if (fOrder == ColumnOrder::kByName) FindOrReset(kept, *fShape);
+  return true;
+}
+
+bool RowReader::LoadFirst(void* const* places) {
+  if (!First()) return false;
+  LoadOrReset(fLease.Kept(), *fShape, fOrder, places);
   return true;
 }
 
@@ -191,27 +226,22 @@ bool RowReader::Next() {
 }
 
 bool RowReader::LoadNext(void* const* places) {
-  if (!Next()) return false;
-  Load(places);
+  KeptStatement& kept = fLease.Kept();
+  if (!kept.isRunning) return Next();
+  if (!StepOnce(kept)) return false;
+  LoadOrReset(kept, *fShape, fOrder, places);
   return true;
 }
 
-void RowReader::Read(void* const* places) const {
-  const KeptStatement& kept = fLease.Kept();
-  const bool areMapped = fOrder == ColumnOrder::kByName && !kept.map.columns.empty();
-  if (!areMapped && fShape->only != nullptr) return LoadRecord(kept.statement, 0, *fShape->only, places[0]);
-  ColumnsOfRow columns(kept.statement, areMapped ? kept.map.columns.data() : nullptr);
-  for (int i = 0; i < fShape->count; ++i) LoadPiece(kept.statement, columns, fShape->pieces[i], places[i]);
-}
-
-void RowReader::Load(void* const* places) {
-  try {
-    Read(places);
-  } catch (...) {
-    Stop();
-    throw;
+void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), void** places) {
+  KeptStatement& kept = fLease.Kept();
+  for (bool isThere = First(); isThere; isThere = kept.isRunning && StepOnce(kept)) {
+    append(rows, places);
+    LoadOrReset(kept, *fShape, fOrder, places);
   }
 }
+
+void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), *fShape, fOrder, places); }
 
 void RowReader::Finish() {
   if (!IsWriting()) {

@@ -1,17 +1,21 @@
 #include "sqldb/kit/statement.h"
 
+#include "binding.h"
 #include "connection.h"
+#include "step.h"
 
 namespace sqldb::kit {
 
 detail::Lease Statement::Begin(const detail::Argument* arguments, std::size_t count, detail::Values values) const {
   if (!fLease.IsThere()) throw Error("The statement has been moved.", SQLITE_MISUSE);
-  if (fLease.IsShared()) {
+  const detail::KeptStatement& kept = fLease.Kept();
+  if (kept.statement == nullptr) detail::ThrowLetGo(kept);
+  if (kept.users > 1) {
     throw Error("The statement is in use: end the range that Query has made, or take its rows with All.", SQLITE_MISUSE,
-                fLease.Sql());
+                kept.Sql());
   }
   detail::Lease use = fLease;
-  use.Bind(arguments, count, values);
+  detail::BindAll(kept, arguments, count, values);
   return use;
 }
 

@@ -1,7 +1,6 @@
 #include "statement_store.h"
 
 #include <cstring>
-#include <tuple>
 #include <utility>
 
 #include "compile.h"
@@ -13,35 +12,47 @@ namespace {
 
 constexpr std::uint64_t kPrime = 0x9E3779B97F4A7C15;
 
-std::uint64_t Mixed(std::uint64_t hash, std::uint64_t block) {
-  hash = (hash ^ block) * kPrime;
+inline std::uint64_t Block(const char* position) {
+  std::uint64_t block;
+  std::memcpy(&block, position, sizeof block);
+  return block;
+}
+
+// By eight bytes at a time, the last of which may be looked at twice: the texts of statements differ somewhere, and are
+// compared as well.
+inline std::uint64_t Mixed(std::uint64_t hash, std::string_view text) {
+  constexpr std::size_t kSize = sizeof hash;
+  const char* position = text.data();
+  const char* const whole = position + text.size() / kSize * kSize;
+  for (; position != whole; position += kSize) hash = (hash ^ Block(position)) * kPrime;
+  if (text.size() % kSize == 0) return hash;
+  if (text.size() > kSize) return (hash ^ Block(text.data() + text.size() - kSize)) * kPrime;
+  for (const char character : text) hash = (hash ^ static_cast<unsigned char>(character)) * kPrime;
+  return hash;
+}
+
+inline std::uint64_t Hash(const StatementKey& key) {
+  std::uint64_t hash =
+      key.text.size() ^ reinterpret_cast<std::uintptr_t>(key.owner) ^ static_cast<std::uint64_t>(key.kind) << 56;
+  hash = Mixed(hash, key.text);
+  if (!key.secondPart.empty()) hash = Mixed(hash, key.secondPart);
+  // A product has in its low bits nothing of the high ones of its factors.
   return hash ^ hash >> 32;
 }
 
-// By eight bytes at a time: the texts of statements differ somewhere, and are compared as well.
-std::uint64_t Hash(const StatementKey& key) {
-  std::uint64_t hash =
-      key.text.size() ^ reinterpret_cast<std::uintptr_t>(key.owner) ^ static_cast<std::uint64_t>(key.kind) << 56;
-  const char* position = key.text.data();
-  const char* const whole = position + key.text.size() / sizeof hash * sizeof hash;
-  for (; position != whole; position += sizeof hash) {
-    std::uint64_t block;
-    std::memcpy(&block, position, sizeof block);
-    hash = Mixed(hash, block);
-  }
-  const std::size_t left = key.text.size() % sizeof hash;
-  if (left == 0) return hash;
-  std::uint64_t rest = 0;
-  std::memcpy(&rest, position, left);
-  return Mixed(hash, rest);
+inline bool IsOf(const KeptStatement& kept, const StatementKey& key) {
+  const std::size_t size = key.text.size();
+  return kept.owner == key.owner && kept.kind == key.kind && kept.secondPart == size &&
+         kept.key.size() == size + key.secondPart.size() && std::memcmp(kept.key.data(), key.text.data(), size) == 0 &&
+         (key.secondPart.empty() ||
+          std::memcmp(kept.key.data() + size, key.secondPart.data(), key.secondPart.size()) == 0);
 }
 
 }  // namespace
 
 inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key) noexcept {
   for (KeptStatement* kept = Bucket(hash); kept != nullptr; kept = kept->nextOfBucket) {
-    const auto of = std::tie(kept->hash, kept->owner, kept->kind, kept->key);
-    if (of == std::tie(hash, key.owner, key.kind, key.text)) return kept;
+    if (kept->hash == hash && IsOf(*kept, key)) return kept;
   }
   return nullptr;
 }
@@ -50,12 +61,6 @@ KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
   if (found == nullptr || found->users > 0) return nullptr;
   return &Lend(*found);
-}
-
-KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
-  idle.users = 1;
-  fConnection.AddUser();
-  return idle;
 }
 
 std::unique_ptr<KeptStatement> StatementStore::Compiled(sqlite3* handle, std::string sql) const {
@@ -83,13 +88,15 @@ KeptStatement& StatementStore::Compile(sqlite3* handle, const StatementKey& key,
   Spread();
   const std::uint64_t hash = Hash(key);
   const bool isFound = Find(hash, key) == nullptr;
-  std::string text(isFound ? key.text : std::string_view());
+  std::string text;
+  if (isFound) text.append(key.text).append(key.secondPart);
   std::unique_ptr<KeptStatement> made = Compiled(handle, std::move(sql));
   made->hash = hash;
   made->owner = key.owner;
   made->kind = key.kind;
   if (isFound) {
     made->key = std::move(text);
+    made->secondPart = key.text.size();
     if (made->key == made->sql) made->sql.clear();
     made->stay = KeptStatement::Stay::kByKey;
   }
@@ -146,7 +153,7 @@ void StatementStore::Discard(KeptStatement& kept) noexcept {
   delete &kept;
 }
 
-void StatementStore::GiveBack(KeptStatement& kept) noexcept {
+void StatementStore::GiveBackWithMore(KeptStatement& kept) noexcept {
   if (--kept.users > 0) {
     if (kept.users == 1 && kept.isHeld) {
       kept.Reset();
@@ -204,6 +211,7 @@ void StatementStore::Spread() {
   if (fCount < fBuckets.size()) return;
   std::vector<KeptStatement*> larger(2 * fBuckets.size());
   fBuckets.swap(larger);
+  fMask = fBuckets.size() - 1;
   for (KeptStatement* kept = fOldest; kept != nullptr; kept = kept->newer) {
     if (kept->stay != KeptStatement::Stay::kByKey) continue;
     kept->nextOfBucket = Bucket(kept->hash);

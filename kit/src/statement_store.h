@@ -17,11 +17,12 @@
 namespace sqldb::kit::detail {
 
 // What a statement is found by: its text; or the table that it belongs to, what it does there, and the rest of its
-// text.
+// text, which may be in two parts.
 struct StatementKey {
   std::string_view text;
   const void* owner = nullptr;
   int kind = 0;
+  std::string_view secondPart = {};
 };
 
 struct RowShape;
@@ -71,7 +72,9 @@ struct KeptStatement {
   // Of its execution, where they are not with the caller.
   Words values;
   Words moreValues;
+  // Both parts of its key, and where the second one begins.
   std::string key;
+  std::size_t secondPart = 0;
   // Empty if it is the key.
   std::string sql;
   ColumnMap map;
@@ -102,7 +105,7 @@ class StatementStore {
 
   // The idle statement of this key, lent from now on; null if there is none.
   KeptStatement* Find(const StatementKey& key) noexcept;
-  // Lends one that is idle.
+  // Lends one that is idle. Inline, as GiveBack is, in connection.h.
   KeptStatement& Lend(KeptStatement& idle) noexcept;
   // Compiles `sql`. To be found by `key` later, unless there is another one that is. Throws Error.
   KeptStatement& Compile(sqlite3* handle, const StatementKey& key, std::string sql);
@@ -122,10 +125,12 @@ class StatementStore {
  private:
   static constexpr std::size_t kFewestBuckets = 64;
 
-  KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & (fBuckets.size() - 1)]; }
+  KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & fMask]; }
   KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
   std::unique_ptr<KeptStatement> Compiled(sqlite3* handle, std::string sql) const;
   KeptStatement& Enter(std::unique_ptr<KeptStatement> made) noexcept;
+  // GiveBack of one that is not the last to have been given back, or that does not stay, or that others share.
+  static void GiveBackWithMore(KeptStatement& kept) noexcept;
   void TakeBack(KeptStatement& kept) noexcept;
   // So that a bucket has about one statement.
   void Spread();
@@ -139,6 +144,8 @@ class StatementStore {
 
   Connection& fConnection;
   std::vector<KeptStatement*> fBuckets;
+  // Their number, a power of two, less one.
+  std::size_t fMask = kFewestBuckets - 1;
   KeptStatement* fNewest = nullptr;
   KeptStatement* fOldest = nullptr;
   std::size_t fCount = 0;

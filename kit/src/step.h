@@ -29,6 +29,31 @@ inline bool StepOnce(KeptStatement& kept) {
   return false;
 }
 
+// The use of a lent statement for one operation: a Lease that does not leave the library, and costs a call less at each
+// end.
+class Loan {
+ public:
+  explicit Loan(KeptStatement& lent) noexcept : fKept(lent) {}
+  ~Loan() { StatementStore::GiveBack(fKept); }
+  Loan(const Loan&) = delete;
+  Loan& operator=(const Loan&) = delete;
+
+  // Throws Error if the database has been closed meanwhile.
+  sqlite3_stmt* Statement() const {
+    if (fKept.statement == nullptr) ThrowLetGo(fKept);
+    return fKept.statement;
+  }
+  KeptStatement& Kept() const noexcept { return fKept; }
+  // See StepOnce.
+  bool Step() const {
+    Statement();
+    return StepOnce(fKept);
+  }
+
+ private:
+  KeptStatement& fKept;
+};
+
 }  // namespace sqldb::kit::detail
 
 #endif  // SQLDB_KIT_SRC_STEP_H

@@ -2,8 +2,11 @@
 
 #include <string>
 
+#include "binding.h"
 #include "connection.h"
 #include "piece_sql.h"
+#include "record_values.h"
+#include "step.h"
 #include "table_state.h"
 
 namespace sqldb::kit::detail {
@@ -33,14 +36,9 @@ void AddWhere(std::string& sql, std::string_view term) {
 // A text in one part, or in two.
 struct Parts {
   const Piece& first;
-  // Empty for none.
-  const Piece& second;
+  // Null for none.
+  const Piece* second = nullptr;
 };
-
-const Piece& Nothing() {
-  static const Piece nothing{};
-  return nothing;
-}
 
 std::string_view AsKey(const Words& text) {
   return std::string_view(reinterpret_cast<const char*>(text.begin()), text.Size() * sizeof(std::uint64_t));
@@ -52,65 +50,59 @@ class VaryingStatement {
   VaryingStatement(Connection& connection, const TableState& table, int kind, const Parts& parts)
       : fConnection(connection), fTable(table), fKind(kind), fParts(parts) {}
 
-  // With the values of the parts.
-  Lease Take(Values lifetime) const {
-    if (!HasSecond()) return Take(AsKey(fParts.first.Text()), lifetime);
-    Piece key = fParts.first;
-    key.Add(Token::kPart);
-    key.Add(fParts.second);
-    return Take(AsKey(key.Text()), lifetime);
+  // Without its values, lent to the caller. Throws Error.
+  KeptStatement& Lend() {
+    const StatementKey key = Key();
+    KeptStatement* const kept = fConnection.fStatements.Find(key);
+    return kept != nullptr ? *kept : Compile(key);
+  }
+
+  // Binds the values of the parts to what was lent. Those that end before the statement has run stay with it: cheaper
+  // than a copy of each of them by SQLite.
+  void Bind(KeptStatement& lent, Values lifetime) const {
+    if (fHasLiterals) return;
+    const int next = BindPart(lent, 1, fParts.first, lent.values, lifetime);
+    if (fParts.second != nullptr) BindPart(lent, next, *fParts.second, lent.moreValues, lifetime);
   }
 
  private:
-  bool HasSecond() const { return !fParts.second.IsEmpty(); }
-
-  Lease Take(std::string_view key, Values lifetime) const {
-    KeptStatement* const kept = fConnection.fStatements.Find(StatementKey{key, &fTable, fKind});
-    if (kept == nullptr) return Compile(key, lifetime);
-    Lease lease(*kept);
-    Bind(lease, lifetime);
-    return lease;
+  static int BindPart(KeptStatement& lent, int first, const Piece& part, Words& kept, Values lifetime) {
+    const bool isLasting = lifetime == Values::kLasting;
+    return BindValues(lent.statement, first, isLasting ? part.Values() : kept = part.Values());
   }
 
-  // Values that end before the statement has run stay with it: cheaper than a copy of each of them by SQLite.
-  void Bind(const Lease& lease, Values lifetime) const {
-    const Words* first = &fParts.first.Values();
-    const Words* second = &fParts.second.Values();
-    if (lifetime == Values::kTemporary) {
-      KeptStatement& kept = lease.Kept();
-      first = &(kept.values = *first);
-      second = &(kept.moreValues = *second);
-    }
-    const int next = BindValues(lease.Statement(), 1, *first, Values::kLasting);
-    if (HasSecond()) BindValues(lease.Statement(), next, *second, Values::kLasting);
+  StatementKey Key() const {
+    StatementKey key{AsKey(fParts.first.Text()), &fTable, fKind};
+    if (fParts.second != nullptr) key.secondPart = AsKey(fParts.second->Text());
+    return key;
   }
 
-  Lease Compile(std::string_view key, Values lifetime) const {
+  std::size_t ValueCount() const {
+    return fParts.first.ValueCount() + (fParts.second != nullptr ? fParts.second->ValueCount() : 0);
+  }
+
+  KeptStatement& Compile(const StatementKey& key) {
     sqlite3* const handle = fConnection.Handle();
     const Working working(fConnection);
     StatementStore& statements = fConnection.fStatements;
     // The limit and the offset beside them.
     constexpr std::size_t kOthers = 2;
     const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
-    const std::size_t values = fParts.first.ValueCount() + fParts.second.ValueCount();
-    if (values + kOthers > most) return Lease(statements.CompileOnce(handle, Sql(true)));
-    std::string sql = Sql(false);
-    const bool isKept = key.size() <= kLargestKept;
-    Lease lease(isKept ? statements.Compile(handle, StatementKey{key, &fTable, fKind}, std::move(sql))
-                       : statements.CompileOnce(handle, std::move(sql)));
-    Bind(lease, lifetime);
-    return lease;
+    fHasLiterals = ValueCount() + kOthers > most;
+    if (fHasLiterals) return statements.CompileOnce(handle, Sql(true));
+    const bool isKept = key.text.size() + key.secondPart.size() <= kLargestKept;
+    return isKept ? statements.Compile(handle, key, Sql(false)) : statements.CompileOnce(handle, Sql(false));
   }
 
-  static std::string Written(const Piece& piece, bool asLiterals) {
+  static std::string Written(const Piece* piece, bool asLiterals) {
     std::string sql;
-    if (piece.IsEmpty()) return sql;
-    asLiterals ? WriteLiterals(sql, piece.Text(), piece.Values()) : WriteSql(sql, piece.Text());
+    if (piece == nullptr || piece->IsEmpty()) return sql;
+    asLiterals ? WriteLiterals(sql, piece->Text(), piece->Values()) : WriteSql(sql, piece->Text());
     return sql;
   }
 
   std::string Sql(bool asLiterals) const {
-    const std::string first = Written(fParts.first, asLiterals);
+    const std::string first = Written(&fParts.first, asLiterals);
     const std::string second = Written(fParts.second, asLiterals);
     std::string sql;
     switch (fKind) {
@@ -148,20 +140,46 @@ class VaryingStatement {
   const TableState& fTable;
   const int fKind;
   const Parts fParts;
+  // Instead of parameters.
+  bool fHasLiterals = false;
+};
+
+// The use of one of them for one operation, with its values.
+class VaryingLoan : public Loan {
+ public:
+  // REQUIRES: the parts outlive the object.
+  VaryingLoan(Connection& connection, const TableState& table, int kind, const Parts& parts)
+      : VaryingLoan(VaryingStatement(connection, table, kind, parts)) {}
+
+ private:
+  explicit VaryingLoan(VaryingStatement statement) : Loan(statement.Lend()) {
+    statement.Bind(Kept(), Values::kLasting);
+  }
 };
 
 // The parts of a key in their order, as many as there are.
 void BindKey(sqlite3_stmt* statement, const Argument* key, std::size_t count) {
-  Target target{statement, 0, true};
   for (std::size_t i = 0; i < count; ++i) {
-    ++target.parameter;
-    key[i].bind(target, key[i].value);
+    BindArgument(statement, static_cast<int>(i) + 1, key[i], Values::kLasting);
   }
 }
 
-// How many rows the connection has written last.
-std::int64_t Changes(const Lease& lease) {
-  sqlite3* const handle = sqlite3_db_handle(lease.Statement());
+KeptStatement& CompileFixed(Connection& connection, TableState& table, TableState::Fixed which) {
+  sqlite3* const handle = connection.Handle();
+  const Working working(connection);
+  return connection.fStatements.Compile(handle, table.fixed[which], &table, table.Sql(which));
+}
+
+// A statement whose text is always the same, lent to the caller.
+inline KeptStatement& Lent(Connection& connection, TableState& table, TableState::Fixed which) {
+  KeptStatement* const kept = table.fixed[which];
+  const bool isIdle = kept != nullptr && kept->users == 0;
+  return isIdle ? connection.fStatements.Lend(*kept) : CompileFixed(connection, table, which);
+}
+
+// How many rows the statement has written.
+std::int64_t Changes(const Loan& loan) {
+  sqlite3* const handle = sqlite3_db_handle(loan.Statement());
 #if SQLITE_VERSION_NUMBER >= 3037000
   return sqlite3_changes64(handle);
 #else
@@ -211,17 +229,6 @@ TableHandle& TableHandle::operator=(const TableHandle& other) noexcept {
 
 TableHandle::~TableHandle() { fConnection->fTables.Release(*fState); }
 
-Lease TableHandle::Fixed(int which) const {
-  KeptStatement*& place = fState->fixed[which];
-  if (place != nullptr && place->users == 0) {
-    return Lease(fConnection->fStatements.Lend(*place));
-  }
-  sqlite3* const handle = fConnection->Handle();
-  const Working working(*fConnection);
-  return Lease(
-      fConnection->fStatements.Compile(handle, place, fState, fState->Sql(static_cast<TableState::Fixed>(which))));
-}
-
 void TableHandle::Create(bool onlyIfMissing) const {
   const auto run = [&](std::string sql) {
     sqlite3* const handle = fConnection->Handle();
@@ -241,9 +248,9 @@ void TableHandle::Drop() const {
 }
 
 void TableHandle::Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void*)) const {
-  Lease lease = Fixed(TableState::kFind);
-  BindKey(lease.Statement(), key, count);
-  if (lease.Step()) LoadRecord(lease.Statement(), 0, fState->layout, emplace(optional));
+  const Loan loan(Lent(*fConnection, *fState, TableState::kFind));
+  BindKey(loan.Statement(), key, count);
+  if (loan.Step()) LoadRecord(loan.Statement(), fState->layout, emplace(optional));
 }
 
 void TableHandle::ThrowNotFound() const {
@@ -251,10 +258,10 @@ void TableHandle::ThrowNotFound() const {
 }
 
 std::int64_t TableHandle::Insert(const void* record) const {
-  Lease lease = Fixed(TableState::kInsert);
-  BindRecord(Target{lease.Statement(), 1, true}, fState->layout, record);
+  const Loan loan(Lent(*fConnection, *fState, TableState::kInsert));
+  BindRecord(loan.Statement(), fState->layout, record);
   try {
-    lease.Step();
+    loan.Step();
   } catch (const ConstraintError& error) {
     const bool isOfKey =
         error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
@@ -264,57 +271,53 @@ std::int64_t TableHandle::Insert(const void* record) const {
                               "std::optional)",
                           error.ExtendedCode(), error.Sql());
   }
-  return sqlite3_last_insert_rowid(sqlite3_db_handle(lease.Statement()));
+  return sqlite3_last_insert_rowid(sqlite3_db_handle(loan.Statement()));
 }
 
-Lease TableHandle::Prepared(RecordWrite what) const {
+KeptStatement& TableHandle::Lend(RecordWrite what) const {
   static constexpr TableState::Fixed kFixed[] = {TableState::kInsert, TableState::kInsertOrIgnore, TableState::kUpsert,
                                                  TableState::kReplace, TableState::kUpdate};
-  return Fixed(kFixed[static_cast<int>(what)]);
+  return Lent(*fConnection, *fState, kFixed[static_cast<int>(what)]);
 }
 
 const RecordLayout& TableHandle::Layout() const noexcept { return fState->layout; }
 
 bool TableHandle::Write(RecordWrite what, const void* record) const {
-  Lease lease = Prepared(what);
-  BindRecord(Target{lease.Statement(), 1, true}, fState->layout, record);
-  lease.Step();
-  return Changes(lease) > 0;
+  const Loan loan(Lend(what));
+  BindRecord(loan.Statement(), fState->layout, record);
+  loan.Step();
+  return Changes(loan) > 0;
 }
 
 bool TableHandle::Delete(const Argument* key, std::size_t count) const {
-  Lease lease = Fixed(TableState::kDelete);
-  BindKey(lease.Statement(), key, count);
-  lease.Step();
-  return Changes(lease) > 0;
+  const Loan loan(Lent(*fConnection, *fState, TableState::kDelete));
+  BindKey(loan.Statement(), key, count);
+  loan.Step();
+  return Changes(loan) > 0;
 }
 
 std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
   if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts{assignments, term.Parts()};
-  Lease lease = VaryingStatement(*fConnection, *fState, kUpdateWhere, parts).Take(Values::kLasting);
-  lease.Step();
-  return Changes(lease);
+  const VaryingLoan loan(*fConnection, *fState, kUpdateWhere, Parts{assignments, &term.Parts()});
+  loan.Step();
+  return Changes(loan);
 }
 
 std::int64_t TableHandle::DeleteWhere(const Term& term) const {
   if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
-  const Parts parts{term.Parts(), Nothing()};
-  Lease lease = VaryingStatement(*fConnection, *fState, kDeleteWhere, parts).Take(Values::kLasting);
-  lease.Step();
-  return Changes(lease);
+  const VaryingLoan loan(*fConnection, *fState, kDeleteWhere, Parts{term.Parts()});
+  loan.Step();
+  return Changes(loan);
 }
 
 std::int64_t TableHandle::Count(const Term& term) const {
-  const Parts parts{term.Parts(), Nothing()};
-  Lease lease = VaryingStatement(*fConnection, *fState, kCount, parts).Take(Values::kLasting);
-  lease.Step();
-  return sqlite3_column_int64(lease.Statement(), 0);
+  const VaryingLoan loan(*fConnection, *fState, kCount, Parts{term.Parts()});
+  loan.Step();
+  return sqlite3_column_int64(loan.Statement(), 0);
 }
 
 bool TableHandle::Has(const Term& term) const {
-  const Parts parts{term.Parts(), Nothing()};
-  return VaryingStatement(*fConnection, *fState, kHas, parts).Take(Values::kLasting).Step();
+  return VaryingLoan(*fConnection, *fState, kHas, Parts{term.Parts()}).Step();
 }
 
 Lease TableHandle::Select(const RowsWanted& wanted, Values lifetime) const {
@@ -325,11 +328,12 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  const Parts parts{wanted.term, wanted.order};
-  Lease lease = VaryingStatement(*fConnection, *fState, kind, parts).Take(lifetime);
+  VaryingStatement statement(*fConnection, *fState, kind, Parts{wanted.term, wanted.order.IsEmpty() ? nullptr : &wanted.order});
+  Lease lease(statement.Lend());
+  statement.Bind(lease.Kept(), lifetime);
   if (isLimited) {
     // The last two, also where the others are literals.
-    const int last = sqlite3_bind_parameter_count(lease.Statement());
+    const int last = lease.Kept().parameterCount;
     BindInteger(Target{lease.Statement(), last - 1, true}, wanted.limit);
     BindInteger(Target{lease.Statement(), last, true}, wanted.offset);
   }

@@ -27,6 +27,12 @@ class TextTerm : public SQLTermBase {
   std::string fText;
 };
 
+detail::Piece GroupOf(const detail::Piece& piece) {
+  detail::Piece group;
+  group.AddGroup(piece);
+  return group;
+}
+
 }  // namespace
 
 namespace detail {
@@ -97,23 +103,17 @@ boost::shared_ptr<SQLTermBase> Term::Core() const {
 }
 
 // A row of operands goes on; one that has operands of another kind is in parentheses.
-void Term::AddOperand(const Term& operand, Shape shape) {
-  const bool isOtherRow = operand.fShape > Shape::kNot && operand.fShape != shape;
-  isOtherRow ? fParts.AddGroup(operand.fParts) : fParts.Add(operand.fParts);
-}
+inline bool Term::IsOtherRow(Shape shape) const { return fShape > Shape::kNot && fShape != shape; }
+
+inline Term::Term(const Term& first, Shape shape)
+    : fParts(first.IsOtherRow(shape) ? GroupOf(first.fParts) : first.fParts), fShape(shape) {}
 
 Term Term::Combine(const Term& a, const Term& b, Shape shape) {
   if (a.IsEmpty()) return b;
   if (b.IsEmpty()) return a;
-  Term both;
-  if (a.fShape > Shape::kNot && a.fShape != shape) {
-    both.fParts.AddGroup(a.fParts);
-  } else {
-    both.fParts = a.fParts;
-  }
-  both.fShape = shape;
+  Term both(a, shape);
   both.fParts.Add(shape == Shape::kAnd ? detail::Token::kAnd : detail::Token::kOr);
-  both.AddOperand(b, shape);
+  b.IsOtherRow(shape) ? both.fParts.AddGroup(b.fParts) : both.fParts.Add(b.fParts);
   return both;
 }
 

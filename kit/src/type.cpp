@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include "binding.h"
 #include "encoded_size.h"
 #include "sqldb/encoding.h"
 #include "sqldb/kit/error.h"
@@ -42,15 +43,16 @@ const char* NameOfClass(int type) {
   ThrowUnfit(source, why.c_str());
 }
 
-void Check(const Target& target, int result) {
-  if (result == SQLITE_OK) return;
-  if (result == SQLITE_NOMEM) throw std::bad_alloc();
-  throw Error(sqlite3_errstr(result), result, sqlite3_sql(target.statement));
-}
+void Check(const Target& target, int result) { CheckBound(target.statement, result); }
 
 sqlite3_destructor_type Lifetime(const Target& target) { return target.isLasting ? SQLITE_STATIC : SQLITE_TRANSIENT; }
 
 }  // namespace
+
+void ThrowNotBound(sqlite3_stmt* statement, int result) {
+  if (result == SQLITE_NOMEM) throw std::bad_alloc();
+  throw Error(sqlite3_errstr(result), result, sqlite3_sql(statement));
+}
 
 void ThrowUnfit(const char* why) { throw ConversionError(why, SQLITE_MISMATCH); }
 

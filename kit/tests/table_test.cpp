@@ -737,6 +737,8 @@ TEST_F(TableTest, StatementsAreToldApartByTableAndOperation) {
   EXPECT_EQ(parts.Delete(term), 3);
 }
 
+// Older engines do not count it.
+#ifdef SQLITE_STMTSTATUS_REPREPARE
 TEST_F(TableTest, IndexServesLikeByItsPattern) {
   database.Execute("CREATE INDEX by_name ON parts (name COLLATE NOCASE)");
   for (int i = 0; i < 20; ++i) parts.Insert({10 + i, "n" + std::to_string(i), 0, {}});
@@ -767,6 +769,7 @@ TEST_F(TableTest, IndexServesLikeByItsPattern) {
     EXPECT_EQ(work.compilations, 0) << pattern;
   }
 }
+#endif
 
 TEST_F(TableTest, ChangedSchemaIsSeen) {
   EXPECT_EQ(parts.Get(1).name, "bolt");

@@ -959,7 +959,7 @@ TEST(KitOperatorNew, EveryAllocationOfEveryScenarioFailsWithoutHarm) {
   const faults::FaultyVfs quickDisk;
   faults::KitFaults kit(failures, 200, 0);
   kit.FailEverywhere();
-  kit.ExpectHarmless("operator new", 1200, 50);
+  kit.ExpectHarmless("operator new", 1000, 50);
 }
 
 }  // namespace

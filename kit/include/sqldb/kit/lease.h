@@ -146,10 +146,6 @@ class SQLDB_EXPORT Lease {
     if (fKept != nullptr) GiveBack();
   }
 
-  /// Binds all parameters. Throws Error, and binds nothing, if there are too few or too many, or if a name is not that
-  /// of a parameter or there twice.
-  void Bind(const Argument* arguments, std::size_t count, Values values);
-
   /// Runs to the next row. Returns false if there is none left. Waits for a busy file as long as the database was told
   /// to. Throws Error; the statement is then reset.
   bool Step();
@@ -168,8 +164,6 @@ class SQLDB_EXPORT Lease {
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
   bool IsThere() const noexcept { return fKept != nullptr; }
-  /// Whether a copy has it as well.
-  bool IsShared() const noexcept;
   /// Held, the statement is reset as soon as only one copy has it.
   void Hold(bool isHeld) noexcept;
   KeptStatement& Kept() const noexcept { return *fKept; }

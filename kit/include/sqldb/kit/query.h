@@ -37,8 +37,8 @@ namespace detail {
 struct RowPiece {
   /// Null for a scalar.
   const RecordLayout* layout;
-  /// For a scalar.
-  Loader load;
+  /// Null for a struct; otherwise the only field of a record that is the scalar.
+  const FieldEntry* scalar;
   /// For a std::optional of a struct: makes one and returns its address, or leaves none if it is not there.
   void* (*emplace)(void* optional, bool isThere);
 };
@@ -49,8 +49,11 @@ struct RowShape {
   int count;
   /// Of all pieces.
   int columnCount;
-  /// The only piece, if it is a struct; null otherwise.
+  /// The only piece, unless that is a std::optional of a struct, as a record: a scalar is one with one field. Otherwise
+  /// null.
   const RecordLayout* only;
+  /// Whether there is a struct, which finds its columns by their names.
+  bool isNamed;
 };
 
 /// How the columns of a result come to the parts of a row.
@@ -78,8 +81,13 @@ class SQLDB_EXPORT RowReader {
   bool Next();
   /// Next, and Load if there is a row.
   bool LoadNext(void* const* places);
+  /// First, and Load if there is a row.
+  bool LoadFirst(void* const* places);
   /// Reads the row into the pieces at `places`. What it throws stops the statement before.
   void Load(void* const* places);
+  /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
+  /// REQUIRES: `places` has room for as many as there are pieces.
+  void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
   /// Goes on to the end of a statement that writes, and stops one that reads.
   void Finish();
   /// Throws the Error of a query that was to yield just one row.
@@ -90,7 +98,6 @@ class SQLDB_EXPORT RowReader {
   void Stop() noexcept { fLease.Reset(); }
 
  private:
-  void Read(void* const* places) const;
 
   Lease fLease;
   const RowShape* fShape = nullptr;
@@ -110,6 +117,15 @@ void* EmplaceStruct(void* optional, bool isThere) {
   return nullptr;
 }
 
+/// A record that is nothing but a T.
+template <typename T>
+const RecordLayout& LayoutOfScalar() {
+  static const FieldEntry field{"",    nullptr, Codec<T>::kSql, Transfer<T>::kLoad, Transfer<T>::kBind, 0,
+                                Transfer<T>::kShortcut, Codec<T>::kCanBeNull, false, false};
+  static const RecordLayout layout{nullptr, &field, 1, 0};
+  return layout;
+}
+
 template <typename T>
 RowPiece PieceOf() {
   if constexpr (kIsDescribed<T>) {
@@ -118,7 +134,19 @@ RowPiece PieceOf() {
     using Struct = typename T::value_type;
     return RowPiece{&LayoutOf<Struct>(), nullptr, &EmplaceStruct<Struct>};
   } else {
-    return RowPiece{nullptr, Transfer<T>::kLoad, nullptr};
+    return RowPiece{nullptr, LayoutOfScalar<T>().fields, nullptr};
+  }
+}
+
+/// See RowShape.
+template <typename T, typename... Others>
+const RecordLayout* OnlyOf() {
+  if constexpr (sizeof...(Others) > 0 || kIsOptionalStruct<T>) {
+    return nullptr;
+  } else if constexpr (kIsDescribed<T>) {
+    return &LayoutOf<T>();
+  } else {
+    return &LayoutOfScalar<T>();
   }
 }
 
@@ -131,8 +159,8 @@ const RowShape& ShapeOf() {
   static const RowShape shape = [] {
     int columnCount = 0;
     for (const RowPiece& pieceOfRow : pieces) columnCount += ColumnCountOf(pieceOfRow);
-    const bool isOneStruct = sizeof...(T) == 1 && pieces[0].emplace == nullptr;
-    return RowShape{pieces, static_cast<int>(sizeof...(T)), columnCount, isOneStruct ? pieces[0].layout : nullptr};
+    const bool isNamed = ((kIsDescribed<T> || kIsOptionalStruct<T>) || ...);
+    return RowShape{pieces, static_cast<int>(sizeof...(T)), columnCount, OnlyOf<T...>(), isNamed};
   }();
   return shape;
 }
@@ -161,16 +189,11 @@ void LoadRow(RowReader& reader, Row& row) {
   reader.Load(Places<Row>(row).all);
 }
 
-/// Appends the row on which the statement stands.
+/// Appends an empty row to the std::vector<Row> at `rows`, and says where its pieces are.
 template <typename Row>
-void AppendRow(RowReader& reader, std::vector<Row>& rows) {
-  if constexpr (std::is_same_v<Row, bool>) {
-    bool row = false;
-    LoadRow(reader, row);
-    rows.push_back(row);
-  } else {
-    LoadRow(reader, rows.emplace_back());
-  }
+void AppendRow(void* rows, void** places) {
+  const Places<Row> placesOfRow(static_cast<std::vector<Row>*>(rows)->emplace_back());
+  for (void* const place : placesOfRow.all) *places++ = place;
 }
 
 /// Runs it from its beginning and reads the first row; none if there is no row.
@@ -188,8 +211,7 @@ std::optional<Row> ReadFirst(RowReader& reader) {
 template <typename Row>
 Row ReadOne(RowReader& reader) {
   Row row{};
-  if (!reader.First()) reader.ThrowNotOneRow(false);
-  LoadRow(reader, row);
+  if (!reader.LoadFirst(Places<Row>(row).all)) reader.ThrowNotOneRow(false);
   if (reader.Next()) reader.ThrowNotOneRow(true);
   return row;
 }
@@ -198,7 +220,15 @@ Row ReadOne(RowReader& reader) {
 template <typename Row>
 std::vector<Row> ReadAll(RowReader& reader) {
   std::vector<Row> rows;
-  for (bool isThere = reader.First(); isThere; isThere = reader.Next()) AppendRow(reader, rows);
+  if constexpr (std::is_same_v<Row, bool>) {
+    // Whose elements have no address.
+    bool row = false;
+    void* const place = &row;
+    for (bool isThere = reader.LoadFirst(&place); isThere; isThere = reader.LoadNext(&place)) rows.push_back(row);
+  } else {
+    void* places[sizeof(Places<Row>) / sizeof(void*)];
+    reader.LoadAll(&rows, &AppendRow<Row>, places);
+  }
   return rows;
 }
 

@@ -23,7 +23,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "sqldb/export.h"
 #include "sqldb/kit/transfer.h"
 #include "sqldb/kit/type.h"
 
@@ -190,12 +189,6 @@ const RecordLayout& LayoutOf() {
   static_assert(AreNamesDifferent(description.fields, indexes), "Two fields of the struct have the same name.");
   return BuildLayout<Record>(description, indexes);
 }
-
-/// Loads the fields from the columns, from `column` on in the order of the fields.
-SQLDB_EXPORT void LoadRecord(sqlite3_stmt* statement, int column, const RecordLayout& layout, void* record);
-/// Binds the fields, in their order. REQUIRES: `first` is a parameter of a statement, and the record stays until that
-/// has run.
-SQLDB_EXPORT void BindRecord(const Target& first, const RecordLayout& layout, const void* record);
 
 }  // namespace detail
 

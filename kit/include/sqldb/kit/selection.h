@@ -33,9 +33,7 @@ class Selection {
   using const_iterator = iterator;
 
   /// See Table::Select.
-  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable) {
-    fWanted.term = condition.Parts();
-  }
+  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable), fWanted{condition.Parts()} {}
 
   /// Orders by a column or an Sql, ascending, after the orders given before.
   template <typename A>

@@ -25,7 +25,7 @@ enum class RecordWrite { kInsert, kInsertOrIgnore, kUpsert, kReplace, kUpdate };
 struct RowsWanted {
   Piece term;
   /// Empty for none.
-  Piece order;
+  Piece order = {};
   std::int64_t limit = -1;
   std::int64_t offset = 0;
   bool isDistinct = false;
@@ -47,8 +47,8 @@ class SQLDB_EXPORT TableHandle {
   void Find(const Argument* key, std::size_t count, void* optional, void* (*emplace)(void* optional)) const;
   [[noreturn]] void ThrowNotFound() const;
 
-  /// The statement that writes a record, without values.
-  Lease Prepared(RecordWrite what) const;
+  /// The statement that writes a record, without values, lent to the caller.
+  KeptStatement& Lend(RecordWrite what) const;
   const RecordLayout& Layout() const noexcept;
   const ConnectionPointer& Connection() const noexcept { return fConnection; }
   /// Returns the rowid.
@@ -67,7 +67,6 @@ class SQLDB_EXPORT TableHandle {
   std::int64_t CountRows(const RowsWanted& wanted) const;
 
  private:
-  Lease Fixed(int which) const;
   Lease SelectAs(int kind, const RowsWanted& wanted, Values lifetime) const;
 
   ConnectionPointer fConnection;

@@ -80,7 +80,9 @@ class SQLDB_EXPORT Term {
 
   static Term Combine(const Term& a, const Term& b, Shape shape);
   static Term Negate(const Term& a);
-  void AddOperand(const Term& operand, Shape shape);
+  // One with which a row of operands begins.
+  Term(const Term& first, Shape shape);
+  bool IsOtherRow(Shape shape) const;
 
   detail::Piece fParts;
   Shape fShape = Shape::kNone;
@@ -145,6 +147,11 @@ struct ComparedAs<const char*> : ComparedAs<std::string> {};
 template <>
 struct ComparedAs<char*> : ComparedAs<std::string> {};
 
+/// As what a number goes into a Piece without a call for its type; void for all else.
+template <typename T>
+using NumberOf = std::conditional_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t)),
+                                    std::int64_t, std::conditional_t<std::is_same_v<T, double>, double, void>>;
+
 /// What stands in a comparison: a value, unless it is one of the kit's own.
 template <typename T>
 struct Operand {
@@ -152,10 +159,9 @@ struct Operand {
   static constexpr bool kCanCompare = true;
   using Type = typename ComparedAs<T>::type;
   static void Add(Piece& piece, const T& value) {
-    // The most frequent ones, without a call for their type.
-    if constexpr (kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))) {
+    if constexpr (std::is_same_v<NumberOf<T>, std::int64_t>) {
       piece.AddInteger(value);
-    } else if constexpr (std::is_same_v<T, double>) {
+    } else if constexpr (std::is_same_v<NumberOf<T>, double>) {
       piece.AddReal(value);
     } else {
       piece.AddValue(ArgumentOf(value));
@@ -215,11 +221,25 @@ template <typename A, typename B>
 using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
 
 template <typename A, typename B>
+void AddTogether(Piece& piece, const A& a, const char* between, const B& b) {
+  Operand<A>::Add(piece, a);
+  piece.AddStatic(between);
+  Operand<B>::Add(piece, b);
+}
+/// A column with a number.
+template <typename T, typename B, std::enable_if_t<!std::is_void_v<NumberOf<B>>, int> = 0>
+void AddTogether(Piece& piece, const Column<T>& a, const char* between, const B& b) {
+  if (a.Qualifier() == nullptr) {
+    piece.AddComparison(a.Name(), between, static_cast<NumberOf<B>>(b));
+  } else {
+    AddTogether<Column<T>, B>(piece, a, between, b);
+  }
+}
+
+template <typename A, typename B>
 Term Together(const A& a, const char* between, const B& b) {
   Term term = Term::OfParts();
-  Operand<A>::Add(term.Parts(), a);
-  term.Parts().AddStatic(between);
-  Operand<B>::Add(term.Parts(), b);
+  AddTogether(term.Parts(), a, between, b);
   return term;
 }
 

@@ -32,11 +32,13 @@ SQLDB_EXPORT void LoadInt64(sqlite3_stmt* statement, int column, void* value);
 SQLDB_EXPORT void LoadDouble(sqlite3_stmt* statement, int column, void* value);
 SQLDB_EXPORT void LoadString(sqlite3_stmt* statement, int column, void* value);
 SQLDB_EXPORT void LoadOptionalString(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void LoadInt(sqlite3_stmt* statement, int column, void* value);
+SQLDB_EXPORT void BindInt(const Target& target, const void* value);
 SQLDB_EXPORT void BindInt64(const Target& target, const void* value);
 SQLDB_EXPORT void BindString(const Target& target, const void* value);
 SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
 
-/// What LoadRecord does without a call.
+/// What is read and bound without a call by its address.
 enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString, kOptionalString };
 
 /// How values of type T are read and bound.
@@ -45,6 +47,12 @@ struct Transfer {
   static constexpr Shortcut kShortcut = Shortcut::kNone;
   static constexpr Loader kLoad = &LoadAny<T>;
   static constexpr Binder kBind = &BindAny<T>;
+};
+template <>
+struct Transfer<int> {
+  static constexpr Shortcut kShortcut = Shortcut::kNone;
+  static constexpr Loader kLoad = &LoadInt;
+  static constexpr Binder kBind = &BindInt;
 };
 template <>
 struct Transfer<std::int64_t> {

@@ -10,6 +10,11 @@
 
 namespace sqldb::kit::detail {
 
+/// An address as a word.
+inline std::uint64_t WordOf(const void* address) noexcept {
+  return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address));
+}
+
 /// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
 /// where it can. Copies may be used by different threads.
 class SQLDB_EXPORT Words {
@@ -24,15 +29,28 @@ class SQLDB_EXPORT Words {
 
   /// Throws std::bad_alloc, and is then as before.
   void Add(std::uint64_t word) {
-    if (fShared == nullptr && fSize < kRoom) {
-      fRoom[fSize++] = word;
+    if (HasRoom(1)) {
+      AddInPlace(word);
     } else {
       AddShared(word);
     }
   }
   void Add(const std::uint64_t* words, std::size_t count);
-  void Add(const void* address) { Add(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address))); }
-  void Add(const Words& words) { Add(words.begin(), words.Size()); }
+  /// Whether so many can be added in place.
+  bool HasRoom(std::size_t count) const noexcept { return fShared == nullptr && fSize + count <= kRoom; }
+  /// REQUIRES: there is room for them.
+  template <typename... Word>
+  void AddInPlace(Word... words) noexcept {
+    std::uint64_t* next = fRoom + fSize;
+    fSize += sizeof...(Word);
+    ((*next++ = words), ...);
+  }
+  void Add(const Words& words) {
+    if (!HasRoom(words.fSize)) return Add(words.begin(), words.fSize);
+    const std::uint64_t* next = words.begin();
+    for (std::size_t i = 0; i < words.fSize; ++i) fRoom[fSize + i] = next[i];
+    fSize += words.fSize;
+  }
 
   std::size_t Size() const noexcept { return fSize; }
   /// Valid until it is changed.
