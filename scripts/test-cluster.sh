@@ -184,12 +184,12 @@ move_both_ways() {
 
 # Programs of tests, at the same time.
 run_contract_tests() {
-  step "The library's own tests on databases in the cluster (a minute)"
+  step "The library's own tests on databases in the cluster (two minutes)"
   local left_out program tests=()
   left_out=$(grep '^[^#]' tests/cluster/left-out.txt | paste -s -d :)
   for program in "$@"; do
     SQLDB_TEST_DATABASES="$(uri %)" SQLDB_TEST_MODULE=$module \
-      timeout 180 "$build/$program" --gtest_brief=1 --gtest_filter="-$left_out" >"$folder/${program##*/}.out" 2>&1 &
+      timeout 400 "$build/$program" --gtest_brief=1 --gtest_filter="-$left_out" >"$folder/${program##*/}.out" 2>&1 &
     tests+=($!)
   done
   for program in "$@"; do
