@@ -89,10 +89,6 @@ bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
 void Lease::Hold(bool isHeld) noexcept { fKept->isHeld = isHeld; }
 
-void Lease::Reset() noexcept {
-  if (fKept->isUsed) fKept->Reset();
-}
-
 void BindByAddress(sqlite3_stmt* statement, int parameter, const Argument& argument, Values lifetime) {
   argument.bind(Target{statement, parameter, lifetime == Values::kLasting}, argument.value);
 }
@@ -121,7 +117,7 @@ std::int64_t Lease::Finish() {
   // Not what an earlier statement has changed, which is what a CREATE would tell, nor what a function called by a
   // SELECT has.
   const std::int64_t changes = !IsWriting() || TotalChanges(connection) == before ? 0 : Changes(connection);
-  Reset();
+  fKept->Reset();
   return changes;
 }
 

@@ -134,21 +134,8 @@ void Piece::AddComparison(const char* name, const char* operation, double value)
 }
 
 inline void Piece::AddComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value) {
-  constexpr std::size_t kText = 3;
-  constexpr std::size_t kValue = 2;
-  if (!fText.HasRoom(kText) || !fValues.HasRoom(kValue)) return AddLongComparison(name, operation, kind, value);
   fText.AddInPlace(static_cast<std::uint64_t>(Token::kCompared), WordOf(name), WordOf(operation));
   fValues.AddInPlace(kind, value);
-  ++fValueCount;
-}
-
-// Not inlined: where there is room, which is nearly always, nothing is to be saved for it.
-[[gnu::noinline]] void Piece::AddLongComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value) {
-  Add(Token::kCompared);
-  fText.Add(WordOf(name));
-  fText.Add(WordOf(operation));
-  fValues.Add(kind);
-  fValues.Add(value);
   ++fValueCount;
 }
 

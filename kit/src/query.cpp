@@ -22,7 +22,7 @@ int Compilations([[maybe_unused]] sqlite3_stmt* statement) {
 // A field's name may be quoted, as it stands in SQL; a column's is not.
 std::string_view Unquoted(const char* name) {
   const std::string_view whole(name);
-  const bool isQuoted = whole.size() > 1 && (whole[0] == '"' || whole[0] == '`' || whole[0] == '[');
+  const bool isQuoted = name[0] == '"' || name[0] == '`' || name[0] == '[';
   return isQuoted ? whole.substr(1, whole.size() - 2) : whole;
 }
 
@@ -177,7 +177,7 @@ inline void LoadOrReset(KeptStatement& kept, const RowShape& shape, ColumnOrder 
     if (areMapped || shape.only == nullptr) return LoadPieces(kept, shape, areMapped, places);
     LoadRecord(kept.statement, *shape.only, places[0]);
   } catch (...) {
-    if (kept.isUsed) kept.Reset();
+    kept.Reset();
     throw;
   }
 }
@@ -244,10 +244,7 @@ void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), v
 void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), *fShape, fOrder, places); }
 
 void RowReader::Finish() {
-  if (!IsWriting()) {
-    Stop();
-    return;
-  }
+  if (!IsWriting()) return fLease.Kept().Reset();
   while (Next()) {
   }
 }

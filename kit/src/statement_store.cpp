@@ -1,6 +1,7 @@
 #include "statement_store.h"
 
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "compile.h"
@@ -40,19 +41,17 @@ inline std::uint64_t Hash(const StatementKey& key) {
   return hash ^ hash >> 32;
 }
 
-inline bool IsOf(const KeptStatement& kept, const StatementKey& key) {
-  const std::size_t size = key.text.size();
-  return kept.owner == key.owner && kept.kind == key.kind && kept.secondPart == size &&
-         kept.key.size() == size + key.secondPart.size() && std::memcmp(kept.key.data(), key.text.data(), size) == 0 &&
-         (key.secondPart.empty() ||
-          std::memcmp(kept.key.data() + size, key.secondPart.data(), key.secondPart.size()) == 0);
+inline bool IsOf(const KeptStatement& kept, std::uint64_t hash, const StatementKey& key) {
+  const std::string_view whole(kept.key);
+  return std::tuple(kept.hash, kept.owner, kept.kind, whole.substr(0, kept.secondPart),
+                    whole.substr(kept.secondPart)) == std::tie(hash, key.owner, key.kind, key.text, key.secondPart);
 }
 
 }  // namespace
 
 inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKey& key) noexcept {
   for (KeptStatement* kept = Bucket(hash); kept != nullptr; kept = kept->nextOfBucket) {
-    if (kept->hash == hash && IsOf(*kept, key)) return kept;
+    if (IsOf(*kept, hash, key)) return kept;
   }
   return nullptr;
 }

@@ -111,6 +111,7 @@ class EngineFailuresTest : public testing::Test {
 TEST_F(EngineFailuresTest, ATextThatCannotBeReadIsNotTakenForAnEmptyOne) {
   ExpectNoMemory("value_text", 1, [&] { fDatabase.One<std::string>("SELECT name FROM parts"); });
   ExpectNoMemory("value_text", 1, [&] { fDatabase.One<std::string, int>("SELECT name, 1 FROM parts"); });
+  ExpectNoMemory("value_text", 1, [&] { fDatabase.One<std::array<char, 8>>("SELECT name FROM parts"); });
   ExpectNoMemory("value_text", 1, [&] { fParts.Get(1); });
 }
 

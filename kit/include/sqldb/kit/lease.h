@@ -154,9 +154,6 @@ class SQLDB_EXPORT Lease {
   /// or deleted.
   std::int64_t Finish();
 
-  /// Lets it begin anew; what is bound stays.
-  void Reset() noexcept;
-
   /// Throws Error if the database has been closed meanwhile.
   sqlite3_stmt* Statement() const;
   /// Valid as long as the lease.

@@ -58,7 +58,7 @@ class SQLDB_EXPORT Piece {
   void AddInteger(std::int64_t value);
   void AddReal(double value);
   /// A column, what it is compared by, and a value: the most frequent condition, at the cost of one call. REQUIRES:
-  /// `name` and `operation` stay.
+  /// it is empty; `name` and `operation` stay.
   void AddComparison(const char* name, const char* operation, std::int64_t value);
   void AddComparison(const char* name, const char* operation, double value);
 
@@ -70,7 +70,6 @@ class SQLDB_EXPORT Piece {
 
  private:
   void AddComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value);
-  void AddLongComparison(const char* name, const char* operation, std::uint64_t kind, std::uint64_t value);
 
   Words fText;
   Words fValues;

@@ -94,8 +94,6 @@ class SQLDB_EXPORT RowReader {
   [[noreturn]] void ThrowNotOneRow(bool isThereOne) const;
 
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
-  /// Stops what is running.
-  void Stop() noexcept { fLease.Reset(); }
 
  private:
 

@@ -226,7 +226,7 @@ void AddTogether(Piece& piece, const A& a, const char* between, const B& b) {
   piece.AddStatic(between);
   Operand<B>::Add(piece, b);
 }
-/// A column with a number.
+/// A column with a number. REQUIRES: `piece` is empty.
 template <typename T, typename B, std::enable_if_t<!std::is_void_v<NumberOf<B>>, int> = 0>
 void AddTogether(Piece& piece, const Column<T>& a, const char* between, const B& b) {
   if (a.Qualifier() == nullptr) {
