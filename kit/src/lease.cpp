@@ -100,10 +100,10 @@ void ThrowOtherCount(const KeptStatement& kept, std::size_t count) {
 }
 
 // Looks at all names before it binds the first value.
-void BindNamed(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values values) {
+void BindNamed(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values lifetime) {
   for (std::size_t i = 0; i < count; ++i) PlaceOf(kept, arguments, i);
   for (std::size_t i = 0; i < count; ++i) {
-    BindArgument(kept.statement, PlaceOf(kept, arguments, i), arguments[i], values);
+    BindArgument(kept.statement, PlaceOf(kept, arguments, i), arguments[i], lifetime);
   }
 }
 

@@ -197,7 +197,6 @@ std::string NamesOf(const RecordLayout& layout, std::string_view alias) {
 RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
   KeptStatement& kept = fLease.Kept();
-  if (kept.statement == nullptr) ThrowLetGo(kept);
   // What was found before is looked at again when it has run.
   if (order == ColumnOrder::kByName && kept.map.shape != &shape) FindColumns(kept, shape);
 }

@@ -27,7 +27,7 @@ inline std::uint64_t Mixed(std::uint64_t hash, std::string_view text) {
   const char* const whole = position + text.size() / kSize * kSize;
   for (; position != whole; position += kSize) hash = (hash ^ Block(position)) * kPrime;
   if (text.size() % kSize == 0) return hash;
-  if (text.size() > kSize) return (hash ^ Block(text.data() + text.size() - kSize)) * kPrime;
+  if (text.size() >= kSize) return (hash ^ Block(text.data() + text.size() - kSize)) * kPrime;
   for (const char character : text) hash = (hash ^ static_cast<unsigned char>(character)) * kPrime;
   return hash;
 }

@@ -38,17 +38,10 @@ class Loan {
   Loan(const Loan&) = delete;
   Loan& operator=(const Loan&) = delete;
 
-  // Throws Error if the database has been closed meanwhile.
-  sqlite3_stmt* Statement() const {
-    if (fKept.statement == nullptr) ThrowLetGo(fKept);
-    return fKept.statement;
-  }
+  sqlite3_stmt* Statement() const noexcept { return fKept.statement; }
   KeptStatement& Kept() const noexcept { return fKept; }
   // See StepOnce.
-  bool Step() const {
-    Statement();
-    return StepOnce(fKept);
-  }
+  bool Step() const { return StepOnce(fKept); }
 
  private:
   KeptStatement& fKept;

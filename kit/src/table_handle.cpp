@@ -328,7 +328,8 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  VaryingStatement statement(*fConnection, *fState, kind, Parts{wanted.term, wanted.order.IsEmpty() ? nullptr : &wanted.order});
+  VaryingStatement statement(*fConnection, *fState, kind,
+                             Parts{wanted.term, wanted.order.IsEmpty() ? nullptr : &wanted.order});
   Lease lease(statement.Lend());
   statement.Bind(lease.Kept(), lifetime);
   if (isLimited) {

@@ -20,8 +20,6 @@ void BindInt64(const Target& target, const void* value) { BindAny<std::int64_t>(
 
 void BindString(const Target& target, const void* value) { BindAny<std::string>(target, value); }
 
-void BindOptionalString(const Target& target, const void* value) {
-  BindAny<std::optional<std::string>>(target, value);
-}
+void BindOptionalString(const Target& target, const void* value) { BindAny<std::optional<std::string>>(target, value); }
 
 }  // namespace sqldb::kit::detail

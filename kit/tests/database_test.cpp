@@ -10,7 +10,6 @@
 
 #include "kit_test.h"
 #include "sqldb/database.h"
-#include "sqldb/kit/table.h"
 #include "support/engine.h"
 #include "support/temporary_folder.h"
 
@@ -417,11 +416,11 @@ TEST(Database, OnlyWhatInsertsUpdatesOrDeletesCountsRows) {
   Database database(":memory:");
   EXPECT_EQ(database.Execute("CREATE TABLE t (a, b)"), 0);
   EXPECT_EQ(database.Execute("INSERT INTO t VALUES (1, 1), (2, 2), (3, 3)"), 3);
-  for (const char* const sql :
-       {"CREATE TABLE u (a UNIQUE)", "CREATE INDEX i ON t (a)", "ALTER TABLE t RENAME TO v", "ALTER TABLE v RENAME TO t",
-        "ALTER TABLE t ADD COLUMN d", "ANALYZE", "REINDEX", "VACUUM", "SELECT * FROM t", "PRAGMA user_version = 3",
-        "BEGIN", "SAVEPOINT s", "RELEASE s", "COMMIT", "DROP INDEX i", "CREATE TABLE copy AS SELECT * FROM t",
-        "DROP TABLE copy", "UPDATE t SET a = 7 WHERE a = 9", "DELETE FROM t WHERE a = 9"}) {
+  for (const char* const sql : {"CREATE TABLE u (a UNIQUE)", "CREATE INDEX i ON t (a)", "ALTER TABLE t RENAME TO v",
+                                "ALTER TABLE v RENAME TO t", "ALTER TABLE t ADD COLUMN d", "ANALYZE", "REINDEX",
+                                "VACUUM", "SELECT * FROM t", "PRAGMA user_version = 3", "BEGIN", "SAVEPOINT s",
+                                "RELEASE s", "COMMIT", "DROP INDEX i", "CREATE TABLE copy AS SELECT * FROM t",
+                                "DROP TABLE copy", "UPDATE t SET a = 7 WHERE a = 9", "DELETE FROM t WHERE a = 9"}) {
     EXPECT_EQ(database.Execute(sql), 0) << sql;
   }
   EXPECT_EQ(database.Execute("UPDATE t SET a = a + 1 WHERE a > 1"), 2);
@@ -603,53 +602,6 @@ TEST(Database, PointerToNoConnectionCanBeCopied) {
   const sqldb::kit::detail::ConnectionPointer none;
   const sqldb::kit::detail::ConnectionPointer copy(none);
   EXPECT_EQ(copy.Get(), nullptr);
-}
-
-// Closes the database while it is bound.
-struct Closing {
-  std::int64_t id = 0;
-
-  static inline Database* database = nullptr;
-};
-
-struct ClosingRow {
-  Closing id;
-
-  static constexpr auto Description() { return sqldb::kit::Describe("t", sqldb::kit::Key("a", &ClosingRow::id)); }
-};
-
-}  // namespace
-
-template <>
-struct sqldb::kit::Type<Closing> {
-  using Stored = std::int64_t;
-  static std::int64_t Store(const Closing& value) {
-    Closing::database->Close();
-    return value.id;
-  }
-  static Closing Load(std::int64_t stored) { return Closing{stored}; }
-};
-
-namespace {
-
-TEST(Database, OneThatIsClosedWhileAValueIsBoundIsToldToBe) {
-  using Use = void (*)(Database&, const Closing&);
-  const Use uses[] = {
-      [](Database& database, const Closing& value) { sqldb::kit::Table<ClosingRow>(database).Insert({value}); },
-      [](Database& database, const Closing& value) { sqldb::kit::Table<ClosingRow>(database).Find(value); },
-      [](Database& database, const Closing& value) { sqldb::kit::Table<ClosingRow>(database).Delete(value); },
-      [](Database& database, const Closing& value) { database.Execute("INSERT INTO t VALUES (?)", value); },
-      [](Database& database, const Closing& value) { database.One<int>("SELECT ?", value); },
-      [](Database& database, const Closing& value) { database.Query<int>("SELECT ?", value).begin(); },
-  };
-  for (const Use use : uses) {
-    Database database(":memory:");
-    database.Execute("CREATE TABLE t (a INTEGER PRIMARY KEY)");
-    Closing::database = &database;
-    const Error error = ThrownBy([&] { use(database, Closing{1}); });
-    EXPECT_EQ(error.Code(), SQLITE_MISUSE);
-    EXPECT_THAT(Why(error), testing::AnyOf("The database has been closed.", "bad parameter or other API misuse"));
-  }
 }
 
 TEST(Database, EveryUseAfterCloseThrows) {

@@ -170,6 +170,8 @@ TEST_F(QueryTest, NumberOfColumnsMustBeThatOfTheRow) {
   EXPECT_EQ(message("SELECT 1"), "The statement yields 1 column, and a row is made of 2.");
   EXPECT_EQ(message("SELECT 1, 2, 3"), "The statement yields 3 columns, and a row is made of 2.");
   EXPECT_EQ(message("CREATE TABLE x (a)"), "The statement yields 0 columns, and a row is made of 2.");
+  EXPECT_EQ(ThrownBy([&] { fDatabase.All<int>("SELECT 1, 2"); }).Message(),
+            "The statement yields 2 columns, and a row is made of 1.");
   if (sqlite3_libversion_number() >= 3035000) {
     EXPECT_EQ(message("INSERT INTO kinds VALUES (1, 'x') RETURNING id"),
               "The statement yields 1 column, and a row is made of 2.");

@@ -96,7 +96,6 @@ class SQLDB_EXPORT RowReader {
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
 
  private:
-
   Lease fLease;
   const RowShape* fShape = nullptr;
   ColumnOrder fOrder = ColumnOrder::kAsWritten;
@@ -118,8 +117,16 @@ void* EmplaceStruct(void* optional, bool isThere) {
 /// A record that is nothing but a T.
 template <typename T>
 const RecordLayout& LayoutOfScalar() {
-  static const FieldEntry field{"",    nullptr, Codec<T>::kSql, Transfer<T>::kLoad, Transfer<T>::kBind, 0,
-                                Transfer<T>::kShortcut, Codec<T>::kCanBeNull, false, false};
+  static const FieldEntry field{"",
+                                nullptr,
+                                Codec<T>::kSql,
+                                Transfer<T>::kLoad,
+                                Transfer<T>::kBind,
+                                0,
+                                Transfer<T>::kShortcut,
+                                Codec<T>::kCanBeNull,
+                                false,
+                                false};
   static const RecordLayout layout{nullptr, &field, 1, 0};
   return layout;
 }

@@ -64,7 +64,8 @@ struct EncodedBytes {
 ///   static Stored Store(const T&)
 ///   static T Load(const Stored&)
 ///
-/// What the two functions throw passes through the operation that they are part of.
+/// What the two functions throw passes through the operation that they are part of. They may use the database that the
+/// operation is of. REQUIRES: they do not close it.
 template <typename T, typename = void>
 struct Type;
 
