@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "sqldb/kit/type.h"
+#include "sqldb/kit/codec.h"
 
 namespace sqldb::kit::detail {
 

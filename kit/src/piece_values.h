@@ -9,8 +9,8 @@
 
 #include <sqlite3.h>
 
+#include "sqldb/kit/codec.h"
 #include "sqldb/kit/piece.h"
-#include "sqldb/kit/type.h"
 
 namespace sqldb::kit::detail {
 

@@ -14,8 +14,8 @@
 #include <type_traits>
 
 #include "sqldb/export.h"
+#include "sqldb/kit/codec.h"
 #include "sqldb/kit/transfer.h"
-#include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
 

@@ -10,8 +10,8 @@
 // table of the database with this name hides it.
 
 #include "sqldb/export.h"
+#include "sqldb/kit/codec.h"
 #include "sqldb/kit/lease.h"
-#include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
 

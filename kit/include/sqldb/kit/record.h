@@ -23,8 +23,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "sqldb/kit/codec.h"
 #include "sqldb/kit/transfer.h"
-#include "sqldb/kit/type.h"
 
 namespace sqldb::kit {
 

@@ -10,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+#include "sqldb/kit/order.h"
 #include "sqldb/kit/query.h"
 #include "sqldb/kit/table_handle.h"
 #include "sqldb/kit/term.h"

@@ -19,9 +19,11 @@
 #include <type_traits>
 #include <utility>
 
+#include "sqldb/kit/assignment.h"
 #include "sqldb/kit/bulk.h"
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/lease.h"
+#include "sqldb/kit/operand.h"
 #include "sqldb/kit/record.h"
 #include "sqldb/kit/selection.h"
 #include "sqldb/kit/table_handle.h"

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "sqldb/export.h"
-#include "sqldb/kit/type.h"
+#include "sqldb/kit/codec.h"
 
 namespace sqldb::kit::detail {
 

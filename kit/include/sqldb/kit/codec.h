@@ -1,0 +1,261 @@
+#ifndef SQLDB_KIT_CODEC_H
+#define SQLDB_KIT_CODEC_H
+
+// From a Type to what SQLite stores: how each C++ type comes out of a column and goes into a parameter, a literal or a
+// list in the end. A Type names what it is stored as, which may have a Type again; a Codec goes that way to its end.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/type.h"
+
+struct sqlite3_stmt;
+
+namespace sqldb::kit::detail {
+
+template <typename T, typename... Others>
+constexpr bool kIsOneOf = (std::is_same_v<T, Others> || ...);
+
+template <typename T>
+constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
+                                     unsigned long, long long, unsigned long long>;
+
+/// A value that SQLite has: a column of a row, or an argument of a function.
+struct Source {
+  /// An sqlite3_value, which not every version of SQLite declares in the same way.
+  void* value;
+  /// For the message of a ConversionError: whose column it is, from 0.
+  sqlite3_stmt* statement;
+  int column;
+};
+
+class ValueSink;
+
+/// Where a value goes that is to be stored: a parameter of a statement, or what keeps values for later.
+struct Target {
+  /// Null: it goes to `sink`.
+  sqlite3_stmt* statement;
+  /// From 1.
+  int parameter;
+  /// Whether a text or blob stays where it is until it is bound anew, so that SQLite need not copy it.
+  bool isLasting;
+  ValueSink* sink = nullptr;
+};
+
+/// Takes values without a statement.
+class SQLDB_EXPORT ValueSink {
+ public:
+  virtual void TakeNull() = 0;
+  virtual void TakeInteger(std::int64_t value) = 0;
+  virtual void TakeReal(double value) = 0;
+  virtual void TakeText(std::string_view text) = 0;
+  virtual void TakeBlob(std::string_view bytes) = 0;
+
+ protected:
+  ~ValueSink() = default;
+};
+
+SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
+
+SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
+SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
+SQLDB_EXPORT double ReadReal(const Source& source);
+SQLDB_EXPORT float ReadFloat(const Source& source);
+/// Valid until the statement is stepped or reset.
+SQLDB_EXPORT std::string_view ReadText(const Source& source);
+/// The same.
+SQLDB_EXPORT std::string_view ReadBlob(const Source& source);
+
+SQLDB_EXPORT void BindNull(const Target& target);
+SQLDB_EXPORT void BindInteger(const Target& target, std::int64_t value);
+SQLDB_EXPORT void BindReal(const Target& target, double value);
+SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
+SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
+
+/// Throws the ConversionError that says what is stored in the column and why it does not fit: "an integer outside ...".
+[[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
+[[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
+
+template <typename T, typename = void>
+constexpr bool kHasType = false;
+template <typename T>
+inline constexpr bool kHasType<T, std::void_t<decltype(Type<T>::Store(std::declval<const T&>()))>> = true;
+
+template <typename T>
+constexpr bool kIsCharacter = kIsOneOf<T, char, wchar_t, char16_t, char32_t>;
+
+template <typename T>
+constexpr bool kIsOptional = false;
+template <typename T>
+inline constexpr bool kIsOptional<std::optional<T>> = true;
+
+/// What a value of type T comes to in the end: kSql, Load and Bind. This one is of those that are not stored.
+template <typename T, typename = void>
+struct Codec {
+  static_assert(!kIsCharacter<T>,
+                "A character is not stored: use std::string or char[N] for texts, std::int8_t for small numbers.");
+  static_assert(!std::is_same_v<T, std::string_view> && !std::is_pointer_v<T>,
+                "Views and pointers are not stored: use what owns its value, such as std::string.");
+  static_assert(kIsCharacter<T> || std::is_same_v<T, std::string_view> || std::is_pointer_v<T>,
+                "This type is not stored: specialise sqldb::kit::Type for it, which says what it is stored as. A struct"
+                " is a row if it has a static constexpr Description.");
+  static constexpr const char* kSql = "";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source&, T&) {}
+  static void Bind(const Target&, const T&) {}
+};
+
+/// By way of its Type.
+template <typename T>
+struct Codec<T, std::enable_if_t<kHasType<T>>> {
+  using Stored = std::decay_t<decltype(Type<T>::Store(std::declval<const T&>()))>;
+  using Inner = Codec<Stored>;
+  static constexpr const char* kSql = Inner::kSql;
+  static constexpr bool kCanBeNull = Inner::kCanBeNull;
+
+  static void Load(const Source& source, T& value) {
+    Stored stored{};
+    Inner::Load(source, stored);
+    value = Type<T>::Load(stored);
+  }
+  static void Bind(Target target, const T& value) {
+    // What it is stored as ends with this call.
+    target.isLasting = false;
+    Inner::Bind(target, Type<T>::Store(value));
+  }
+};
+
+template <typename T>
+struct Codec<T, std::enable_if_t<kIsInteger<T>>> {
+  static constexpr const char* kSql = "INTEGER";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, T& value) {
+    const std::int64_t stored = ReadInteger(source);
+    const auto read = static_cast<T>(stored);
+    if (!Fits(read) || static_cast<std::int64_t>(read) != stored) {
+      ThrowUnfit(source, "an integer that does not fit into what it is read into");
+    }
+    value = read;
+  }
+  static void Bind(const Target& target, T value) { BindInteger(target, Checked(value)); }
+
+ private:
+  // All with a sign do, since none is wider.
+  static constexpr bool Fits(T value) {
+    return std::is_signed_v<T> ||
+           static_cast<std::uint64_t>(value) <= std::uint64_t{std::numeric_limits<std::int64_t>::max()};
+  }
+  static std::int64_t Checked(T value) {
+    if (!Fits(value)) ThrowUnfit("An integer does not fit into 64 bits with a sign.");
+    return static_cast<std::int64_t>(value);
+  }
+};
+
+template <>
+struct Codec<bool> {
+  static constexpr const char* kSql = "INTEGER";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, bool& value) {
+    const std::int64_t stored = ReadInteger(source);
+    if (stored != 0 && stored != 1) ThrowUnfit(source, "an integer that is neither 0 nor 1");
+    value = stored != 0;
+  }
+  static void Bind(const Target& target, bool value) { BindInteger(target, value ? 1 : 0); }
+};
+
+template <>
+struct Codec<double> {
+  static constexpr const char* kSql = "REAL";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, double& value) { value = ReadReal(source); }
+  static void Bind(const Target& target, double value) { BindReal(target, value); }
+};
+
+template <>
+struct Codec<float> {
+  static constexpr const char* kSql = "REAL";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, float& value) { value = ReadFloat(source); }
+  static void Bind(const Target& target, float value) { BindReal(target, static_cast<double>(value)); }
+};
+
+template <>
+struct Codec<std::string> {
+  static constexpr const char* kSql = "TEXT";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, std::string& value) { value = ReadText(source); }
+  static void Bind(const Target& target, const std::string& value) { BindText(target, value); }
+};
+
+/// All up to the zero bytes at their end.
+SQLDB_EXPORT std::string_view Unfilled(const char* characters, std::size_t size) noexcept;
+/// Fills the rest with zero bytes.
+SQLDB_EXPORT void FillWithText(const Source& source, char* characters, std::size_t size);
+
+template <typename Characters, std::size_t kSize>
+struct CharactersCodec {
+  static constexpr const char* kSql = "TEXT";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, Characters& value) { FillWithText(source, std::data(value), kSize); }
+  static void Bind(const Target& target, const Characters& value) {
+    BindText(target, Unfilled(std::data(value), kSize));
+  }
+};
+template <std::size_t N>
+struct Codec<char[N]> : CharactersCodec<char[N], N> {};
+template <std::size_t N>
+struct Codec<std::array<char, N>> : CharactersCodec<std::array<char, N>, N> {};
+
+inline std::string_view Bytes(const Blob& blob) {
+  return std::string_view(reinterpret_cast<const char*>(blob.data()), blob.size());
+}
+
+template <>
+struct Codec<Blob> {
+  static constexpr const char* kSql = "BLOB";
+  static constexpr bool kCanBeNull = false;
+
+  static void Load(const Source& source, Blob& value) {
+    const std::string_view bytes = ReadBlob(source);
+    value.assign(bytes.begin(), bytes.end());
+  }
+  static void Bind(const Target& target, const Blob& value) { BindBlob(target, Bytes(value)); }
+};
+
+template <typename T>
+struct Codec<std::optional<T>> {
+  static_assert(!kIsOptional<T>, "NULL says once that there is no value: use one std::optional.");
+  static constexpr const char* kSql = Codec<T>::kSql;
+  static constexpr bool kCanBeNull = true;
+
+  static void Load(const Source& source, std::optional<T>& value) {
+    if (IsNull(source)) {
+      value.reset();
+    } else {
+      Codec<T>::Load(source, value ? *value : value.emplace());
+    }
+  }
+  static void Bind(const Target& target, const std::optional<T>& value) {
+    value ? Codec<T>::Bind(target, *value) : BindNull(target);
+  }
+};
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_CODEC_H

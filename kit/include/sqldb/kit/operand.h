@@ -1,0 +1,130 @@
+#ifndef SQLDB_KIT_OPERAND_H
+#define SQLDB_KIT_OPERAND_H
+
+// What may stand in a condition, an order or an assignment, and beside what: columns, SQL and values, each of which
+// goes into a Piece in its own way.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+
+#include "sqldb/kit/codec.h"
+#include "sqldb/kit/column.h"
+#include "sqldb/kit/lease.h"
+#include "sqldb/kit/piece.h"
+
+namespace sqldb::kit::detail {
+
+/// What a type is compared as: any number with any number, any text with any text, all else with itself.
+template <typename T>
+struct ComparedAs {
+  using type = std::conditional_t<kIsInteger<T> || kIsOneOf<T, float, double>, double, T>;
+};
+template <typename T>
+struct ComparedAs<std::optional<T>> : ComparedAs<T> {};
+template <std::size_t N>
+struct ComparedAs<char[N]> : ComparedAs<std::string> {};
+template <std::size_t N>
+struct ComparedAs<std::array<char, N>> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<std::string_view> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<const char*> : ComparedAs<std::string> {};
+template <>
+struct ComparedAs<char*> : ComparedAs<std::string> {};
+
+/// As what a number goes into a Piece without a call for its type; void for all else.
+template <typename T>
+using NumberOf = std::conditional_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t)),
+                                    std::int64_t, std::conditional_t<std::is_same_v<T, double>, double, void>>;
+
+/// What stands in a comparison: a value, unless it is one of the kit's own.
+template <typename T>
+struct Operand {
+  static constexpr bool kIsExpression = false;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const T& value) {
+    if constexpr (std::is_same_v<NumberOf<T>, std::int64_t>) {
+      piece.AddInteger(value);
+    } else if constexpr (std::is_same_v<NumberOf<T>, double>) {
+      piece.AddReal(value);
+    } else {
+      piece.AddValue(ArgumentOf(value));
+    }
+  }
+};
+template <typename T>
+struct Operand<std::optional<T>> : Operand<T> {
+  static constexpr bool kCanCompare = false;
+  static void Add(Piece& piece, const std::optional<T>& value) { piece.AddValue(ArgumentOf(value)); }
+};
+template <>
+struct Operand<std::nullopt_t> {
+  static constexpr bool kIsExpression = false;
+  static constexpr bool kCanCompare = false;
+  using Type = void;
+  static void Add(Piece& piece, const std::nullopt_t& value) { piece.AddValue(ArgumentOf(value)); }
+};
+template <typename T>
+struct Operand<Column<T>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const Column<T>& column) { piece.AddColumn(column.Qualifier(), column.Name()); }
+};
+template <typename T>
+struct Operand<Sql<T>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = typename ComparedAs<T>::type;
+  static void Add(Piece& piece, const Sql<T>& sql) { piece.Add(sql.Parts()); }
+};
+template <typename... T>
+struct Operand<RowValue<T...>> {
+  static constexpr bool kIsExpression = true;
+  static constexpr bool kCanCompare = true;
+  using Type = std::tuple<T...>;
+  static void Add(Piece& piece, const RowValue<T...>& row) { piece.Add(row.Parts()); }
+};
+
+/// What stands on the left of IN and LIKE, and in an order.
+template <typename A>
+constexpr void RequireExpression() {
+  static_assert(Operand<A>::kIsExpression, "This is of a column or an Sql: a value is the same in every row.");
+}
+
+template <typename A, typename B>
+constexpr void RequireComparable() {
+  constexpr bool canCompare = Operand<A>::kCanCompare && Operand<B>::kCanCompare;
+  static_assert(canCompare,
+                "Nothing compares with NULL: use IsNull(column), or Is(column, value) with a std::optional.");
+  static_assert(!canCompare || std::is_same_v<typename Operand<A>::Type, typename Operand<B>::Type>,
+                "Compare numbers with numbers, texts with texts, and all else with its own type.");
+}
+
+template <typename A, typename B>
+using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
+
+/// Whether a column whose member is a T can be given a V. NULL goes into a std::optional only.
+template <typename T, typename V>
+constexpr bool kCanHold = std::is_same_v<typename Operand<T>::Type, typename Operand<V>::Type>;
+template <typename T, typename V>
+inline constexpr bool kCanHold<std::optional<T>, V> = kCanHold<T, V>;
+template <typename T, typename V>
+inline constexpr bool kCanHold<std::optional<T>, std::optional<V>> = kCanHold<T, V>;
+template <typename T>
+inline constexpr bool kCanHold<std::optional<T>, std::nullopt_t> = true;
+template <typename T>
+inline constexpr bool kCanHold<T, std::nullopt_t> = false;
+template <typename T, typename V>
+inline constexpr bool kCanHold<T, std::optional<V>> = false;
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_OPERAND_H

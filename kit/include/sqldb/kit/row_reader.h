@@ -1,0 +1,226 @@
+#ifndef SQLDB_KIT_ROW_READER_H
+#define SQLDB_KIT_ROW_READER_H
+
+// Reads the rows of a statement without their type: what a row is made of is plain data, which compiled code walks. The
+// templates around it know where the pieces of one row are, and no more.
+
+#include <cstddef>
+#include <optional>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "sqldb/export.h"
+#include "sqldb/kit/lease.h"
+#include "sqldb/kit/record.h"
+
+namespace sqldb::kit::detail {
+
+/// A part of a row: a scalar, a struct, or a std::optional of a struct.
+struct RowPiece {
+  /// Null for a scalar.
+  const RecordLayout* layout;
+  /// Null for a struct; otherwise the only field of a record that is the scalar.
+  const FieldEntry* scalar;
+  /// For a std::optional of a struct: makes one and returns its address, or leaves none if it is not there.
+  void* (*emplace)(void* optional, bool isThere);
+};
+
+/// What a row is made of, without its type.
+struct RowShape {
+  const RowPiece* pieces;
+  int count;
+  /// Of all pieces.
+  int columnCount;
+  /// The only piece, unless that is a std::optional of a struct, as a record: a scalar is one with one field. Otherwise
+  /// null.
+  const RecordLayout* only;
+  /// Whether there is a struct, which finds its columns by their names.
+  bool isNamed;
+};
+
+/// How the columns of a result come to the parts of a row.
+enum class ColumnOrder {
+  /// In the order of the pieces and their fields. They are just those.
+  kAsWritten,
+  /// By the names of the fields. Throws Error if a column is missing or there twice, or if there are too few or too
+  /// many.
+  kByName,
+};
+
+/// Steps through the rows of a statement and reads them, without their type. Copies share the statement and so go on
+/// together; one that was made without a statement is at the end.
+class SQLDB_EXPORT RowReader {
+ public:
+  RowReader() = default;
+  /// Runs nothing yet. Throws Error.
+  /// REQUIRES: `shape` lives forever.
+  RowReader(Lease lease, const RowShape& shape, ColumnOrder order);
+
+  /// Runs the statement from its beginning. Returns whether there is a row. Throws Error; nothing is then running.
+  bool First();
+  /// Goes on to the next row. Returns false if there is none left, also if the statement has been run to its end, or
+  /// stopped, by way of a copy. Throws Error; nothing is then running.
+  bool Next();
+  /// Next, and Load if there is a row.
+  bool LoadNext(void* const* places);
+  /// First, and Load if there is a row.
+  bool LoadFirst(void* const* places);
+  /// Reads the row into the pieces at `places`. What it throws stops the statement before.
+  void Load(void* const* places);
+  /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
+  /// REQUIRES: `places` has room for as many as there are pieces.
+  void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
+  /// Goes on to the end of a statement that writes, and stops one that reads.
+  void Finish();
+  /// Throws the Error of a query that was to yield just one row.
+  [[noreturn]] void ThrowNotOneRow(bool isThereOne) const;
+
+  bool IsWriting() const noexcept { return fLease.IsWriting(); }
+
+ private:
+  Lease fLease;
+  const RowShape* fShape = nullptr;
+  ColumnOrder fOrder = ColumnOrder::kAsWritten;
+};
+
+template <typename T>
+constexpr bool kIsOptionalStruct = false;
+template <typename T>
+inline constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
+
+template <typename Struct>
+void* EmplaceStruct(void* optional, bool isThere) {
+  auto& place = *static_cast<std::optional<Struct>*>(optional);
+  if (isThere) return place ? &*place : &place.emplace();
+  place.reset();
+  return nullptr;
+}
+
+/// A record that is nothing but a T.
+template <typename T>
+const RecordLayout& LayoutOfScalar() {
+  static const FieldEntry field{"",
+                                nullptr,
+                                Codec<T>::kSql,
+                                Transfer<T>::kLoad,
+                                Transfer<T>::kBind,
+                                0,
+                                Transfer<T>::kShortcut,
+                                Codec<T>::kCanBeNull,
+                                false,
+                                false};
+  static const RecordLayout layout{nullptr, &field, 1, 0};
+  return layout;
+}
+
+template <typename T>
+RowPiece PieceOf() {
+  if constexpr (kIsDescribed<T>) {
+    return RowPiece{&LayoutOf<T>(), nullptr, nullptr};
+  } else if constexpr (kIsOptionalStruct<T>) {
+    using Struct = typename T::value_type;
+    return RowPiece{&LayoutOf<Struct>(), nullptr, &EmplaceStruct<Struct>};
+  } else {
+    return RowPiece{nullptr, LayoutOfScalar<T>().fields, nullptr};
+  }
+}
+
+/// See RowShape.
+template <typename T, typename... Others>
+const RecordLayout* OnlyOf() {
+  if constexpr (sizeof...(Others) > 0 || kIsOptionalStruct<T>) {
+    return nullptr;
+  } else if constexpr (kIsDescribed<T>) {
+    return &LayoutOf<T>();
+  } else {
+    return &LayoutOfScalar<T>();
+  }
+}
+
+inline int ColumnCountOf(const RowPiece& piece) { return piece.layout != nullptr ? piece.layout->count : 1; }
+
+/// The shape of a row of all T.
+template <typename... T>
+const RowShape& ShapeOf() {
+  static const RowPiece pieces[] = {PieceOf<T>()...};
+  static const RowShape shape = [] {
+    int columnCount = 0;
+    for (const RowPiece& pieceOfRow : pieces) columnCount += ColumnCountOf(pieceOfRow);
+    const bool isNamed = ((kIsDescribed<T> || kIsOptionalStruct<T>) || ...);
+    return RowShape{pieces, static_cast<int>(sizeof...(T)), columnCount, OnlyOf<T...>(), isNamed};
+  }();
+  return shape;
+}
+
+/// Where the pieces of a row are.
+template <typename Row>
+struct Places {
+  explicit Places(Row& wholeRow) : all{&wholeRow} {}
+
+  void* all[1];
+};
+template <typename... T>
+struct Places<std::tuple<T...>> {
+  explicit Places(std::tuple<T...>& wholeRow) : Places(wholeRow, std::index_sequence_for<T...>()) {}
+
+  void* all[sizeof...(T)];
+
+ private:
+  template <std::size_t... I>
+  Places(std::tuple<T...>& wholeRow, std::index_sequence<I...>) : all{&std::get<I>(wholeRow)...} {}
+};
+
+/// Reads the row on which the statement stands.
+template <typename Row>
+void LoadRow(RowReader& reader, Row& row) {
+  reader.Load(Places<Row>(row).all);
+}
+
+/// Appends an empty row to the std::vector<Row> at `rows`, and says where its pieces are.
+template <typename Row>
+void AppendRow(void* rows, void** places) {
+  const Places<Row> placesOfRow(static_cast<std::vector<Row>*>(rows)->emplace_back());
+  for (void* const place : placesOfRow.all) *places++ = place;
+}
+
+/// Runs it from its beginning and reads the first row; none if there is no row.
+template <typename Row>
+std::optional<Row> ReadFirst(RowReader& reader) {
+  std::optional<Row> row;
+  if (reader.First()) {
+    LoadRow(reader, row.emplace());
+    reader.Finish();
+  }
+  return row;
+}
+
+/// The same with the only row. Throws Error if there is none, or more than one.
+template <typename Row>
+Row ReadOne(RowReader& reader) {
+  Row row{};
+  if (!reader.LoadFirst(Places<Row>(row).all)) reader.ThrowNotOneRow(false);
+  if (reader.Next()) reader.ThrowNotOneRow(true);
+  return row;
+}
+
+/// The same with all rows.
+template <typename Row>
+std::vector<Row> ReadAll(RowReader& reader) {
+  std::vector<Row> rows;
+  if constexpr (std::is_same_v<Row, bool>) {
+    // Whose elements have no address.
+    bool row = false;
+    void* const place = &row;
+    for (bool isThere = reader.LoadFirst(&place); isThere; isThere = reader.LoadNext(&place)) rows.push_back(row);
+  } else {
+    void* places[sizeof(Places<Row>) / sizeof(void*)];
+    reader.LoadAll(&rows, &AppendRow<Row>, places);
+  }
+  return rows;
+}
+
+}  // namespace sqldb::kit::detail
+
+#endif  // SQLDB_KIT_ROW_READER_H

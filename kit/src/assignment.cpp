@@ -1,0 +1,41 @@
+#include "sqldb/kit/assignment.h"
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+namespace sqldb::kit::detail {
+
+namespace {
+
+[[noreturn]] void ThrowCannotHold(const char* column, const char* what) {
+  ThrowUnfit(("column " + std::string(column) + " cannot hold such a " + what).c_str());
+}
+
+}  // namespace
+
+void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most) {
+  if (value < least || value > most) ThrowCannotHold(column, "number");
+}
+
+void CheckInteger(const char* column, double value, std::int64_t least, std::int64_t most) {
+  constexpr double kTwoTo63 = 9223372036854775808.0;
+  const bool isInteger = value >= -kTwoTo63 && value < kTwoTo63 && value == std::trunc(value);
+  if (!isInteger) ThrowCannotHold(column, "number");
+  CheckInteger(column, static_cast<std::int64_t>(value), least, most);
+}
+
+void CheckDouble(const char* column, std::int64_t value) {
+  CheckInteger(column, static_cast<double>(value), value, value);
+}
+
+void CheckFloat(const char* column, double value) {
+  const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
+  if (!isWithin || static_cast<double>(static_cast<float>(value)) != value) ThrowCannotHold(column, "number");
+}
+
+void CheckText(const char* column, std::size_t size, std::size_t most) {
+  if (size > most) ThrowCannotHold(column, "text");
+}
+
+}  // namespace sqldb::kit::detail
