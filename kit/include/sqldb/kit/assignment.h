@@ -24,7 +24,7 @@
 
 namespace sqldb::kit {
 
-/// One entry of the SET list of an update; see Set.
+/// One entry of the SET list of an update, which Set makes. A value, with a copy of what it assigns.
 class Assignment {
  public:
   /// For the kit.

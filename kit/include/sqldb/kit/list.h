@@ -6,8 +6,13 @@
 //   std::vector<std::int64_t> ids = ...;
 //   database.All<Part>("SELECT * FROM parts WHERE id IN (SELECT value FROM list(?))", List(ids));
 //
-// list(?) is a table with the one column `value`, in the order of the list. The kit gives it to every connection; a
-// table of the database with this name hides it.
+// list(?) is a table with the one column `value`, in the order of the list. It can be joined and counted like any
+// other:
+//
+//   database.All<std::string>("SELECT name FROM list(?) JOIN parts ON parts.id = value", List(ids));
+//
+// The kit gives it to every connection; a table of the database with this name hides it. There is no limit to the
+// number of values but memory.
 
 #include "sqldb/export.h"
 #include "sqldb/kit/codec.h"

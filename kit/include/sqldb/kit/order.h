@@ -12,7 +12,7 @@
 
 namespace sqldb::kit {
 
-/// One entry of an order.
+/// One entry of an order, which Ascending and Descending make. A value: copies are the same entry.
 class Order {
  public:
   /// For the kit.
@@ -24,7 +24,8 @@ class Order {
   detail::Piece fParts;
 };
 
-/// From the smallest value to the largest, NULL first.
+/// From the smallest value to the largest, NULL first. `expression` is a column or an Sql. Texts are ordered by the
+/// collation of their column, by their bytes unless that has one.
 template <typename A>
 Order Ascending(const A& expression) {
   detail::RequireExpression<A>();
@@ -32,7 +33,7 @@ Order Ascending(const A& expression) {
   detail::Operand<A>::Add(piece, expression);
   return Order(static_cast<detail::Piece&&>(piece));
 }
-/// From the largest value to the smallest, NULL last.
+/// The other way round: from the largest value to the smallest, NULL last.
 template <typename A>
 Order Descending(const A& expression) {
   detail::RequireExpression<A>();

@@ -128,16 +128,25 @@ SQLDB_EXPORT std::string NamesOf(const RecordLayout& layout, std::string_view al
 
 }  // namespace detail
 
-/// The columns of a struct for a SELECT, in the order of its fields: Columns<Part>("p") is "p.id, p.name, p.price".
-/// REQUIRES: `alias` is SQL, never input.
+/// The columns of a struct for a SELECT, in the order of its fields: Columns<Part>("p") is "p.id, p.name, p.price", and
+/// Columns<Part>() is "id, name, price". With them a query names what it reads, and goes on to work when the table gets
+/// further columns. REQUIRES: `alias` is SQL, never input.
 template <typename Struct>
 std::string Columns(std::string_view alias = {}) {
   return detail::NamesOf(detail::LayoutOf<Struct>(), alias);
 }
 
-/// A query with its values. begin() runs it and reads its first row, and runs it anew when called again; the iterators
-/// made before are then not to be used any more. Each further row is read when the iterator comes to it, into the same
-/// object: copy what is to stay. Can be moved, also while it is iterated over.
+/// A query with its values, of which nothing has run before begin():
+///
+///   auto rows = database.Query<std::string, double>("SELECT name, price FROM parts WHERE price < ?", 1.0);
+///   for (const auto& [name, price] : rows) ...
+///
+/// begin() runs it and reads its first row, and runs it anew when called again; the iterators made before are then not
+/// to be used any more. Each further row is read when the iterator comes to it, into the same object: copy what is to
+/// stay. Can be moved, also while it is iterated over.
+///
+/// It may outlive its Database object, and what it was given as values, which it keeps. Once the database is closed,
+/// begin() and ++ throw Error.
 ///
 /// A query that writes (INSERT ... RETURNING) has run to its end when Query returns; its rows are kept, and begin()
 /// gives those.

@@ -37,10 +37,18 @@ class SQLTermBase;
 
 namespace kit {
 
-/// A condition, or none.
+/// A condition on the rows of a table, or none. A filter that a user may leave out in part begins with none:
+///
+///   Term term;
+///   if (dearest) term = term && price <= *dearest;
+///   if (!names.empty()) term = term && In(name, names);
+///   for (const Part& part : parts.Select(term)) ...
+///
+/// A term belongs to no table: what it names is looked up when an operation compiles it, and what is missing there is
+/// that operation's Error. It keeps copies of its values, so that it may outlive all that it was built from.
 class SQLDB_EXPORT Term {
  public:
-  /// None.
+  /// None: it holds for every row, and vanishes from a combination.
   Term() = default;
   /// For the kit: one that is made of Parts, and needs no parentheses where it stands beside AND, OR and NOT.
   static Term OfParts() noexcept {
@@ -49,16 +57,18 @@ class SQLDB_EXPORT Term {
     return term;
   }
 
-  /// Whether it is none.
+  /// Whether it is none. An update and a delete refuse such a one; EveryRow says that all rows are meant.
   bool IsEmpty() const noexcept { return fShape == Shape::kNone; }
 
   /// As the core takes it, with its values as literals; for none SQLEmptyTerm::EmptyTerm, which means every row, and
   /// which an update of the core refuses.
   boost::shared_ptr<SQLTermBase> Core() const;
 
-  /// Both; an empty one vanishes.
+  /// Holds where both do. An empty one vanishes; of two empty ones the result is empty. Both sides are always
+  /// evaluated, since neither is a bool.
   friend Term operator&&(const Term& a, const Term& b) { return Combine(a, b, Shape::kAnd); }
-  /// One at least; an empty one vanishes.
+  /// Holds where one does at least. An empty one vanishes, too: it is a filter that was left out, not one that every
+  /// row passes.
   friend Term operator||(const Term& a, const Term& b) { return Combine(a, b, Shape::kOr); }
   /// Not so; none if `a` is empty. As in SQL, neither `a` nor `!a` holds where `a` compares with NULL.
   friend Term operator!(const Term& a) { return Negate(a); }
@@ -83,8 +93,12 @@ class SQLDB_EXPORT Term {
   Shape fNegated = Shape::kNone;
 };
 
-/// A condition that the program wrote, with a value for each question mark: `Where("notes MATCH ?", words)`. Throws
-/// Error for a value too few or too many. REQUIRES: `sql` is a condition, never input.
+/// A condition that the program wrote, with a value for each question mark: `Where("notes MATCH ?", words)`. It stands
+/// in parentheses of its own, whatever it is combined with. A question mark in a text, a quoted name or a comment is
+/// none of its parameters. The values are copied.
+///
+/// Throws Error for a value too few or too many, and for a parameter of another form, such as ?1 or :name.
+/// REQUIRES: `sql` is a condition, never input.
 template <typename... P>
 Term Where(std::string_view sql, const P&... values) {
   const detail::Arguments<P...> arguments(values...);
@@ -158,8 +172,8 @@ Term operator>=(const A& a, const B& b) {
 }
 /// @}
 
-/// Columns or values side by side, compared from left to right. To go on where a page ended:
-/// `RowOf(day, id) > RowOf(last.day, last.id)`.
+/// Columns or values side by side, two at least, compared from left to right: the first parts that differ decide. To go
+/// on where a page ended: `RowOf(day, id) > RowOf(last.day, last.id)`.
 template <typename... T>
 RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
   static_assert(sizeof...(T) > 1, "A row has two parts at least.");
@@ -171,7 +185,7 @@ RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
   return RowValue<typename detail::Operand<T>::Type...>(static_cast<detail::Piece&&>(piece));
 }
 
-/// Holds for the rows without a value.
+/// Holds for the rows in which the expression is NULL. `!IsNull(note)` holds for all others.
 template <typename A>
 Term IsNull(const A& expression) {
   detail::RequireExpression<A>();
@@ -181,7 +195,8 @@ Term IsNull(const A& expression) {
   return term;
 }
 
-/// Holds for the rows that have just this value, or none if `value` is empty.
+/// Holds for the rows that have just this value, or that have none if `value` is empty: the comparison for an optional
+/// filter value, where == does not compile.
 template <typename A, typename T>
 Term Is(const A& expression, const std::optional<T>& value) {
   detail::RequireExpression<A>();
@@ -190,7 +205,8 @@ Term Is(const A& expression, const std::optional<T>& value) {
   return detail::Together(expression, " IS ", value);
 }
 
-/// Both bounds included.
+/// Holds for the rows whose value is neither less than `low` nor greater than `high`: both bounds are included. It
+/// holds for none if `low` is greater than `high`, or where the value is NULL.
 template <typename A, typename B, typename C>
 Term Between(const A& expression, const B& low, const C& high) {
   detail::RequireComparable<A, C>();
@@ -200,8 +216,9 @@ Term Between(const A& expression, const B& low, const C& high) {
   return term;
 }
 
-/// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. Any number works;
-/// each number makes a statement of its own.
+/// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. The values are
+/// copied. Any number works; each number makes a statement of its own, so where the number changes all the time
+/// `Where("id IN (SELECT value FROM list(?))", List(ids))` compiles less.
 template <typename A, typename Values>
 Term In(const A& expression, const Values& values) {
   detail::RequireExpression<A>();

@@ -37,7 +37,8 @@ namespace sqldb::kit {
 /// The bytes of a BLOB.
 using Blob = std::vector<unsigned char>;
 
-/// Bytes that are stored as text, by sqlite_encode_binary.
+/// Bytes that are stored as text, by sqlite_encode_binary, for a file whose other readers expect that. A Blob takes
+/// less room and less time.
 struct EncodedBytes {
   /// As they are, not encoded.
   std::vector<unsigned char> bytes;
@@ -48,7 +49,8 @@ struct EncodedBytes {
   friend bool operator!=(const EncodedBytes& a, const EncodedBytes& b) { return !(a == b); }
 };
 
-/// How values of type T are stored:
+/// How values of type T are stored. Specialised by the program, in the namespace sqldb::kit or by its qualified name,
+/// before the first use of T in a description, a parameter or a row:
 ///
 ///   using Stored = ...                 std::int64_t, double, std::string or Blob, or a type that has a Type itself
 ///   static Stored Store(const T&)
