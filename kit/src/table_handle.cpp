@@ -80,6 +80,16 @@ bool IsKeyZero(const RecordLayout& layout, const void* record) {
 
 }  // namespace
 
+RowsWanted::RowsWanted(const Piece& condition) : term(condition) {}
+RowsWanted::RowsWanted(const RowsWanted& other) = default;
+RowsWanted& RowsWanted::operator=(const RowsWanted& other) = default;
+RowsWanted::~RowsWanted() = default;
+
+void RowsWanted::AddOrder(const Piece& entry) {
+  if (!order.IsEmpty()) order.AddStatic(", ");
+  order.Add(entry);
+}
+
 TableHandle::TableHandle(const Database& database, const RecordLayout& layout, std::string_view name)
     : fConnection(database.Connection()),
       fState(&fConnection->fTables.Use(layout, name.empty() ? std::string_view(layout.table) : name)) {}

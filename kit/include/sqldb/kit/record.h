@@ -172,22 +172,36 @@ constexpr bool AreNamesDifferent(const Fields& fields, std::index_sequence<I...>
   return true;
 }
 
-template <typename Record, typename... Fields, std::size_t... I>
-const RecordLayout& BuildLayout(const RecordDescription<Fields...>& description, std::index_sequence<I...>) {
-  static const FieldEntry entries[] = {EntryOf<Record>(std::get<I>(description.fields))...};
-  static const RecordLayout layout{description.table, entries, static_cast<int>(sizeof...(I)),
-                                   (0 + ... + (std::get<I>(description.fields).IsKey() ? 1 : 0))};
-  return layout;
+// By its number rather than by its type, which would make long names of each.
+template <typename Record, std::size_t I>
+FieldEntry EntryAt() {
+  constexpr auto description = Described<Record>::Description();
+  return EntryOf<Record>(std::get<I>(description.fields));
 }
+
+template <typename Record, typename Indexes>
+struct LayoutStorage;
+template <typename Record, std::size_t... I>
+struct LayoutStorage<Record, std::index_sequence<I...>> {
+  static constexpr int CountKeys() {
+    constexpr auto description = Described<Record>::Description();
+    return (0 + ... + (std::get<I>(description.fields).IsKey() ? 1 : 0));
+  }
+
+  const FieldEntry entries[sizeof...(I)] = {EntryAt<Record, I>()...};
+  const RecordLayout layout{Described<Record>::Description().table, entries, static_cast<int>(sizeof...(I)),
+                            CountKeys()};
+};
 
 template <typename Record>
 const RecordLayout& LayoutOf() {
   static_assert(kIsDescribed<Record>,
                 "Describe the struct: give it a static constexpr Description, or specialise sqldb::kit::Described.");
   constexpr auto description = Described<Record>::Description();
-  constexpr auto indexes = std::make_index_sequence<std::tuple_size_v<decltype(description.fields)>>();
-  static_assert(AreNamesDifferent(description.fields, indexes), "Two fields of the struct have the same name.");
-  return BuildLayout<Record>(description, indexes);
+  using Indexes = std::make_index_sequence<std::tuple_size_v<decltype(description.fields)>>;
+  static_assert(AreNamesDifferent(description.fields, Indexes()), "Two fields of the struct have the same name.");
+  static const LayoutStorage<Record, Indexes> storage;
+  return storage.layout;
 }
 
 }  // namespace detail

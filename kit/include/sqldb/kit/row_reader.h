@@ -141,17 +141,24 @@ const RecordLayout* OnlyOf() {
 
 inline int ColumnCountOf(const RowPiece& piece) { return piece.layout != nullptr ? piece.layout->count : 1; }
 
+template <typename... T>
+struct ShapeStorage {
+  static int ColumnCount(const RowPiece (&pieces)[sizeof...(T)]) {
+    int count = 0;
+    for (const RowPiece& piece : pieces) count += ColumnCountOf(piece);
+    return count;
+  }
+
+  const RowPiece pieces[sizeof...(T)] = {PieceOf<T>()...};
+  const RowShape shape{pieces, static_cast<int>(sizeof...(T)), ColumnCount(pieces), OnlyOf<T...>(),
+                       ((kIsDescribed<T> || kIsOptionalStruct<T>) || ...)};
+};
+
 /// The shape of a row of all T.
 template <typename... T>
 const RowShape& ShapeOf() {
-  static const RowPiece pieces[] = {PieceOf<T>()...};
-  static const RowShape shape = [] {
-    int columnCount = 0;
-    for (const RowPiece& pieceOfRow : pieces) columnCount += ColumnCountOf(pieceOfRow);
-    const bool isNamed = ((kIsDescribed<T> || kIsOptionalStruct<T>) || ...);
-    return RowShape{pieces, static_cast<int>(sizeof...(T)), columnCount, OnlyOf<T...>(), isNamed};
-  }();
-  return shape;
+  static const ShapeStorage<T...> storage;
+  return storage.shape;
 }
 
 /// Where the pieces of a row are.

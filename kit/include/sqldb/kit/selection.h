@@ -34,7 +34,7 @@ class Selection {
   using const_iterator = iterator;
 
   /// See Table::Select.
-  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable), fWanted{condition.Parts()} {}
+  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable), fWanted(condition.Parts()) {}
 
   /// Orders by a column or an Sql, ascending, after the orders given before.
   template <typename A>
@@ -44,8 +44,7 @@ class Selection {
   /// Orders by `order`, after the orders given before.
   Selection OrderBy(const Order& order) const {
     Selection ordered = *this;
-    if (!fWanted.order.IsEmpty()) ordered.fWanted.order.AddStatic(", ");
-    ordered.fWanted.order.Add(order.Parts());
+    ordered.fWanted.AddOrder(order.Parts());
     return ordered;
   }
   /// At most `limit` rows; a negative number is no limit.

@@ -21,11 +21,19 @@ struct TableState;
 /// What is written with a record as a whole.
 enum class RecordWrite { kInsert, kInsertOrIgnore, kUpsert, kReplace, kUpdate };
 
-/// Which rows of a table, and in which order.
-struct RowsWanted {
+/// Which rows of a table, and in which order. To copy it is compiled once: each step of a chain does.
+struct SQLDB_EXPORT RowsWanted {
+  explicit RowsWanted(const Piece& condition);
+  RowsWanted(const RowsWanted& other);
+  RowsWanted& operator=(const RowsWanted& other);
+  ~RowsWanted();
+
+  /// Behind the orders that it has.
+  void AddOrder(const Piece& entry);
+
   Piece term;
   /// Empty for none.
-  Piece order = {};
+  Piece order;
   std::int64_t limit = -1;
   std::int64_t offset = 0;
   bool isDistinct = false;
