@@ -51,7 +51,8 @@ struct Target {
   ValueSink* sink = nullptr;
 };
 
-/// Takes values without a statement.
+/// Takes values without a statement: for a term, which keeps them, and for a text, which has them as literals. What a
+/// view shows ends with the call.
 class SQLDB_EXPORT ValueSink {
  public:
   virtual void TakeNull() = 0;
@@ -64,16 +65,26 @@ class SQLDB_EXPORT ValueSink {
   ~ValueSink() = default;
 };
 
+/// The value of a column, from 0. REQUIRES: the statement stands on a row. Valid until it is stepped or reset.
 SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
 
+// These read what SQLite has as it is, or throw ConversionError: NULL is never 0 nor empty, and a text never a number.
+// std::bad_alloc if SQLite has no memory for a text or blob.
+
 SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
+/// A real number, too, if it is an integer of 64 bits.
 SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
+/// An integer, too, if a double holds it exactly.
 SQLDB_EXPORT double ReadReal(const Source& source);
+/// What ReadReal reads, if a float holds it exactly.
 SQLDB_EXPORT float ReadFloat(const Source& source);
 /// Valid until the statement is stepped or reset.
 SQLDB_EXPORT std::string_view ReadText(const Source& source);
 /// The same.
 SQLDB_EXPORT std::string_view ReadBlob(const Source& source);
+
+// These hand a value to its target. Throw std::bad_alloc if SQLite has no memory for it, Error if it is larger than
+// SQLite takes, and ConversionError for NaN.
 
 SQLDB_EXPORT void BindNull(const Target& target);
 SQLDB_EXPORT void BindInteger(const Target& target, std::int64_t value);

@@ -66,7 +66,8 @@ class SQLDB_EXPORT ConnectionPointer {
   Connection* fConnection = nullptr;
 };
 
-/// A value for a parameter, without its type.
+/// A value for a parameter, without its type. It refers to the value, which outlives the call that it is an argument
+/// of, and is bound before that returns.
 struct Argument {
   /// Null: the parameters are given in order.
   const char* name;

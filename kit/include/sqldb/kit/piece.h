@@ -35,7 +35,8 @@ enum class Token : std::uint64_t {
   kText,
 };
 
-/// SQL with parameters, and their values.
+/// SQL with parameters, and their values. Copies are cheap, and may be used by different threads. Each Add appends;
+/// what it throws, std::bad_alloc or what a Type throws, leaves an object that is only to be destroyed.
 class SQLDB_EXPORT Piece {
  public:
   void Add(Token token) { fText.Add(static_cast<std::uint64_t>(token)); }

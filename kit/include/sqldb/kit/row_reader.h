@@ -40,7 +40,8 @@ struct RowShape {
   bool isNamed;
 };
 
-/// How the columns of a result come to the parts of a row.
+/// How the columns of a result come to the parts of a row: a query of the program's own may have them in any order, one
+/// that the kit wrote has not.
 enum class ColumnOrder {
   /// In the order of the pieces and their fields. They are just those.
   kAsWritten,

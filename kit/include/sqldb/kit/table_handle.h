@@ -39,7 +39,12 @@ struct SQLDB_EXPORT RowsWanted {
   bool isDistinct = false;
 };
 
-/// A table of a connection. Copies are the same. Everything throws Error.
+/// A table of a connection, by the layout of its records. Copies are the same; all of them share what is known of the
+/// table: its statements, of which each has a place of its own, and their texts. A record is a `void*` to what the
+/// layout describes.
+///
+/// Everything throws Error, ConstraintError and BusyError as Table says, and what the Types of the record throw; no
+/// statement is then left running.
 class SQLDB_EXPORT TableHandle {
  public:
   /// `name` is empty for that of the layout.

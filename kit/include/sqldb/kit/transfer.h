@@ -27,7 +27,8 @@ void BindAny(const Target& target, const void* value) {
   Codec<T>::Bind(target, *static_cast<const T*>(value));
 }
 
-// Those of the most frequent types, compiled once.
+// Those of the most frequent types, compiled once, and so with one address in all libraries and programs: by that they
+// are recognised where a call can be saved.
 SQLDB_EXPORT void LoadInt64(sqlite3_stmt* statement, int column, void* value);
 SQLDB_EXPORT void LoadDouble(sqlite3_stmt* statement, int column, void* value);
 SQLDB_EXPORT void LoadString(sqlite3_stmt* statement, int column, void* value);
