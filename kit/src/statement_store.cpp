@@ -42,9 +42,10 @@ inline std::uint64_t Hash(const StatementKey& key) {
 }
 
 inline bool IsOf(const KeptStatement& kept, std::uint64_t hash, const StatementKey& key) {
-  const std::string_view whole(kept.key);
-  return std::tuple(kept.hash, kept.owner, kept.kind, whole.substr(0, kept.secondPart),
-                    whole.substr(kept.secondPart)) == std::tie(hash, key.owner, key.kind, key.text, key.secondPart);
+  const char* const second = kept.key.data() + kept.secondPart;
+  const std::string_view parts[] = {{kept.key.data(), kept.secondPart}, {second, kept.key.size() - kept.secondPart}};
+  return std::tie(kept.hash, kept.owner, kept.kind, parts[0], parts[1]) ==
+         std::tie(hash, key.owner, key.kind, key.text, key.secondPart);
 }
 
 }  // namespace
