@@ -56,6 +56,20 @@ jobs=$(nproc)
 failed=()
 check() { stage "$@" || failed+=("$1"); }
 
+# beside TITLE FUNCTION [ARGUMENT...]: calls FUNCTION TITLE [ARGUMENT...] at the same time as what comes after it, which
+# uses one processor as well. await waits for it and shows what it printed.
+beside() {
+  beside_title=$1
+  local function=$2
+  shift 2
+  "$function" "$beside_title" "$@" >build/beside.log 2>&1 &
+  beside_process=$!
+}
+await() {
+  wait "$beside_process" || failed+=("$beside_title")
+  cat build/beside.log
+}
+
 build() {
   check "$1: configure" cmake --preset "$1"
   check "$1: build" cmake --build --preset "$1" --parallel "$jobs"
@@ -79,12 +93,15 @@ run_threads() {
 
 run_fuzz() {
   build fuzz
-  local fuzzer
-  for fuzzer in decode round_trip; do
-    # From nothing and with a fixed seed: the same inputs in every run.
-    check "fuzz: $fuzzer" "build/fuzz/tests/fuzz/${fuzzer}_fuzzer" \
-      -runs=2000000 -seed=1 -max_len=128 -timeout=20 -print_final_stats=1 -artifact_prefix=build/fuzz/
-  done
+  beside "fuzz: decode" run_fuzzer decode
+  run_fuzzer "fuzz: round_trip" round_trip || failed+=("fuzz: round_trip")
+  await
+}
+
+# From nothing and with a fixed seed: the same inputs in every run.
+run_fuzzer() {
+  stage "$1" "build/fuzz/tests/fuzz/$2_fuzzer" \
+    -runs=2000000 -seed=1 -max_len=128 -timeout=20 -print_final_stats=1 -artifact_prefix=build/fuzz/
 }
 
 run_coverage() { check "coverage" scripts/coverage.sh; }
@@ -92,7 +109,7 @@ run_coverage() { check "coverage" scripts/coverage.sh; }
 # The test program brings its own operator new, which Valgrind leaves alone, and watches malloc below it. The children that
 # the death tests fork end in mid-work, and are not looked at.
 under_valgrind() {
-  check "$1" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
+  stage "$1" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
     --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
     --soname-synonyms=somalloc=nouserintercepts "${@:2}" --gtest_brief=1
 }
@@ -101,8 +118,10 @@ run_valgrind() {
   build signed-char
   check "signed-char: test" build/signed-char/tests/sqldb_tests --gtest_brief=1
   check "signed-char: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_brief=1
-  under_valgrind "valgrind: test" build/signed-char/tests/sqldb_tests
-  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests
+  beside "valgrind: test" under_valgrind build/signed-char/tests/sqldb_tests
+  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests ||
+    failed+=("valgrind: test of the kit")
+  await
 }
 
 # The program with the call recorder is one of them: it sees that the library calls this engine as it calls SQLite.
@@ -115,7 +134,7 @@ run_packages() { check "packages" scripts/test-packages.sh; }
 
 run_bench() {
   build bench
-  check "bench: test" ctest --preset bench --no-tests=error
+  check "bench: test" ctest --preset bench --parallel "$jobs" --no-tests=error
 }
 
 for part in "${parts[@]}"; do
