@@ -41,8 +41,8 @@ class SQLDB_EXPORT Error : public std::runtime_error {
   /// SQLite's words alone, and what the kit adds to some of them. Valid as long as the object.
   std::string_view Message() const noexcept { return std::string_view(what(), fMessageSize); }
   /// The text of the statement, with its parameters but without their values; empty for none. Of a table's operations
-  /// it is what the kit has written: a term with more values than SQLite takes parameters has them as literals. Valid as
-  /// long as the object.
+  /// it is what the kit has written: a term with more values than SQLite takes parameters has them as literals. Valid
+  /// as long as the object.
   std::string_view Sql() const noexcept;
 
   /// Of a bulk write: the number of the record that could not be written, from 0. If it is the end of a batch that
