@@ -129,9 +129,9 @@ struct Options {
 /// unknown name is an Error with the code 21, and what cannot be stored a ConversionError; nothing is done then.
 ///
 /// Where T is asked for, a row is a T or, for several, a std::tuple of them: each a type as above, a described struct,
-/// or a std::optional of one of these. They take the columns from left to right; see query.h. Another number of columns,
-/// or names that a struct does not find, is an Error with the code 21, and nothing is done. What is read and does not
-/// fit throws ConversionError: nothing is converted with a loss.
+/// or a std::optional of one of these. They take the columns from left to right; a struct that is alone finds its own
+/// among all, see query.h. Columns too few, too many or without a struct's names are an Error with the code 21, and
+/// nothing is done. What is read and does not fit throws ConversionError: nothing is converted with a loss.
 class SQLDB_EXPORT Database {
  public:
   /// Opens the file at `path`, and reads it to see that it is a database. Throws Error, which names the file and the
