@@ -2,6 +2,13 @@
 #define SQLDB_KIT_BULK_H
 
 // Many records written by one statement and in batches, each of which is a transaction; see Table::InsertMany.
+//
+//   BulkOptions options;
+//   options.batch = 10000;
+//   parts.InsertMany(all, options, [&](std::size_t written) {
+//     Show(written);
+//     return isCancelled ? Progress::kStop : Progress::kGoOn;
+//   });
 
 #include <cstddef>
 #include <optional>
@@ -13,34 +20,42 @@
 
 namespace sqldb::kit {
 
-/// How many records are written at once.
+/// How many records are written at once. A larger batch costs less, holds the write lock for longer, and has more to
+/// undo and to write again when one of its records fails.
 struct BulkOptions {
-  /// How many of them are committed together; 0 for all.
+  /// How many of them are committed together; 0 for all, so that all are written or none. The last batch may be
+  /// smaller.
   std::size_t batch = 1000;
 };
 
-/// What a report says to a bulk write.
+/// What a report says to a bulk write, after each batch and when nothing of the write is open: the report may use the
+/// database. What it throws ends the write, too, and passes through; the batches that it was told of stay.
 enum class Progress {
-  /// That it goes on.
+  /// That it goes on with the next record.
   kGoOn,
-  /// That it ends; what has been written stays.
+  /// That it ends as if there were no more records; what has been written stays.
   kStop,
 };
 
 namespace detail {
 
 /// Writes records one after the other. Inside a transaction a batch is a savepoint; inside one that the program began
-/// with SQL of its own it is nothing.
+/// with SQL of its own it is nothing, and what was written before a failure stays.
+///
+/// Order of calls: Write for each record, then Finish. Destroyed without it, it undoes the batch that it has begun.
 class SQLDB_EXPORT BulkWriter {
  public:
+  /// Begins nothing yet.
+  /// REQUIRES: the table outlives the object.
   BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options);
 
-  /// Returns whether that ended a batch. What it throws ends the work, and undoes the batch that it began; an Error
-  /// tells the number of the record.
+  /// Begins a batch if none has begun, which waits for the write lock, and writes a record of the table's struct.
+  /// Returns whether that ended the batch. What it throws ends the work; the object is then to be destroyed, which
+  /// undoes the batch. An Error tells the number of the record and how many stay.
   bool Write(const void* record);
-  /// Ends the last batch. Returns whether there was one.
+  /// Ends the last batch. Returns whether there was one. Throws as Write does.
   bool Finish();
-  /// How many records the ended batches had.
+  /// How many records the batches had that have ended.
   std::size_t Written() const noexcept { return fWritten; }
 
  private:

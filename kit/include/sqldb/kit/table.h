@@ -8,9 +8,12 @@
 //   parts.Insert({1, "bolt", 0.25});
 //   if (std::optional<Part> part = parts.Find(1)) ...
 //   for (const Part& part : parts.Select(price < 1.0).OrderBy(name)) ...
+//   parts.Update(price < 1.0, Set(price, Sql<double>("price * ?", 2)));
+//   parts.Delete(1);
 //
 // What an operation does, it has done when it returns, and what it throws leaves nothing behind but what it says. No
-// value is ever read as SQL.
+// value is ever read as SQL. Several operations are done as one in a transaction, see transaction.h; what a table
+// cannot do, Database::Execute and Query do, on the same rows.
 
 #include <cstddef>
 #include <cstdint>
@@ -33,6 +36,7 @@ namespace sqldb::kit {
 
 namespace detail {
 
+/// Whether the description names a table.
 template <typename Record>
 constexpr bool HasTable() {
   return Described<Record>::Description().table != nullptr;
@@ -45,6 +49,7 @@ constexpr std::size_t KeyCount() {
                     Described<Record>::Description().fields);
 }
 
+/// Whether the field can have a value of type K, as Set has it.
 template <typename K, typename Record, typename T>
 constexpr bool CanBeValueOf(const Field<Record, T>&) {
   return kCanHold<T, K>;
@@ -65,11 +70,13 @@ constexpr bool CanBeKey(std::size_t index) {
   return can;
 }
 
+/// Whether all K, in this order, can be the parts of the key.
 template <typename Record, typename... K, std::size_t... I>
 constexpr bool CanBeKeys(std::index_sequence<I...>) {
   return (CanBeKey<Record, K>(I) && ...);
 }
 
+/// Makes a record in a std::optional<Record> and returns its address.
 template <typename Record>
 void* EmplaceRecord(void* optional) {
   return &static_cast<std::optional<Record>*>(optional)->emplace();
@@ -78,30 +85,46 @@ void* EmplaceRecord(void* optional) {
 }  // namespace detail
 
 /// The records of one table of a database. It connects to nothing and costs little: make one wherever it is needed.
-/// Copies are the same table. What outlives the database can be destroyed; every use throws Error.
+/// Copies are the same table. It keeps nothing of the rows, so that each operation sees the file as it is. What outlives
+/// the database can be destroyed; every use throws Error.
 ///
-/// Values are bound where they are, without a copy, until an operation returns.
+/// Every operation throws Error: if there is no such table or column, BusyError if others keep the file busy,
+/// ConstraintError if a constraint forbids what is written, ConversionError for a value that cannot be stored, or that
+/// does not fit the member that it is read into; also what a Type throws. Nothing is written then. An operation may be
+/// used inside a loop over the same table, and inside the functions of a Type.
+///
+/// A row is what the description says of it: other columns of the table are not read, keep what they have when it is
+/// updated, and get their default when it is inserted. Values are bound where they are, without a copy, until an
+/// operation returns.
 template <typename Record>
 class Table {
  public:
-  /// The table that the description names.
+  /// The table that the description names. It is not looked for yet, and may be missing. Throws Error if the database
+  /// has been moved.
   explicit Table(const Database& openDatabase) : fTable(openDatabase, detail::LayoutOf<Record>(), {}) {
     static_assert(detail::HasTable<Record>(),
                   R"(The description names no table: Describe("parts", ...), or Table<Part>(database, "parts").)");
   }
-  /// Another table or view that has the columns of the description.
+  /// Another table or view that has the columns of the description. The name is copied.
   /// REQUIRES: `tableName` is SQL, never input: "parts", "main.parts", "\"old parts\"".
   Table(const Database& openDatabase, std::string_view tableName)
       : fTable(openDatabase, detail::LayoutOf<Record>(), tableName) {}
 
-  /// Creates the table; throws Error if it is there.
+  /// Creates the table, with a column for each field in their order, of the type that its Type is stored as, NOT NULL
+  /// unless it is a std::optional, and with what the field says beside that; see Field. Throws Error if it is there.
   void Create() const { fTable.Create(false); }
-  /// Creates the table unless it is there. Throws Error if one is there that lacks a column of the description.
+  /// Creates the table unless it is there. One that is there stays as it is, and nothing is written then. Throws Error
+  /// if it lacks a column of the description; types, keys and further columns are not looked at.
   void CreateIfMissing() const { fTable.Create(true); }
-  /// Drops the table; throws Error if it is not there.
+  /// Drops the table with its rows and indexes; throws Error if it is not there, and BusyError with the code 6 while a
+  /// range of the same connection stands on a row. Create brings it back, for this object too.
   void Drop() const { fTable.Drop(); }
 
-  /// The record with this key, whose parts are given in the order of the fields; none if there is no such row.
+  /// The record with this key, whose parts are given in the order of the fields; none if there is no such row. A number
+  /// is given for a number, a text of any kind for a text; NULL finds nothing.
+  ///
+  ///   if (const std::optional<Part> part = parts.Find(1)) Use(*part);
+  ///   const std::optional<Line> line = lines.Find(7, "bolt");
   template <typename... K>
   std::optional<Record> Find(const K&... key) const {
     const detail::Arguments<K...> arguments = KeyOf(key...);
@@ -109,7 +132,7 @@ class Table {
     fTable.Find(arguments.all, arguments.kCount, &record, &detail::EmplaceRecord<Record>);
     return record;
   }
-  /// The same; throws Error if there is no such row.
+  /// The same; throws Error with the code 12 if there is no such row.
   template <typename... K>
   Record Get(const K&... key) const {
     std::optional<Record> record = Find(key...);
@@ -118,26 +141,42 @@ class Table {
   }
 
   /// Inserts a row and returns its rowid, which is the key if that is one integer; of no meaning for a table WITHOUT
-  /// ROWID. Throws ConstraintError if the key, or the value of a unique field, is there already.
+  /// ROWID. Throws ConstraintError if the key, or the value of a unique field, is there already. A key that is an empty
+  /// std::optional is numbered; the record stays as it is:
+  ///
+  ///   part.id = parts.Insert(part);
   std::int64_t Insert(const Record& record) const { return fTable.Insert(&record); }
-  /// Inserts a row unless its key, the value of a unique field or a NOT NULL is against it, and returns whether it did.
+  /// Inserts a row unless its key, the value of a unique field, a NOT NULL or a CHECK is against it, and returns
+  /// whether it did. A reference that leads nowhere throws ConstraintError all the same.
   bool InsertOrIgnore(const Record& record) const {
     return fTable.Write(detail::RecordWrite::kInsertOrIgnore, &record);
   }
-  /// Inserts a row, or gives the row with the same key the record's values. Throws ConstraintError for the value of
-  /// another unique field. Needs SQLite 3.24.
+  /// Inserts a row, or gives the row with the same key the record's values, and leaves what refers to it alone. Throws
+  /// ConstraintError for the value of another unique field. Needs SQLite 3.24.
+  /// REQUIRES: the key of the description is the table's primary key, or UNIQUE in it.
   void Upsert(const Record& record) const {
     RequireKey();
     fTable.Write(detail::RecordWrite::kUpsert, &record);
   }
   /// Inserts a row in the place of those with the same key or the same value of a unique field. Those are deleted, and
-  /// with them the rows that refer to them, where the reference cascades; Upsert deletes nothing.
+  /// with them the rows that refer to them, where the reference cascades, and the values of columns that are not
+  /// described; Upsert deletes nothing.
   void Replace(const Record& record) const { fTable.Write(detail::RecordWrite::kReplace, &record); }
   /// Inserts all of `records`, a range of Record, and returns how many those are. Each batch is a transaction of its
   /// own, or inside a transaction a part of that: what it throws undoes the batch, and the batches before stay. An
   /// Error tells by Record and Written which record failed, and how many stay. `report` is called after each batch with
-  /// the number of records written so far; it returns Progress::kStop to end the work. REQUIRES: `records` does not
-  /// change meanwhile.
+  /// the number of records written so far; it returns Progress::kStop to end the work. Without records nothing is done
+  /// or reported.
+  ///
+  ///   try {
+  ///     parts.InsertMany(all, options, [](std::size_t written) { return Show(written), Progress::kGoOn; });
+  ///   } catch (const ConstraintError& error) {
+  ///     Show(error.Message(), error.Record(), error.Written());
+  ///   }
+  ///
+  /// Inside a transaction that the program has begun with SQL of its own there are no batches to undo: what was written
+  /// before a failure stays, and is the program's to roll back.
+  /// REQUIRES: `records` does not change meanwhile.
   template <typename Records, typename Report>
   std::size_t InsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
     return WriteMany(detail::RecordWrite::kInsert, records, options, report);
@@ -147,7 +186,7 @@ class Table {
   std::size_t InsertMany(const Records& records, const BulkOptions& options = {}) const {
     return InsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
   }
-  /// The same, but each record is written as Upsert does it.
+  /// The same, but each record is written as Upsert does it: inserted, or into the row with its key.
   template <typename Records, typename Report>
   std::size_t UpsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
     RequireKey();
@@ -158,13 +197,18 @@ class Table {
   std::size_t UpsertMany(const Records& records, const BulkOptions& options = {}) const {
     return UpsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
   }
-  /// Gives the row with the record's key the record's values. Returns false if there is no such row.
+  /// Gives the row with the record's key the record's values. Returns false if there is no such row, or the key is
+  /// empty; true also if nothing changes. To give a row another key, Set it in the Update below.
   bool Update(const Record& record) const {
     RequireKey();
     return fTable.Write(detail::RecordWrite::kUpdate, &record);
   }
-  /// Makes the assignments in every row for which `term` holds, and returns how many those are. Throws Error for an
-  /// empty term, which may be one whose parts all vanished: EveryRow says that it is meant.
+  /// Makes the assignments in every row for which `term` holds, and returns how many those are, whether or not
+  /// something changes. The assignments see the row as it was before all of them. Throws Error with the code 21, and
+  /// does nothing, for an empty term, which may be one whose parts all vanished: EveryRow says that it is meant.
+  ///
+  ///   parts.Update(price > 9.0, Set(price, 9.0), Set(note, "reduced"));
+  ///   parts.Update(EveryRow(), Set(note, std::nullopt));
   template <typename... A>
   std::int64_t Update(const Term& term, const Assignment& first, const A&... others) const {
     static_assert((std::is_same_v<A, Assignment> && ...), "After the term: Set(column, value), ...");
@@ -173,21 +217,24 @@ class Table {
     ((assignments.AddStatic(", "), assignments.Add(others.Parts())), ...);
     return fTable.UpdateWhere(term, assignments);
   }
-  /// Deletes the row with this key. Returns false if there is none.
+  /// Deletes the row with this key, given as for Find. Returns false if there is none.
   template <typename... K>
   bool Delete(const K&... key) const {
     const detail::Arguments<K...> arguments = KeyOf(key...);
     return fTable.Delete(arguments.all, arguments.kCount);
   }
-  /// Deletes the rows for which `term` holds, and returns how many those were. Throws Error for an empty term, as
-  /// Update does.
+  /// Deletes the rows for which `term` holds, and returns how many those were; those that a reference takes with them
+  /// are not counted. Throws Error for an empty term, as Update does.
   std::int64_t Delete(const Term& term) const { return fTable.DeleteWhere(term); }
 
-  /// The rows for which `term` holds, all if it is empty.
+  /// The rows for which `term` holds, all if it is empty. Runs nothing yet; the selection has a copy of the term, and
+  /// may outlive this object.
+  ///
+  ///   for (const Part& part : parts.Select(price < 1.0).OrderBy(name).Limit(10)) Use(part);
   Selection<Record> Select(const Term& term = {}) const { return Selection<Record>(fTable, term); }
-  /// How many rows `term` holds for; all if it is empty.
+  /// How many rows `term` holds for; all if it is empty. Of every table, view and expression, with 64 bits.
   std::int64_t Count(const Term& term = {}) const { return fTable.Count(term); }
-  /// Whether `term` holds for a row; if it is empty, whether there is one.
+  /// Whether `term` holds for a row; if it is empty, whether there is one. Looks no further than the first.
   bool Has(const Term& term = {}) const { return fTable.Has(term); }
 
  private:
@@ -206,6 +253,7 @@ class Table {
     return writer.Written();
   }
 
+  // Refuses in one sentence what cannot be the key.
   template <typename... K>
   static detail::Arguments<K...> KeyOf(const K&... key) {
     RequireKey();
