@@ -85,8 +85,11 @@ void* EmplaceRecord(void* optional) {
 }  // namespace detail
 
 /// The records of one table of a database. It connects to nothing and costs little: make one wherever it is needed.
-/// Copies are the same table. It keeps nothing of the rows, so that each operation sees the file as it is. What outlives
-/// the database can be destroyed; every use throws Error.
+/// Copies are the same table. It keeps nothing of the rows, so that each operation sees the file as it is. What
+/// outlives the database can be destroyed; every use throws Error.
+///
+/// Record is a described struct, see record.h. Without a key it has no Find, Get, Upsert, UpsertMany, Update and Delete
+/// by record or key: they do not compile.
 ///
 /// Every operation throws Error: if there is no such table or column, BusyError if others keep the file busy,
 /// ConstraintError if a constraint forbids what is written, ConversionError for a value that cannot be stored, or that
@@ -105,7 +108,11 @@ class Table {
     static_assert(detail::HasTable<Record>(),
                   R"(The description names no table: Describe("parts", ...), or Table<Part>(database, "parts").)");
   }
-  /// Another table or view that has the columns of the description. The name is copied.
+  /// Another table or view that has the columns of the description. The name is copied. What has no rows of its own, a
+  /// view or a query in parentheses, can be found, selected and counted, and is written only if SQLite can:
+  ///
+  ///   const Table<Part> old(database, "\"old parts\"");
+  ///   const Table<Part> cheap(database, "(SELECT * FROM parts WHERE price < 1)");
   /// REQUIRES: `tableName` is SQL, never input: "parts", "main.parts", "\"old parts\"".
   Table(const Database& openDatabase, std::string_view tableName)
       : fTable(openDatabase, detail::LayoutOf<Record>(), tableName) {}
@@ -169,7 +176,7 @@ class Table {
   /// or reported.
   ///
   ///   try {
-  ///     parts.InsertMany(all, options, [](std::size_t written) { return Show(written), Progress::kGoOn; });
+  ///     parts.InsertMany(all, options, [&](std::size_t) { return isLate() ? Progress::kStop : Progress::kGoOn; });
   ///   } catch (const ConstraintError& error) {
   ///     Show(error.Message(), error.Record(), error.Written());
   ///   }
@@ -238,10 +245,12 @@ class Table {
   bool Has(const Term& term = {}) const { return fTable.Has(term); }
 
  private:
+  // Refuses a struct without a key in one sentence.
   static constexpr void RequireKey() {
     static_assert(detail::KeyCount<Record>() > 0, R"(The struct has no key: describe one with Key("id", &Part::id).)");
   }
 
+  // Whatever ends it, the batch that is under way is undone by the end of the writer.
   template <typename Records, typename Report>
   std::size_t WriteMany(detail::RecordWrite what, const Records& records, const BulkOptions& options,
                         Report& report) const {
