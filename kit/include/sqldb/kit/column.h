@@ -62,9 +62,9 @@ constexpr const char* NameOf(T Owner::*member) {
 /// The column of a described member, of type T: `constexpr Column price(&Part::price);`. The member says with what it
 /// may be compared, and what it may be set to; a std::optional is compared as what it may have.
 ///
-///   price < 1.0, 1.0 < price, price == other, IsNull(note), In(id, ids)   terms
-///   OrderBy(price), OrderBy(Descending(price))                            orders
-///   Set(price, 2.0), Set(price, other), Set(note, std::nullopt)           assignments
+///     price < 1.0, 1.0 < price, price == other, IsNull(note), In(id, ids)   terms
+///     OrderBy(price), OrderBy(Descending(price))                            orders
+///     Set(price, 2.0), Set(price, other), Set(note, std::nullopt)           assignments
 ///
 /// It has the column's name and nothing else: it belongs to no database, costs nothing to copy, and serves every table
 /// that has such a column. Whether a table has it, SQLite says when it compiles the statement: "no such column: price".
@@ -110,11 +110,11 @@ Column(T Record::*) -> Column<T>;
 
 /// The column of a member that Record has from a base class, which C++ takes for a member of that:
 ///
-///   struct Thing { std::int64_t id = 0; };  // need not be described
-///   struct Tool : Thing {
-///     static constexpr auto Description() { return Describe("tools", Key("id", &Tool::id)); }
-///   };
-///   constexpr Column id = ColumnOf<Tool>(&Tool::id);
+///     struct Thing { std::int64_t id = 0; };  // need not be described
+///     struct Tool : Thing {
+///       static constexpr auto Description() { return Describe("tools", Key("id", &Tool::id)); }
+///     };
+///     constexpr Column id = ColumnOf<Tool>(&Tool::id);
 ///
 /// A member that Record's description does not have fails as it does for Column.
 template <typename Record, typename Base, typename T>

@@ -74,10 +74,10 @@ enum class Synchronous {
 /// How a database is opened and used. What is named here is done in this order. Where one of these fails, the database
 /// is not opened.
 ///
-///   Options options;
-///   options.wal = true;
-///   options.setUp = "PRAGMA cache_size = -64000; PRAGMA temp_store = 2";
-///   Database database("parts.db", options);
+///     Options options;
+///     options.wal = true;
+///     options.setUp = "PRAGMA cache_size = -64000; PRAGMA temp_store = 2";
+///     Database database("parts.db", options);
 struct Options {
   /// What may be done with the file.
   Access access = Access::kReadWriteCreate;
@@ -121,8 +121,8 @@ struct Options {
 ///
 /// Where values are taken, there is one for each parameter, in order, or all of them are Named:
 ///
-///   database.Execute("INSERT INTO parts VALUES (?, ?)", 1, "bolt");
-///   database.Execute("UPDATE parts SET price = :price WHERE id = :id", Named(":id", 1), Named(":price", 0.25));
+///     database.Execute("INSERT INTO parts VALUES (?, ?)", 1, "bolt");
+///     database.Execute("UPDATE parts SET price = :price WHERE id = :id", Named(":id", 1), Named(":price", 0.25));
 ///
 /// A value is of a type that type.h knows or that has a Type, a std::optional of one, std::nullopt for NULL, a
 /// std::string_view, a text that ends with a zero byte, or a List. None is ever read as SQL. Too few, too many or an

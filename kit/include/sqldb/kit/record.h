@@ -115,17 +115,17 @@ struct RecordDescription {
 /// A struct whose rows are in `table`, unless a Table says otherwise. The name is a literal and written into SQL as it
 /// is: "parts", "main.parts", "\"old parts\"". Two fields with the same name do not compile where the struct is used.
 ///
-///   struct Line {
-///     std::int64_t order = 0;
-///     std::int64_t number = 0;
-///     std::string what;
+///     struct Line {
+///       std::int64_t order = 0;
+///       std::int64_t number = 0;
+///       std::string what;
 ///
-///     static constexpr auto Description() {
-///       return Describe("lines", Key("order_id", &Line::order), Key("number", &Line::number),
-///                       Field("what", &Line::what));
-///     }
-///   };
-///   std::optional<Line> line = Table<Line>(database).Find(7, 1);  // the parts of the key in the order of the fields
+///       static constexpr auto Description() {
+///         return Describe("lines", Key("order_id", &Line::order), Key("number", &Line::number),
+///                         Field("what", &Line::what));
+///       }
+///     };
+///     std::optional<Line> line = Table<Line>(database).Find(7, 1);  // the parts of the key in the order of the fields
 template <std::size_t N, typename... Record, typename... T>
 constexpr RecordDescription<Field<Record, T>...> Describe(const char (&table)[N], const Field<Record, T>&... fields) {
   return {table, {fields...}};
@@ -138,12 +138,12 @@ constexpr RecordDescription<Field<Record, T>...> Describe(const Field<Record, T>
 
 /// Describes T: by its own Description, or by a specialisation with such a function, for a struct that is not yours:
 ///
-///   template <>
-///   struct sqldb::kit::Described<library::Point> {
-///     static constexpr auto Description() {
-///       return Describe("points", Key("id", &library::Point::id), Field("x", &library::Point::x));
-///     }
-///   };
+///     template <>
+///     struct sqldb::kit::Described<library::Point> {
+///       static constexpr auto Description() {
+///         return Describe("points", Key("id", &library::Point::id), Field("x", &library::Point::x));
+///       }
+///     };
 ///
 /// It comes before the first use of T as a record.
 template <typename T, typename = void>

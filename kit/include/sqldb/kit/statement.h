@@ -37,9 +37,9 @@ namespace sqldb::kit {
 /// Type or a function of the program may make another), each further use throws Error, with the code 21, and what is
 /// under way goes on. A range that is not used any more ends with its block; All takes the rows at once:
 ///
-///   Statement all = database.Prepare("SELECT id, name FROM parts WHERE price < ?");
-///   for (const auto& [id, name] : all.Query<std::int64_t, std::string>(1.0)) Use(id, name);  // ends with the loop
-///   const auto cheap = all.All<std::int64_t, std::string>(0.5);
+///     Statement all = database.Prepare("SELECT id, name FROM parts WHERE price < ?");
+///     for (const auto& [id, name] : all.Query<std::int64_t, std::string>(1.0)) Use(id, name);  // ends with the loop
+///     const auto cheap = all.All<std::int64_t, std::string>(0.5);
 ///
 /// Can be moved, and may outlive the database or its closing: every use throws Error then. It counts among the
 /// statements that Options::keptStatements allows, but is let go of by nobody else.

@@ -111,8 +111,9 @@ class Table {
   /// Another table or view that has the columns of the description. The name is copied. What has no rows of its own, a
   /// view or a query in parentheses, serves Find, Select, Count and Has, and is written only if SQLite can:
   ///
-  ///   const Table<Part> old(database, "\"old parts\"");
-  ///   const Table<Part> cheap(database, "(SELECT * FROM parts WHERE price < 1)");
+  ///     const Table<Part> old(database, "\"old parts\"");
+  ///     const Table<Part> cheap(database, "(SELECT * FROM parts WHERE price < 1)");
+  ///
   /// REQUIRES: `tableName` is SQL, never input: "parts", "main.parts", "\"old parts\"".
   Table(const Database& openDatabase, std::string_view tableName)
       : fTable(openDatabase, detail::LayoutOf<Record>(), tableName) {}
@@ -130,8 +131,8 @@ class Table {
   /// The record with this key, whose parts are given in the order of the fields; none if there is no such row. A number
   /// is given for a number, a text of any kind for a text; NULL finds nothing.
   ///
-  ///   if (const std::optional<Part> part = parts.Find(1)) Use(*part);
-  ///   const std::optional<Line> line = lines.Find(7, "bolt");
+  ///     if (const std::optional<Part> part = parts.Find(1)) Use(*part);
+  ///     const std::optional<Line> line = lines.Find(7, "bolt");
   template <typename... K>
   std::optional<Record> Find(const K&... key) const {
     const detail::Arguments<K...> arguments = KeyOf(key...);
@@ -151,7 +152,7 @@ class Table {
   /// ROWID. Throws ConstraintError if the key, or the value of a unique field, is there already. A key that is an empty
   /// std::optional is numbered; the record stays as it is:
   ///
-  ///   part.id = parts.Insert(part);
+  ///     part.id = parts.Insert(part);
   std::int64_t Insert(const Record& record) const { return fTable.Insert(&record); }
   /// Inserts a row unless its key, the value of a unique field, a NOT NULL or a CHECK is against it, and returns
   /// whether it did. A reference that leads nowhere throws ConstraintError all the same.
@@ -175,11 +176,11 @@ class Table {
   /// the number of records written so far; it returns Progress::kStop to end the work. Without records nothing is done
   /// or reported.
   ///
-  ///   try {
-  ///     parts.InsertMany(all, options, [&](std::size_t) { return isLate() ? Progress::kStop : Progress::kGoOn; });
-  ///   } catch (const ConstraintError& error) {
-  ///     Show(error.Message(), error.Record(), error.Written());
-  ///   }
+  ///     try {
+  ///       parts.InsertMany(all, options, [&](std::size_t) { return isLate() ? Progress::kStop : Progress::kGoOn; });
+  ///     } catch (const ConstraintError& error) {
+  ///       Show(error.Message(), error.Record(), error.Written());
+  ///     }
   ///
   /// Inside a transaction that the program has begun with SQL of its own there are no batches to undo: what was written
   /// before a failure stays, and is the program's to roll back.
@@ -214,8 +215,8 @@ class Table {
   /// something changes. The assignments see the row as it was before all of them. Throws Error with the code 21, and
   /// does nothing, for an empty term, which may be one whose parts all vanished: EveryRow says that it is meant.
   ///
-  ///   parts.Update(price > 9.0, Set(price, 9.0), Set(note, "reduced"));
-  ///   parts.Update(EveryRow(), Set(note, std::nullopt));
+  ///     parts.Update(price > 9.0, Set(price, 9.0), Set(note, "reduced"));
+  ///     parts.Update(EveryRow(), Set(note, std::nullopt));
   template <typename... A>
   std::int64_t Update(const Term& term, const Assignment& first, const A&... others) const {
     static_assert((std::is_same_v<A, Assignment> && ...), "After the term: Set(column, value), ...");
@@ -237,7 +238,7 @@ class Table {
   /// The rows for which `term` holds, all if it is empty. Runs nothing yet; the selection has a copy of the term, and
   /// may outlive this object.
   ///
-  ///   for (const Part& part : parts.Select(price < 1.0).OrderBy(name).Limit(10)) Use(part);
+  ///     for (const Part& part : parts.Select(price < 1.0).OrderBy(name).Limit(10)) Use(part);
   Selection<Record> Select(const Term& term = {}) const { return Selection<Record>(fTable, term); }
   /// How many rows `term` holds for; all if it is empty. Of every table, view and expression, with 64 bits.
   std::int64_t Count(const Term& term = {}) const { return fTable.Count(term); }
