@@ -107,7 +107,7 @@ class Selection {
     detail::RowReader reader = Reader(detail::Values::kLasting);
     return detail::ReadAll<Record>(reader);
   }
-  /// How many rows there are, with regard to limit, offset and Distinct. None of them is read.
+  /// How many rows there are, with regard to limit, offset and Distinct. None of them is read into a record.
   std::int64_t Count() const { return fTable.CountRows(fWanted); }
 
  private:
