@@ -115,9 +115,9 @@ struct Options {
 
 /// An open database, its connection and the statements kept for it. Can be moved.
 ///
-/// SQL is one statement, but for ExecuteScript; a semicolon, blanks and comments may follow. An Error with the code 21 is
-/// thrown, and nothing is done, for none, for several, and for a PRAGMA that would take away what the database relies
-/// on: busy_timeout (Options::busyTimeout), and an encoding other than UTF-8.
+/// SQL is one statement, but for ExecuteScript; a semicolon, blanks and comments may follow. An Error with the code 21
+/// is thrown, and nothing is done, for none, for several, and for a PRAGMA that would take away what the database
+/// relies on: busy_timeout (Options::busyTimeout), and an encoding other than UTF-8.
 ///
 /// Where values are taken, there is one for each parameter, in order, or all of them are Named:
 ///

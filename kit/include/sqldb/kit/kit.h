@@ -1,8 +1,8 @@
 #ifndef SQLDB_KIT_KIT_H
 #define SQLDB_KIT_KIT_H
 
-// What most programs need: a database, its tables, and any SQL with typed parameters and rows. Begin with database.h and
-// table.h. All of the kit but leftovers.h, which is for programs that call the core.
+// What most programs need: a database, its tables, and any SQL with typed parameters and rows. Begin with database.h
+// and table.h. All of the kit but leftovers.h, which is for programs that call the core.
 
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/error.h"
