@@ -16,6 +16,7 @@
 #include "sqldb/database.h"
 #include "sqldb/kit/list.h"
 #include "sqldb/kit/statement.h"
+#include "sqldb/kit/transaction.h"
 #include "support/allocations.h"
 #include "support/temporary_folder.h"
 
@@ -29,6 +30,7 @@ using sqldb::kit::Database;
 using sqldb::kit::Describe;
 using sqldb::kit::Error;
 using sqldb::kit::Field;
+using sqldb::kit::InTransaction;
 using sqldb::kit::List;
 using sqldb::kit::Named;
 using sqldb::kit::Rows;
@@ -442,6 +444,17 @@ TEST_F(QueryTest, FirstOfAQueryThatWritesWritesAll) {
   EXPECT_EQ((fDatabase.First<int, double>(kRaise, 3)), std::make_tuple(1, 0.5));
   EXPECT_EQ(fDatabase.One<double>("SELECT SUM(price) FROM parts"), 5.5);
   EXPECT_FALSE(IsAnyRunning());
+}
+
+TEST_F(QueryTest, WhatAQueryHasWrittenStaysWhereItsRowsAreRefused) {
+  SKIP_BEFORE_RETURNING();
+  EXPECT_EQ(ThrownBy([&] { fDatabase.One<int, double>(kRaise, 3); }).Message(), "The query yields more than one row.");
+  EXPECT_EQ(fDatabase.One<double>("SELECT SUM(price) FROM parts"), 5.5);
+  EXPECT_THROW((fDatabase.All<int, std::string>(kRaise, 2)), ConversionError);
+  EXPECT_EQ(fDatabase.One<double>("SELECT SUM(price) FROM parts"), 6);
+  EXPECT_FALSE(IsAnyRunning());
+  EXPECT_THROW(InTransaction(fDatabase, [&] { return fDatabase.One<int, double>(kRaise, 3); }), Error);
+  EXPECT_EQ(fDatabase.One<double>("SELECT SUM(price) FROM parts"), 6);
 }
 
 TEST_F(QueryTest, KeptRowsOfBoolsAndOfMovableStructsWork) {
