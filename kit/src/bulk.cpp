@@ -35,7 +35,8 @@ bool BulkWriter::Write(const void* record) {
     if (fInBatch == 0) BeginBatch();
     BindRecord(fStatement.Statement(), fTable.Layout(), record);
     KeptStatement& kept = fStatement.Kept();
-    StepOnce(kept);
+    while (StepOnce(kept)) {
+    }
     kept.Reset();
     if (++fInBatch != fBatch) return false;
     EndBatch();

@@ -52,9 +52,7 @@ bool AreEqual(std::string_view a, std::string_view b) {
 }
 
 int SizeOf(std::string_view sql) {
-  if (sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-    throw Error("The text is longer than SQLite takes.", SQLITE_TOOBIG);
-  }
+  CheckSize(sql);
   return static_cast<int>(sql.size());
 }
 
@@ -73,6 +71,12 @@ const char* AdviceFor(sqlite3* connection, int code) {
 
 }  // namespace
 
+void CheckSize(std::string_view sql) {
+  if (sql.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    throw Error("The text is longer than SQLite takes.", SQLITE_TOOBIG);
+  }
+}
+
 bool IsEmptySql(std::string_view sql) {
   sql = WithoutBlanks(sql);
   while (!sql.empty() && sql[0] == ';') sql = WithoutBlanks(sql.substr(1));
@@ -82,19 +86,22 @@ bool IsEmptySql(std::string_view sql) {
 bool Pragma::IsNamed(std::string_view other) const { return AreEqual(name, other); }
 
 Pragma PragmaOf(std::string_view sql) {
+  sql = WithoutBlanks(sql);
+  while (!sql.empty() && sql[0] == ';') sql = WithoutBlanks(sql.substr(1));
   if (!AreEqual(TakeName(sql), "PRAGMA")) return Pragma{};
   std::string_view name = TakeName(sql);
   if (!sql.empty() && sql[0] == '.') {
     sql.remove_prefix(1);
     name = TakeName(sql);
   }
-  return Pragma{name, sql};
+  return Pragma{name, sql.substr(0, sql.find(';'))};
 }
 
 sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql) {
   sqlite3_stmt* statement = nullptr;
   const char* tail = nullptr;
-  const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql), &statement, &tail);
+  // With the zero byte: SQLite would copy a text without one, and so all that is left of a script for each statement.
+  const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql) + 1, &statement, &tail);
   if (result != SQLITE_OK) ThrowError(connection, result, sql);
   sql = sql.substr(0, static_cast<std::size_t>(tail - sql.data()));
   if (statement == nullptr && sql.empty()) throw Error("There is a zero byte in the text.", SQLITE_MISUSE);

@@ -10,6 +10,9 @@
 
 namespace sqldb::kit::detail {
 
+// Throws Error if SQLite could not take so long a text.
+void CheckSize(std::string_view sql);
+
 // Whether there is nothing but blanks and comments, which may stand behind a statement.
 bool IsEmptySql(std::string_view sql);
 
@@ -24,7 +27,7 @@ struct Pragma {
 Pragma PragmaOf(std::string_view sql);
 
 // The first statement of `sql`, which is then its text alone; null if that is only a semicolon or a comment. Throws
-// Error.
+// Error. REQUIRES: a zero byte follows `sql`.
 sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql);
 
 // The statement of `sql`, to be kept. Throws Error, among others if there is none, or if there are several.

@@ -49,13 +49,14 @@ void Connection::WaitFor(int busyTimeout) {
 
 template <typename Take>
 std::string_view Connection::RunFirst(std::string_view sql, Take take) {
+  // Before it is compiled, which is when SQLite acts on most of them.
+  CheckPragma(sql);
   const Working working(*this);
   std::string_view text = sql;
   const Finalizer finalizer{CompileFirst(Handle(), text)};
   sqlite3_stmt* const statement = finalizer.fStatement;
   // A semicolon or a comment.
   if (statement == nullptr) return sql.substr(text.size());
-  CheckPragma(text);
   if (sqlite3_stmt_readonly(statement) == 0) fLevels.BeforeWrite(Core());
   int step = sqlite3_step(statement);
   for (; step == SQLITE_ROW; step = sqlite3_step(statement)) take(statement);
@@ -75,12 +76,16 @@ void Connection::CheckPragma(std::string_view sql) const {
 }
 
 void Connection::RunScript(std::string_view sql) {
-  while (!IsEmptySql(sql)) sql = RunFirst(sql, [](sqlite3_stmt*) {});
+  CheckSize(sql);
+  const std::string whole(sql);
+  std::string_view rest = whole;
+  while (!IsEmptySql(rest)) rest = RunFirst(rest, [](sqlite3_stmt*) {});
 }
 
 std::string Connection::Ask(std::string_view sql) {
   std::string answer;
-  RunFirst(sql, [&answer](sqlite3_stmt* statement) {
+  const std::string whole(sql);
+  RunFirst(whole, [&answer](sqlite3_stmt* statement) {
     const unsigned char* const text = sqlite3_column_text(statement, 0);
     if (text == nullptr) throw std::bad_alloc();
     answer = reinterpret_cast<const char*>(text);

@@ -85,16 +85,18 @@ class Connection : private ConnectionWatcher {
 
 inline KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
   idle.users = 1;
+  --fIdle;
   fConnection.AddUser();
   return idle;
 }
 
 inline void StatementStore::GiveBack(KeptStatement& kept) noexcept {
-  const StatementStore& store = kept.connection->fStatements;
-  const bool isAlone = kept.users == 1 && &kept == store.fNewest && store.fCount <= store.fMost;
+  StatementStore& store = kept.connection->fStatements;
+  const bool isAlone = kept.users == 1 && &kept == store.fNewest && store.fIdle < store.fMost;
   if (!isAlone || kept.stay == KeptStatement::Stay::kNone) return GiveBackWithMore(kept);
   kept.Reset();
   kept.users = 0;
+  ++store.fIdle;
   kept.connection->RemoveUser();
 }
 

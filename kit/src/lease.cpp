@@ -87,7 +87,9 @@ std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
 
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
-void Lease::Hold(bool isHeld) noexcept { fKept->isHeld = isHeld; }
+Hold::Hold(const Lease& lease) noexcept : fKept(&lease.Kept()) { ++fKept->holders; }
+
+void Hold::End() const noexcept { --fKept->holders; }
 
 void BindByAddress(sqlite3_stmt* statement, int parameter, const Argument& argument, Values lifetime) {
   argument.bind(Target{statement, parameter, lifetime == Values::kLasting}, argument.value);

@@ -167,6 +167,9 @@ sqlite3_module MakeModule() {
 ListBuilder::ListBuilder() : fValues(new ListValues) {}
 
 void ListBuilder::Bind(const Target& target) {
+  if (target.statement == nullptr) {
+    throw Error("A list cannot be a value of a term: use In, or a query of your own.", SQLITE_MISUSE);
+  }
   // SQLite deletes them also if it fails.
   const int result =
       sqlite3_bind_pointer(target.statement, target.parameter, std::exchange(fValues, nullptr), kPointerType, &Delete);

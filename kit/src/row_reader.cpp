@@ -187,17 +187,19 @@ inline void LoadOrReset(KeptStatement& kept, const RowShape& shape, ColumnOrder 
 RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
   KeptStatement& kept = fLease.Kept();
-  // What was found before is looked at again when it has run.
-  if (order == ColumnOrder::kByName && kept.map.shape != &shape) FindColumns(kept, shape);
+  // What was found before is looked at again when it has run, and so is what an old statement yields: it may have to
+  // compile itself anew. One that writes cannot wait for that.
+  const bool isKnown = kept.map.shape == &shape || (kept.isOld && !kept.isWriting);
+  if (order == ColumnOrder::kByName && !isKnown) FindColumns(kept, shape);
 }
 
 bool RowReader::First() {
   KeptStatement& kept = fLease.Kept();
   if (kept.statement == nullptr) ThrowLetGo(kept);
   if (kept.isUsed) kept.Reset();
-  if (!StepOnce(kept)) return false;
+  const bool isThere = StepOnce(kept);
   if (fOrder == ColumnOrder::kByName) FindOrReset(kept, *fShape);
-  return true;
+  return isThere;
 }
 
 bool RowReader::LoadFirst(void* const* places) {

@@ -6,6 +6,7 @@
 
 #include "compile.h"
 #include "connection.h"
+#include "sqldb/kit/error.h"
 
 namespace sqldb::kit::detail {
 
@@ -81,6 +82,7 @@ KeptStatement& StatementStore::Enter(std::unique_ptr<KeptStatement> made) noexce
   }
   Link(kept);
   ++fCount;
+  ++fIdle;
   return Lend(kept);
 }
 
@@ -114,8 +116,16 @@ KeptStatement& StatementStore::Compile(sqlite3* handle, KeptStatement*& slot, co
   return Enter(std::move(made));
 }
 
-KeptStatement& StatementStore::CompileOnce(sqlite3* handle, std::string sql) {
-  return Enter(Compiled(handle, std::move(sql)));
+KeptStatement& StatementStore::CompileOnce(sqlite3* handle, std::string sql, std::string told) {
+  std::unique_ptr<KeptStatement> made;
+  try {
+    made = Compiled(handle, std::move(sql));
+  } catch (const Error& error) {
+    if (told.empty()) throw;
+    ThrowAsItIs(std::string(error.Message()), error.ExtendedCode(), told);
+  }
+  if (!told.empty()) made->sql = std::move(told);
+  return Enter(std::move(made));
 }
 
 void StatementStore::Link(KeptStatement& kept) noexcept {
@@ -149,15 +159,14 @@ void StatementStore::Leave(KeptStatement& kept) noexcept {
 
 void StatementStore::Discard(KeptStatement& kept) noexcept {
   Leave(kept);
+  --fIdle;
   sqlite3_finalize(kept.statement);
   delete &kept;
 }
 
 void StatementStore::GiveBackWithMore(KeptStatement& kept) noexcept {
   if (--kept.users > 0) {
-    if (kept.users == 1 && kept.isHeld) {
-      kept.Reset();
-    }
+    if (kept.users == kept.holders) kept.Reset();
     return;
   }
   Connection& connection = *kept.connection;
@@ -171,14 +180,14 @@ void StatementStore::GiveBackWithMore(KeptStatement& kept) noexcept {
 
 void StatementStore::TakeBack(KeptStatement& kept) noexcept {
   kept.Reset();
+  ++fIdle;
   if (&kept != fNewest) {
     Unlink(kept);
     Link(kept);
   }
   if (kept.stay == KeptStatement::Stay::kNone) {
     Discard(kept);
-  } else if (fCount > fMost) {
-    // One that is lent goes when it comes back.
+  } else if (fIdle > fMost) {
     KeptStatement* victim = fOldest;
     while (victim->users > 0) victim = victim->newer;
     Discard(*victim);
@@ -204,6 +213,7 @@ void StatementStore::LetGo() noexcept {
     sqlite3_finalize(std::exchange(kept.statement, nullptr));
     if (kept.users == 0) delete &kept;
   }
+  fIdle = 0;
 }
 
 // So that a bucket has about one statement.

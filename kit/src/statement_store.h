@@ -57,14 +57,16 @@ struct KeptStatement {
   Connection* connection = nullptr;
   // How many leases share it; 0: idle.
   int users = 0;
+  // How many of them only hold it.
+  int holders = 0;
   int parameterCount = 0;
   bool isWriting = false;
   // Whether it stands on a row.
   bool isRunning = false;
   // Whether it was stepped and not reset.
   bool isUsed = false;
-  // By one lease for long, while the others are its uses.
-  bool isHeld = false;
+  // Whether it was stepped since it was compiled: what it yields may be other columns by now.
+  bool isOld = false;
   Stay stay = Stay::kNone;
   int kind = 0;
   const void* owner = nullptr;
@@ -111,8 +113,8 @@ class StatementStore {
   KeptStatement& Compile(sqlite3* handle, const StatementKey& key, std::string sql);
   // Compiles `sql` for a place of its own, unless that is taken. Throws Error.
   KeptStatement& Compile(sqlite3* handle, KeptStatement*& slot, const void* owner, std::string sql);
-  // Compiles `sql` for one use. Throws Error.
-  KeptStatement& CompileOnce(sqlite3* handle, std::string sql);
+  // Compiles `sql` for one use. Throws Error. `told` is what an Error says of it, if that is not to have its values.
+  KeptStatement& CompileOnce(sqlite3* handle, std::string sql, std::string told = {});
 
   // Ends one lease. The end of the last one resets the statement and keeps it for the next use, at the cost of the one
   // whose last use is longest ago.
@@ -149,6 +151,8 @@ class StatementStore {
   KeptStatement* fNewest = nullptr;
   KeptStatement* fOldest = nullptr;
   std::size_t fCount = 0;
+  // Those that nobody uses: what is held or in use is not at the cost of what is kept.
+  std::size_t fIdle = 0;
   std::size_t fMost;
 };
 

@@ -24,6 +24,7 @@ inline bool StepOnce(KeptStatement& kept) {
   }
   kept.isRunning = result == SQLITE_ROW;
   kept.isUsed = true;
+  kept.isOld = true;
   if (result == SQLITE_ROW) return true;
   if (result != SQLITE_DONE) ThrowFailedStep(kept, result);
   return false;
@@ -42,6 +43,11 @@ class Loan {
   KeptStatement& Kept() const noexcept { return fKept; }
   // See StepOnce.
   bool Step() const { return StepOnce(fKept); }
+  // Runs a statement that writes to its end. It may yield a row even so: PRAGMA count_changes.
+  void Finish() const {
+    while (StepOnce(fKept)) {
+    }
+  }
 
  private:
   KeptStatement& fKept;

@@ -78,6 +78,13 @@ bool IsKeyZero(const RecordLayout& layout, const void* record) {
   return layout.keyCount == 1 && finder.fIsZero;
 }
 
+// Null: that of the layout.
+std::string_view NameOf(const RecordLayout& layout, std::string_view name) {
+  if (!name.empty()) return name;
+  if (name.data() != nullptr || layout.table == nullptr) throw Error("The name of the table is empty.", SQLITE_MISUSE);
+  return layout.table;
+}
+
 }  // namespace
 
 RowsWanted::RowsWanted(const Piece& condition) : term(condition) {}
@@ -91,8 +98,7 @@ void RowsWanted::AddOrder(const Piece& entry) {
 }
 
 TableHandle::TableHandle(const Database& database, const RecordLayout& layout, std::string_view name)
-    : fConnection(database.Connection()),
-      fState(&fConnection->fTables.Use(layout, name.empty() ? std::string_view(layout.table) : name)) {}
+    : fConnection(database.Connection()), fState(&fConnection->fTables.Use(layout, NameOf(layout, name))) {}
 
 TableHandle::TableHandle(const TableHandle& other) noexcept : fConnection(other.fConnection), fState(other.fState) {
   ++fState->users;
@@ -141,7 +147,7 @@ std::int64_t TableHandle::Insert(const void* record) const {
   const Loan loan(Lent(*fConnection, *fState, TableState::kInsert));
   BindRecord(loan.Statement(), fState->layout, record);
   try {
-    loan.Step();
+    loan.Finish();
   } catch (const ConstraintError& error) {
     const bool isOfKey =
         error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
@@ -165,28 +171,28 @@ const RecordLayout& TableHandle::Layout() const noexcept { return fState->layout
 bool TableHandle::Write(RecordWrite what, const void* record) const {
   const Loan loan(Lend(what));
   BindRecord(loan.Statement(), fState->layout, record);
-  loan.Step();
+  loan.Finish();
   return Changes(loan) > 0;
 }
 
 bool TableHandle::Delete(const Argument* key, std::size_t count) const {
   const Loan loan(Lent(*fConnection, *fState, TableState::kDelete));
   BindKey(loan.Statement(), key, count);
-  loan.Step();
+  loan.Finish();
   return Changes(loan) > 0;
 }
 
 std::int64_t TableHandle::UpdateWhere(const Term& term, const Piece& assignments) const {
   if (term.IsEmpty()) throw Error("An update without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
   const VaryingLoan loan(*fConnection, *fState, kUpdateWhere, Parts{assignments, &term.Parts()});
-  loan.Step();
+  loan.Finish();
   return Changes(loan);
 }
 
 std::int64_t TableHandle::DeleteWhere(const Term& term) const {
   if (term.IsEmpty()) throw Error("A delete without a condition: say EveryRow() if it is meant.", SQLITE_MISUSE);
   const VaryingLoan loan(*fConnection, *fState, kDeleteWhere, Parts{term.Parts()});
-  loan.Step();
+  loan.Finish();
   return Changes(loan);
 }
 

@@ -30,7 +30,7 @@ KeptStatement& VaryingStatement::Compile(const StatementKey& key) {
   constexpr std::size_t kOthers = 2;
   const auto most = static_cast<std::size_t>(sqlite3_limit(handle, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
   fHasLiterals = ValueCount() + kOthers > most;
-  if (fHasLiterals) return statements.CompileOnce(handle, Sql(true));
+  if (fHasLiterals) return statements.CompileOnce(handle, Sql(true), Sql(false));
   const bool isKept = key.text.size() + key.secondPart.size() <= kLargestKept;
   return isKept ? statements.Compile(handle, key, Sql(false)) : statements.CompileOnce(handle, Sql(false));
 }

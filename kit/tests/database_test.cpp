@@ -352,6 +352,45 @@ TEST(Database, PragmaThatWouldEndTheWaitingIsRefused) {
   }
 }
 
+TEST_F(DatabaseFileTest, RefusedPragmaHasDoneNothing) {
+  Options options;
+  options.busyTimeout = 300;
+  Database database(File(), options);
+  for (const char* const sql :
+       {"PRAGMA busy_timeout = 1", ";PRAGMA busy_timeout = 1", "SELECT 1;; PRAGMA busy_timeout = 1"}) {
+    SCOPED_TRACE(sql);
+    EXPECT_EQ(ThrownBy([&] { database.ExecuteScript(sql); }).Code(), SQLITE_MISUSE);
+    EXPECT_EQ(ThrownBy([&] { database.Execute(sql); }).Code(), SQLITE_MISUSE);
+  }
+  EXPECT_EQ(ThrownBy([&] { database.ExecuteScript("PRAGMA encoding = 'UTF-16'; SELECT 16"); }).Code(), SQLITE_MISUSE);
+  database.Execute("CREATE TABLE t (a)");
+  EXPECT_EQ(database.One<std::string>("PRAGMA encoding"), "UTF-8");
+  Database other(File());
+  other.Execute("BEGIN IMMEDIATE");
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(ThrownBy([&] { database.Execute("INSERT INTO t VALUES (1)"); }).Code(), SQLITE_BUSY);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
+}
+
+TEST(Database, WhatIsHeldOrOpenIsNotAtTheCostOfWhatIsKept) {
+  Options options;
+  options.keptStatements = 2;
+  Database database(":memory:", options);
+  std::vector<sqldb::kit::Statement> held;
+  for (int i = 0; i < 5; ++i) held.push_back(database.Prepare("SELECT " + std::to_string(i)));
+  const auto compiled = [&] {
+    int count = 0;
+    sqlite3* const handle = database.Core().fConnection;
+    for (sqlite3_stmt* each = sqlite3_next_stmt(handle, nullptr); each != nullptr;
+         each = sqlite3_next_stmt(handle, each)) {
+      ++count;
+    }
+    return count;
+  };
+  for (int i = 0; i < 5; ++i) database.One<int>("SELECT 1" + std::to_string(i));
+  EXPECT_EQ(compiled(), 7);
+}
+
 TEST_F(DatabaseFileTest, PragmaThatSaysHowLongToWaitIsTheCoresMatter) {
   const auto core = boost::make_shared<sqldb::SQLDatabase>(File(), false);
   core->Open();

@@ -16,6 +16,7 @@
 #include "sqldb/database.h"
 #include "sqldb/kit/list.h"
 #include "sqldb/kit/statement.h"
+#include "sqldb/kit/term.h"
 #include "sqldb/kit/transaction.h"
 #include "support/allocations.h"
 #include "support/temporary_folder.h"
@@ -163,6 +164,40 @@ TEST_F(QueryTest, ColumnThatIsThereTwiceIsNamedAndNothingIsDone) {
       ThrownBy([&] { fDatabase.All<Kind>("SELECT k.*, p.id FROM kinds k JOIN parts p ON p.kind = k.id"); });
   EXPECT_EQ(error.Code(), SQLITE_MISUSE);
   EXPECT_EQ(error.Message(), "The statement yields the column id twice.");
+}
+
+#define SKIP_BEFORE_POINTERS() \
+  if (sqlite3_libversion_number() < 3020000) GTEST_SKIP() << "List needs SQLite 3.20"
+
+TEST_F(QueryTest, ARangeWhoseIteratorsHaveGoneStandsOnNoRow) {
+  auto rows = fDatabase.Query<int>("SELECT id FROM parts");
+  for ([[maybe_unused]] const int part : rows) break;
+  EXPECT_NO_THROW(fDatabase.Execute("DROP TABLE kinds"));
+  auto moved = std::move(rows);
+  auto row = moved.begin();
+  moved = fDatabase.Query<int>("SELECT 7");
+  // Goes on without the range that it is from.
+  EXPECT_NO_THROW(++row);
+  EXPECT_EQ(*moved.begin(), 7);
+}
+
+TEST_F(QueryTest, AKeptStatementYieldsWhatTheTableHasByNow) {
+  fDatabase.Execute("CREATE TABLE grown (a)");
+  constexpr char kAll[] = "SELECT * FROM grown";
+  auto held = fDatabase.Prepare(kAll);
+  EXPECT_TRUE(fDatabase.All<int>(kAll).empty());
+  EXPECT_TRUE(held.All<int>().empty());
+  fDatabase.Execute("ALTER TABLE grown ADD COLUMN b");
+  EXPECT_TRUE((fDatabase.All<int, int>(kAll).empty()));
+  EXPECT_TRUE((held.All<int, int>().empty()));
+  EXPECT_EQ(ThrownBy([&] { held.All<int>(); }).Message(), "The statement yields 2 columns, and a row is made of 1.");
+}
+
+TEST_F(QueryTest, AListIsNoValueOfATerm) {
+  SKIP_BEFORE_POINTERS();
+  const std::vector<int> ids{1};
+  EXPECT_EQ(ThrownBy([&] { sqldb::kit::Where("id IN (SELECT value FROM list(?))", List(ids)); }).Message(),
+            "A list cannot be a value of a term: use In, or a query of your own.");
 }
 
 TEST_F(QueryTest, NumberOfColumnsMustBeThatOfTheRow) {
@@ -515,9 +550,6 @@ TEST_F(RecompiledTest, OneTextServesRowsOfDifferentShapes) {
 }
 
 // --- Lists -----------------------------------------------------------------------------------------------------------
-
-#define SKIP_BEFORE_POINTERS() \
-  if (sqlite3_libversion_number() < 3020000) GTEST_SKIP() << "List needs SQLite 3.20"
 
 constexpr char kInList[] = "SELECT name FROM parts WHERE id IN (SELECT value FROM list(?)) ORDER BY id";
 

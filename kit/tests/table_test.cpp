@@ -532,6 +532,29 @@ struct Rare {
   static constexpr auto Description() { return Describe("rare", Key("id", &Rare::id), Field("bytes", &Rare::bytes)); }
 };
 
+TEST_F(TableTest, ATermBeyondTheLimitOfParametersKeepsItsValuesOutOfErrors) {
+  sqlite3_limit(database.Core().fConnection, SQLITE_LIMIT_VARIABLE_NUMBER, 4);
+  const std::vector<std::string> names(8, "secret");
+  const Table<Part> missing(database, "missing");
+  const Error error = ThrownBy([&] { missing.Count(In(name, names)); });
+  EXPECT_EQ(std::string(error.what()).find("secret"), std::string::npos) << error.what();
+  EXPECT_NE(error.Sql().find("name IN (?, ?"), std::string_view::npos) << error.Sql();
+}
+
+TEST_F(TableTest, AWriteThatYieldsARowHasEndedWhenItReturns) {
+  database.Execute("PRAGMA count_changes = ON");
+  database.ExecuteScript("CREATE TABLE child (id INTEGER PRIMARY KEY REFERENCES parts DEFERRABLE INITIALLY DEFERRED)");
+  struct Child {
+    std::int64_t id = 0;
+    static constexpr auto Description() { return Describe("child", Key("id", &Child::id)); }
+  };
+  EXPECT_THROW(Table<Child>(database).Insert({77}), ConstraintError);
+}
+
+TEST_F(TableTest, ATableHasAName) {
+  EXPECT_EQ(ThrownBy([&] { Table<Part>(database, std::string()); }).Message(), "The name of the table is empty.");
+}
+
 TEST_F(TableTest, ValuesAreBoundAndNeverRead) {
   const Table<Rare> rare(database);
   rare.Create();

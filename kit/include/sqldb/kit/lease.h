@@ -162,12 +162,33 @@ class SQLDB_EXPORT Lease {
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
   bool IsThere() const noexcept { return fKept != nullptr; }
-  /// Held, the statement is reset as soon as only one copy has it.
-  void Hold(bool isHeld) noexcept;
   KeptStatement& Kept() const noexcept { return *fKept; }
 
  private:
   void GiveBack() const noexcept;
+
+  KeptStatement* fKept = nullptr;
+};
+
+/// Says of a lease that it only holds its statement, while copies run it: when none is left but leases that hold it,
+/// the statement is reset. Moved from, or made of nothing, it says nothing. REQUIRES: the lease outlives it.
+class SQLDB_EXPORT Hold {
+ public:
+  Hold() = default;
+  explicit Hold(const Lease& lease) noexcept;
+  Hold(Hold&& other) noexcept : fKept(other.fKept) { other.fKept = nullptr; }
+  Hold& operator=(Hold&& other) noexcept {
+    KeptStatement* const mine = fKept;
+    fKept = other.fKept;
+    other.fKept = mine;
+    return *this;
+  }
+  ~Hold() {
+    if (fKept != nullptr) End();
+  }
+
+ private:
+  void End() const noexcept;
 
   KeptStatement* fKept = nullptr;
 };

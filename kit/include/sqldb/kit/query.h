@@ -149,7 +149,7 @@ std::string Columns(std::string_view alias = {}) {
 /// begin() and ++ throw Error.
 ///
 /// A query that writes (INSERT ... RETURNING) has run to its end when Query returns; its rows are kept, and begin()
-/// gives those.
+/// gives those. Its iterators are valid as long as the range; those of all other queries may outlive it.
 ///
 /// While a query stands on a row, other connections may have to wait, and in WAL mode a write of this connection may
 /// fail with SQLITE_BUSY_SNAPSHOT: read on, destroy all iterators, or take All.
@@ -171,7 +171,10 @@ class [[nodiscard]] Rows {
   explicit Rows(detail::Lease leaseOfQuery)
       : fReader(std::move(leaseOfQuery), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName),
         fIsKept(fReader.IsWriting()) {
-    if (!fIsKept) return;
+    if (!fIsKept) {
+      fHold = fReader.HoldLease();
+      return;
+    }
     for (bool isThere = fReader.First(); isThere; isThere = fReader.Next()) {
       detail::LoadRow(fReader, fKept.emplace_back().row);
     }
@@ -180,7 +183,15 @@ class [[nodiscard]] Rows {
   /// The other one is then only to be destroyed or assigned to.
   Rows(Rows&&) noexcept = default;
   /// The same.
-  Rows& operator=(Rows&&) noexcept = default;
+  Rows& operator=(Rows&& other) noexcept {
+    Rows taken(std::move(other));
+    std::swap(fReader, taken.fReader);
+    std::swap(fHold, taken.fHold);
+    std::swap(fIsKept, taken.fIsKept);
+    std::swap(fKept, taken.fKept);
+    return *this;
+  }
+  ~Rows() = default;
 
   /// Throws Error, here and while rows are read, and what a Type throws; the iterator is then at the end.
   iterator begin() { return fIsKept ? iterator(fKept.data(), fKept.data() + fKept.size()) : iterator(fReader); }
@@ -189,6 +200,8 @@ class [[nodiscard]] Rows {
 
  private:
   detail::RowReader fReader;
+  // Ends before the lease of the reader. Iterators have leases of their own.
+  detail::Hold fHold;
   bool fIsKept;
   std::vector<detail::KeptRow<value_type>> fKept;
 };

@@ -79,6 +79,8 @@ class SQLDB_EXPORT RowReader {
   [[noreturn]] void ThrowNotOneRow(bool isThereOne) const;
 
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
+  /// That its lease only holds the statement, while copies of the reader step it.
+  Hold HoldLease() const noexcept { return Hold(fLease); }
 
  private:
   Lease fLease;

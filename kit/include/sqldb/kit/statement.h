@@ -41,24 +41,23 @@ namespace sqldb::kit {
 ///     for (const auto& [id, name] : all.Query<std::int64_t, std::string>(1.0)) Use(id, name);  // ends with the loop
 ///     const auto cheap = all.All<std::int64_t, std::string>(0.5);
 ///
-/// Can be moved, and may outlive the database or its closing: every use throws Error then. It counts among the
-/// statements that Options::keptStatements allows, but is let go of by nobody else.
+/// Can be moved, and may outlive the database or its closing: every use throws Error then. It does not count among the
+/// statements that Options::keptStatements allows, and is let go of by nobody else.
 class SQLDB_EXPORT Statement {
  public:
   /// For the kit; see Database::Prepare.
-  explicit Statement(detail::Lease lease) noexcept : fLease(std::move(lease)) { fLease.Hold(true); }
+  explicit Statement(detail::Lease lease) noexcept : fLease(std::move(lease)), fHold(fLease) {}
   /// The other one is then only to be destroyed or assigned to; its uses throw Error.
   Statement(Statement&&) = default;
   /// The same. A range of the statement that was here goes on.
   Statement& operator=(Statement&& other) noexcept {
     Statement taken(std::move(other));
     std::swap(fLease, taken.fLease);
+    std::swap(fHold, taken.fHold);
     return *this;
   }
   /// A range that is still there goes on, and takes the compiled statement with it when it ends.
-  ~Statement() {
-    if (fLease.IsThere()) fLease.Hold(false);
-  }
+  ~Statement() = default;
 
   /// Runs it to its end, and returns how many rows it inserted, updated or deleted; 0 for all that does none of these.
   /// Rows that it yields are passed over. The values are used where they are, without a copy.
@@ -106,6 +105,8 @@ class SQLDB_EXPORT Statement {
   detail::RowReader Reader(const detail::Argument* arguments, std::size_t count, const detail::RowShape& shape) const;
 
   detail::Lease fLease;
+  // Ends before the lease.
+  detail::Hold fHold;
 };
 
 }  // namespace sqldb::kit

@@ -47,7 +47,7 @@ struct SQLDB_EXPORT RowsWanted {
 /// statement is then left running.
 class SQLDB_EXPORT TableHandle {
  public:
-  /// `name` is empty for that of the layout.
+  /// `name` is a null view for that of the layout.
   TableHandle(const Database& database, const RecordLayout& layout, std::string_view name);
   TableHandle(const TableHandle& other) noexcept;
   TableHandle& operator=(const TableHandle& other) noexcept;
