@@ -94,7 +94,7 @@ inline void StatementStore::GiveBack(KeptStatement& kept) noexcept {
   StatementStore& store = kept.connection->fStatements;
   const bool isAlone = kept.users == 1 && &kept == store.fNewest && store.fIdle < store.fMost;
   if (!isAlone || kept.stay == KeptStatement::Stay::kNone) return GiveBackWithMore(kept);
-  kept.Reset();
+  if (kept.isUsed) kept.Reset();
   kept.users = 0;
   ++store.fIdle;
   kept.connection->RemoveUser();
