@@ -549,9 +549,15 @@ TEST_F(TableTest, AWriteThatYieldsARowHasEndedWhenItReturns) {
     static constexpr auto Description() { return Describe("child", Key("id", &Child::id)); }
   };
   EXPECT_THROW(Table<Child>(database).Insert({77}), ConstraintError);
+  EXPECT_THROW(Table<Child>(database).InsertMany(std::vector<Child>{{77}}), ConstraintError);
 }
 
 TEST_F(TableTest, ATableHasAName) {
+  struct Nameless {
+    std::int64_t id = 0;
+    static constexpr auto Description() { return Describe(Key("id", &Nameless::id)); }
+  };
+  EXPECT_EQ(ThrownBy([&] { Table<Nameless>(database, std::string_view()); }).Code(), SQLITE_MISUSE);
   EXPECT_EQ(ThrownBy([&] { Table<Part>(database, std::string()); }).Message(), "The name of the table is empty.");
 }
 
