@@ -126,7 +126,8 @@ struct Codec {
   static void Bind(const Target&, const T&) {}
 };
 
-/// By way of its Type.
+/// By way of its Type: what that stores has a Codec of its own, or a Type again. A value that is stored ends with the
+/// call that stores it, so SQLite copies it.
 template <typename T>
 struct Codec<T, std::enable_if_t<kHasType<T>>> {
   using Stored = std::decay_t<decltype(Type<T>::Store(std::declval<const T&>()))>;

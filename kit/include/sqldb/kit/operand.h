@@ -43,7 +43,12 @@ template <typename T>
 using NumberOf = std::conditional_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t)),
                                     std::int64_t, std::conditional_t<std::is_same_v<T, double>, double, void>>;
 
-/// What stands in a comparison: a value, unless it is one of the kit's own.
+/// What stands in a comparison: a value, unless it is one of the kit's own. Each has
+///
+///     kIsExpression  whether it may differ from row to row, as a column and an Sql do
+///     kCanCompare    whether it may stand in a comparison; std::nullopt and a value in a std::optional may not
+///     Type           what it is compared as, see ComparedAs
+///     Add            appends it to a Piece: a value as a parameter, of which the Piece keeps a copy
 template <typename T>
 struct Operand {
   static constexpr bool kIsExpression = false;
@@ -93,12 +98,15 @@ struct Operand<RowValue<T...>> {
   static void Add(Piece& piece, const RowValue<T...>& row) { piece.Add(row.Parts()); }
 };
 
-/// What stands on the left of IN and LIKE, and in an order.
+/// What stands on the left of IN and LIKE, and in an order. Does not compile for a value, which is most often a side
+/// that was mistaken for the other.
 template <typename A>
 constexpr void RequireExpression() {
   static_assert(Operand<A>::kIsExpression, "This is of a column or an Sql: a value is the same in every row.");
 }
 
+/// Does not compile for std::nullopt or a value in a std::optional, which IsNull and Is are for, nor for sides of which
+/// one is a number and the other a text: SQLite would compare them without a word, and find nothing.
 template <typename A, typename B>
 constexpr void RequireComparable() {
   constexpr bool canCompare = Operand<A>::kCanCompare && Operand<B>::kCanCompare;
@@ -108,6 +116,7 @@ constexpr void RequireComparable() {
                 "Compare numbers with numbers, texts with texts, and all else with its own type.");
 }
 
+/// Leaves all comparisons alone that have nothing of the kit on either side.
 template <typename A, typename B>
 using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
 

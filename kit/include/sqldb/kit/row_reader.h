@@ -164,7 +164,8 @@ const RowShape& ShapeOf() {
   return storage.shape;
 }
 
-/// Where the pieces of a row are.
+/// Where the pieces of a row are: of a tuple its elements, of all else the row itself. Valid as long as the row stays
+/// where it is.
 template <typename Row>
 struct Places {
   explicit Places(Row& wholeRow) : all{&wholeRow} {}

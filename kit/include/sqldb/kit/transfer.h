@@ -12,9 +12,11 @@
 
 namespace sqldb::kit::detail {
 
-/// Reads a column into a value.
+/// Reads a column into the value at this address, which is of the type that the function is for. Throws ConversionError
+/// for what does not fit, std::bad_alloc, and what a Type throws.
 using Loader = void (*)(sqlite3_stmt* statement, int column, void* value);
-/// Binds a value.
+/// Hands the value at this address, which is of the type that the function is for, to its target. Throws what
+/// Codec::Bind throws.
 using Binder = void (*)(const Target& target, const void* value);
 
 template <typename T>
@@ -42,7 +44,8 @@ SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
 /// What is read and bound without a call by its address.
 enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString, kOptionalString };
 
-/// How values of type T are read and bound.
+/// How values of type T are read and bound: through its Codec, unless it is one of the most frequent types. A layout
+/// keeps the two addresses for each field, so that compiled code can walk a record without its type.
 template <typename T>
 struct Transfer {
   static constexpr Shortcut kShortcut = Shortcut::kNone;

@@ -52,9 +52,9 @@ struct EncodedBytes {
 /// How values of type T are stored. Specialised by the program, in the namespace sqldb::kit or by its qualified name,
 /// before the first use of T in a description, a parameter or a row:
 ///
-///   using Stored = ...                 std::int64_t, double, std::string or Blob, or a type that has a Type itself
-///   static Stored Store(const T&)
-///   static T Load(const Stored&)
+///     using Stored = ...                 std::int64_t, double, std::string or Blob, or a type that has a Type itself
+///     static Stored Store(const T&)
+///     static T Load(const Stored&)
 ///
 /// What the two functions throw passes through the operation that they are part of. They may use the database that the
 /// operation is of. REQUIRES: they do not close it.

@@ -15,8 +15,9 @@ inline std::uint64_t WordOf(const void* address) noexcept {
   return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(address));
 }
 
-/// Words with room for some in place. Copies share what is beyond that, and one that grows goes on in the shared memory
-/// where it can. Copies may be used by different threads.
+/// Words with room for some in place, which need no memory of their own: a term of a few comparisons allocates nothing.
+/// Copies share what is beyond that, and one that grows goes on in the shared memory where it can. Copies may be used
+/// by different threads.
 class SQLDB_EXPORT Words {
  public:
   Words() noexcept = default;
@@ -73,6 +74,7 @@ class SQLDB_EXPORT Words {
     }
   }
 
+  // Words, of eight bytes: enough for some six comparisons. More would make each copy of a term larger.
   static constexpr std::size_t kRoom = 24;
 
   std::size_t fSize = 0;
