@@ -20,8 +20,9 @@ Installs what is missing, then runs each PART of
   fuzz      the fuzzers of the encoding, two million runs each
   coverage  all lines and branches of the library and of the kit are run by their unit tests, with unsigned char and
             with overflow that stops the program
-  valgrind  the unit tests with signed char and with overflow that stops the program, by themselves and under Valgrind
-  engines   the tests on SQLCipher, another library with SQLite's interface
+  valgrind  the unit tests under Valgrind
+  engines   the tests on SQLCipher, another library with SQLite's interface, with signed char and with overflow that
+            stops the program
   packages  the library in every way that README.md shows, see scripts/test-packages.sh
   bench     every measurement once, without regard to the time, and the allocations of each operation
 Without PART: all but packages and bench.
@@ -106,21 +107,24 @@ run_fuzzer() {
 
 run_coverage() { check "coverage" scripts/coverage.sh; }
 
-# The test program brings its own operator new, which Valgrind leaves alone, and watches malloc below it. The children that
-# the death tests fork end in mid-work, and are not looked at.
-under_valgrind() {
-  stage "$1" valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
-    --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
-    --soname-synonyms=somalloc=nouserintercepts "${@:2}" --gtest_brief=1
+# run_half TITLE N: every second test, from the Nth on. The core's test program brings its own operator new, which Valgrind
+# leaves alone, and watches malloc below it. The children that the death tests fork end in mid-work, and are not looked at.
+run_half() {
+  local program status=0
+  for program in build/release/tests/sqldb_tests build/release/kit/tests/sqldb_kit_tests; do
+    stage "$1: ${program##*/}" env GTEST_TOTAL_SHARDS=2 GTEST_SHARD_INDEX="$2" \
+      valgrind --quiet --child-silent-after-fork=yes --error-exitcode=1 --leak-check=full \
+      --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
+      --soname-synonyms=somalloc=nouserintercepts "$program" --gtest_brief=1 || status=1
+  done
+  return "$status"
 }
 
 run_valgrind() {
-  build signed-char
-  check "signed-char: test" build/signed-char/tests/sqldb_tests --gtest_brief=1
-  check "signed-char: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests --gtest_brief=1
-  beside "valgrind: test" under_valgrind build/signed-char/tests/sqldb_tests
-  under_valgrind "valgrind: test of the kit" build/signed-char/kit/tests/sqldb_kit_tests ||
-    failed+=("valgrind: test of the kit")
+  check "release: configure" cmake --preset release
+  check "release: build" cmake --build --preset release --parallel "$jobs" --target sqldb_tests sqldb_kit_tests
+  beside "valgrind: first half" run_half 0
+  run_half "valgrind: second half" 1 || failed+=("valgrind: second half")
   await
 }
 

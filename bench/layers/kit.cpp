@@ -1,10 +1,10 @@
 // The kit, which keeps its statements for every work.
 
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "layer.h"
+#include "layers/kit_wide.h"
 #include "sqldb/kit/kit.h"
 #include "sqldb/kit/transaction.h"
 
@@ -318,12 +318,8 @@ class Kit final : public Layer {
     };
   }
 
-  Work InsertWide(int columns) override {
-    return ForColumns(columns, [this](auto i) { return InsertWideBy(i); });
-  }
-  Work ScanWide(int columns) override {
-    return ForColumns(columns, [this](auto i) { return ScanWideBy(i); });
-  }
+  Work InsertWide(int columns) override { return InsertWideRows(fDatabase, columns); }
+  Work ScanWide(int columns) override { return ScanWideRows(fDatabase, columns); }
 
  private:
   void AddOne(Company company, std::int64_t number) {
@@ -345,63 +341,6 @@ class Kit final : public Layer {
         fTables.push_back(Table<Item>(fDatabase, "items AS other" + std::to_string(number)));
         break;
     }
-  }
-
-  // The number of columns is a part of a row's type.
-  template <typename Make>
-  static Work ForColumns(int columns, Make make) {
-    switch (columns) {
-      case 1:
-        return make(std::make_index_sequence<1>());
-      case 2:
-        return make(std::make_index_sequence<2>());
-      case 5:
-        return make(std::make_index_sequence<5>());
-      case 10:
-        return make(std::make_index_sequence<10>());
-      case 20:
-        return make(std::make_index_sequence<20>());
-      case 50:
-        return make(std::make_index_sequence<50>());
-      case 100:
-        return make(std::make_index_sequence<100>());
-      case 200:
-        return make(std::make_index_sequence<200>());
-      default:
-        Fail("a number of columns that is no type");
-    }
-  }
-
-  template <std::size_t... I>
-  Work InsertWideBy(std::index_sequence<I...>) {
-    std::string marks = "?";
-    for (std::size_t i = 1; i < sizeof...(I); ++i) marks += ",?";
-    return [this, sql = "INSERT INTO wide VALUES (" + marks + ")"](std::int64_t times) {
-      for (std::int64_t i = 0; i < times; ++i) fDatabase.Execute(sql, One<I>()...);
-      return std::int64_t{0};
-    };
-  }
-
-  template <std::size_t... I>
-  Work ScanWideBy(std::index_sequence<I...>) {
-    return [this](std::int64_t times) {
-      std::int64_t sum = 0;
-      for (std::int64_t i = 0; i < times; ++i) {
-        for (const auto& row : fDatabase.Query<Number<I>...>("SELECT * FROM wide")) sum += Last(row);
-      }
-      return sum;
-    };
-  }
-  static std::int64_t Last(std::uint32_t row) { return row; }
-  template <typename... T>
-  static std::int64_t Last(const std::tuple<T...>& row) {
-    return std::get<sizeof...(T) - 1>(row);
-  }
-  template <std::size_t>
-  using Number = std::uint32_t;
-  template <std::size_t>
-  static Number<0> One() {
-    return 1;
   }
 
   template <typename Write>

@@ -80,11 +80,10 @@ int sqlite3_bind_int64(sqlite3_stmt* statement, int parameter, sqlite3_int64 val
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
 using kit_test::Part;
 using kit_test::StatementsOf;
 using kit_test::ThrownBy;
-
-constexpr Column id(&Part::id);
 
 class EngineFailuresTest : public testing::Test {
  protected:

@@ -14,6 +14,7 @@
 #include <sqlite3.h>
 
 #include "sqldb/database.h"
+#include "sqldb/kit/column.h"
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/record.h"
@@ -67,6 +68,11 @@ struct Part {
     return a.id == b.id && a.name == b.name && a.price == b.price && a.note == b.note;
   }
 };
+
+inline constexpr sqldb::kit::Column id(&Part::id);
+inline constexpr sqldb::kit::Column name(&Part::name);
+inline constexpr sqldb::kit::Column price(&Part::price);
+inline constexpr sqldb::kit::Column note(&Part::note);
 
 }  // namespace kit_test
 

@@ -21,6 +21,8 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
+using kit_test::name;
 using kit_test::Part;
 using kit_test::ThrownBy;
 
@@ -147,9 +149,9 @@ TEST_F(MessagesOfFiles, OpeningSaysWhyNot) {
   options.wal = true;
   EXPECT_EQ(Told(ThrownBy([&] { Database database(":memory:", options); })),
             "':memory:' cannot be opened: it cannot be put into WAL mode, and stays in mode memory");
-  const std::string name("a\0b", 3);
-  EXPECT_EQ(Told(ThrownBy([&] { Database database(name); })),
-            "'" + name + "' cannot be opened: its name has a zero byte");
+  const std::string withZero("a\0b", 3);
+  EXPECT_EQ(Told(ThrownBy([&] { Database database(withZero); })),
+            "'" + withZero + "' cannot be opened: its name has a zero byte");
 }
 
 // What is left is looked at on purpose.
@@ -175,8 +177,6 @@ struct Line {
   }
 };
 
-constexpr Column id(&Part::id);
-constexpr Column name(&Part::name);
 constexpr Column number(&Line::number);
 constexpr Column text(&Line::text);
 

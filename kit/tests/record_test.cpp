@@ -152,11 +152,11 @@ class Document {
   Blob picture;
 };
 
-struct Marked {
+struct Stamped {
   std::int64_t mark = 0;
 };
 
-class Letter : public Marked, public Document {
+class Letter : public Stamped, public Document {
  public:
   alignas(64) std::int64_t id = 0;
   EncodedBytes signature;

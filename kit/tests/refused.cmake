@@ -1,13 +1,20 @@
 # Compiles each of SOURCES with COMPILER once as it is, in each standard and without a warning; and then once with each
 # name defined that one of its lines "#if defined(NAME)  // ERROR" has, which must fail with an error that matches ERROR.
+# For that, HEADERS are compiled beforehand, into FOLDER: they are the most of it.
 # Every sentence by which HEADERS refuse something must be among these errors.
 cmake_minimum_required(VERSION 3.22)
-set(arguments -fsyntax-only)
+set(arguments)
 foreach(folder IN LISTS INCLUDE_FOLDERS)
   if(folder)
     list(APPEND arguments -I ${folder})
   endif()
 endforeach()
+
+file(MAKE_DIRECTORY ${FOLDER})
+file(WRITE ${FOLDER}/kit.h "#include \"sqldb/kit/kit.h\"\n")
+execute_process(COMMAND ${COMPILER} -std=c++17 ${arguments} -x c++-header ${FOLDER}/kit.h -o ${FOLDER}/kit.h.gch
+  COMMAND_ERROR_IS_FATAL ANY)
+list(APPEND arguments -fsyntax-only)
 
 set(case_line "^#.*defined\\(([A-Z_]+)\\) +// (.+)$")
 set(errors)
@@ -30,7 +37,7 @@ foreach(source IN LISTS SOURCES)
     set(name ${CMAKE_MATCH_1})
     set(error "${CMAKE_MATCH_2}")
     list(APPEND errors "${error}")
-    execute_process(COMMAND ${COMPILER} -std=c++17 ${arguments} -D${name} ${source}
+    execute_process(COMMAND ${COMPILER} -std=c++17 ${arguments} -include ${FOLDER}/kit.h -D${name} ${source}
       RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(result EQUAL 0)
       message(SEND_ERROR "${name} compiles")

@@ -15,17 +15,16 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
+using kit_test::name;
+using kit_test::note;
 using kit_test::Part;
+using kit_test::price;
 using kit_test::StatementsOf;
 using kit_test::ThrownBy;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-constexpr Column id(&Part::id);
-constexpr Column name(&Part::name);
-constexpr Column price(&Part::price);
-constexpr Column note(&Part::note);
 
 using Parts = Selection<Part>;
 using Traits = std::iterator_traits<Parts::iterator>;

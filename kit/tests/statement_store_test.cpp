@@ -10,12 +10,11 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
 using kit_test::Part;
 using kit_test::StatementsOf;
 using kit_test::ThrownBy;
 using ::testing::ElementsAre;
-
-constexpr Column id(&Part::id);
 
 // Keeps five statements.
 class StatementStoreTest : public testing::Test {

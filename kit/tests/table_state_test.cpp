@@ -11,11 +11,10 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
 using kit_test::Part;
 using kit_test::StatementsOf;
 using ::testing::ElementsAre;
-
-constexpr Column id(&Part::id);
 
 class TableStateTest : public testing::Test {
  protected:

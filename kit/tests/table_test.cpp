@@ -17,18 +17,17 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
+using kit_test::name;
+using kit_test::note;
 using kit_test::Part;
+using kit_test::price;
 using kit_test::StatementsOf;
 using kit_test::ThrownBy;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-constexpr Column id(&Part::id);
-constexpr Column name(&Part::name);
-constexpr Column price(&Part::price);
-constexpr Column note(&Part::note);
 
 constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kSmallest = std::numeric_limits<std::int64_t>::min();
@@ -380,18 +379,18 @@ TEST_F(TableTest, SecondRowOfKeyZeroIsToldAboutNumbering) {
 }
 
 // A table whose rows have a key that the struct does not declare as SQLite's own.
-struct Plain {
+struct Unnumbered {
   std::int64_t rowid = 0;
   std::string name;
 
   static constexpr auto Description() {
-    return Describe("plain", Key("rowid", &Plain::rowid), Field("name", &Plain::name));
+    return Describe("plain", Key("rowid", &Unnumbered::rowid), Field("name", &Unnumbered::name));
   }
 };
 
 TEST_F(TableTest, SecondRowOfRowidZeroIsToldAboutNumberingToo) {
   database.Execute("CREATE TABLE plain (name TEXT)");
-  const Table<Plain> plain(database);
+  const Table<Unnumbered> plain(database);
   plain.Insert({0, "a"});
   plain.Insert({1, "a"});
   const Error error = ThrownBy<ConstraintError>([&] { plain.Insert({0, "a"}); });

@@ -18,15 +18,14 @@
 namespace {
 
 using namespace sqldb::kit;
+using kit_test::id;
+using kit_test::name;
+using kit_test::note;
 using kit_test::Part;
+using kit_test::price;
 using kit_test::ThrownBy;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr Column id(&Part::id);
-constexpr Column name(&Part::name);
-constexpr Column price(&Part::price);
-constexpr Column note(&Part::note);
 
 enum class Kind { kBolt, kNut };
 

@@ -338,7 +338,7 @@ struct Maybe {
   bool isThere = false;
   int number = 0;
 };
-struct OwnFailure {};
+struct UnknownColour {};
 
 }  // namespace
 
@@ -347,7 +347,7 @@ struct sqldb::kit::Type<Colour> {
   using Stored = std::string;
   static Stored Store(Colour colour) { return colour == Colour::kRed ? "red" : "green"; }
   static Colour Load(const Stored& stored) {
-    if (stored != "red" && stored != "green") throw OwnFailure();
+    if (stored != "red" && stored != "green") throw UnknownColour();
     return stored == "red" ? Colour::kRed : Colour::kGreen;
   }
 };
@@ -377,7 +377,7 @@ TEST_F(TypeTest, ApplicationSaysWhatItsTypeIsStoredAs) {
   EXPECT_EQ(*rows.begin(), "red");
 }
 
-TEST_F(TypeTest, WhatATypeThrowsPasses) { EXPECT_THROW(ReadFrom<Colour>("'blue'"), OwnFailure); }
+TEST_F(TypeTest, WhatATypeThrowsPasses) { EXPECT_THROW(ReadFrom<Colour>("'blue'"), UnknownColour); }
 
 TEST_F(TypeTest, EnumeratorBeyond64BitsWithASignIsAnErrorRatherThanNegative) {
   EXPECT_EQ(fDatabase.One<Wide>("SELECT ?", Wide::kNone), Wide::kNone);
