@@ -75,6 +75,12 @@ void Connection::CheckPragma(std::string_view sql) const {
   }
 }
 
+KeptStatement& Connection::Compile(std::string_view sql) {
+  CheckPragma(sql);
+  const Working working(*this);
+  return fStatements.Compile(Handle(), StatementKey{sql}, std::string(sql));
+}
+
 void Connection::RunScript(std::string_view sql) {
   CheckSize(sql);
   const std::string whole(sql);

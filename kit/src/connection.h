@@ -51,6 +51,11 @@ class Connection : private ConnectionWatcher {
   std::string Ask(std::string_view sql);
   // Throws Error for a PRAGMA that would take away what the connection relies on.
   void CheckPragma(std::string_view sql) const;
+  // Lends the statement of `sql`, which it compiles if none is idle. Throws Error.
+  KeptStatement& Lend(std::string_view sql) {
+    KeptStatement* const kept = fStatements.Find(sql);
+    return kept != nullptr ? *kept : Compile(sql);
+  }
   // The core's database, too, unless others share it.
   void Close() noexcept;
 
@@ -68,6 +73,7 @@ class Connection : private ConnectionWatcher {
 
  private:
   [[noreturn]] static void ThrowNotOpen();
+  KeptStatement& Compile(std::string_view sql);
   static int Wait(void* connection, int tries);
   // Runs the first statement of the text, and hands each row to `take`. Returns the rest of the text.
   template <typename Take>
@@ -91,9 +97,13 @@ inline KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
 }
 
 inline void StatementStore::GiveBack(KeptStatement& kept) noexcept {
+  if (kept.users > 1) {
+    if (--kept.users == kept.holders) kept.Reset();
+    return;
+  }
   StatementStore& store = kept.connection->fStatements;
-  const bool isAlone = kept.users == 1 && &kept == store.fNewest && store.fIdle < store.fMost;
-  if (!isAlone || kept.stay == KeptStatement::Stay::kNone) return GiveBackWithMore(kept);
+  const bool isSimple = &kept == store.fNewest && store.fIdle < store.fMost;
+  if (!isSimple || kept.stay == KeptStatement::Stay::kNone) return GiveBackWithMore(kept);
   if (kept.isUsed) kept.Reset();
   kept.users = 0;
   ++store.fIdle;

@@ -46,21 +46,17 @@ Statement Database::Prepare(std::string_view sql) {
   return Statement(detail::Lease(connection.fStatements.CompileOnce(connection.Handle(), std::string(sql))));
 }
 
-detail::Lease Database::Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
-                              detail::Values values) {
-  Connection();
-  detail::Lease lease(*fConnection, sql);
-  detail::BindAll(lease.Kept(), arguments, count, values);
-  return lease;
-}
-
 detail::RowReader Database::Reader(std::string_view sql, const detail::Argument* arguments, std::size_t count,
-                                   const detail::RowShape& shape) {
-  return detail::RowReader(Begin(sql, arguments, count, detail::Values::kLasting), shape, detail::ColumnOrder::kByName);
+                                   const detail::RowShape& shape, detail::Values values) {
+  detail::Lease lease(Connection()->Lend(sql));
+  detail::BindAll(lease.Kept(), arguments, count, values);
+  return detail::RowReader(std::move(lease), shape, detail::ColumnOrder::kByName);
 }
 
 std::int64_t Database::Run(std::string_view sql, const detail::Argument* arguments, std::size_t count) {
-  return Begin(sql, arguments, count, detail::Values::kLasting).Finish();
+  detail::Lease lease(Connection()->Lend(sql));
+  detail::BindAll(lease.Kept(), arguments, count, detail::Values::kLasting);
+  return lease.Finish();
 }
 
 }  // namespace sqldb::kit

@@ -32,14 +32,6 @@ int PlaceOf(const KeptStatement& kept, const Argument* arguments, std::size_t in
   return place;
 }
 
-KeptStatement& Take(Connection& connection, std::string_view sql) {
-  const StatementKey key{sql};
-  if (KeptStatement* const kept = connection.fStatements.Find(key)) return *kept;
-  connection.CheckPragma(sql);
-  const Working working(connection);
-  return connection.fStatements.Compile(connection.Handle(), key, std::string(sql));
-}
-
 // In 64 bits where the engine has them: more than 2^31 rows may be changed while a program runs.
 std::int64_t Changes(sqlite3* connection) {
 #if SQLITE_VERSION_NUMBER >= 3037000
@@ -69,8 +61,6 @@ void BindCharacters(const Target& target, const void* value) {
   if (value == nullptr) throw Error("A text is a null pointer; std::nullopt stands for NULL.", SQLITE_MISUSE);
   BindText(target, static_cast<const char*>(value));
 }
-
-Lease::Lease(Connection& connection, std::string_view sql) : fKept(&Take(connection, sql)) {}
 
 Lease::Lease(const Lease& other) noexcept : fKept(other.fKept) {
   if (fKept != nullptr) ++fKept->users;

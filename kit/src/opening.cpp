@@ -68,11 +68,11 @@ constexpr char kIsThere[] = "it is there already";
 void CheckIsNew(const std::string& path, const Options& options) {
   const Opened opened(path, options, FlagsOf(options) & ~SQLITE_OPEN_CREATE);
   if (opened.Result() == SQLITE_OK && opened.IsFile()) ThrowUnopened(path, kIsThere, SQLITE_CANTOPEN);
-  // Anything else than that it is missing says nothing about the file.
-  const bool isTold = opened.Result() == SQLITE_OK || opened.Result() == SQLITE_CANTOPEN;
-  if (!isTold) ThrowUnopened(path, opened.Why(), opened.Code());
+  // Anything else than that it is missing says nothing about the file. Ceph's VFS has the system's number for that.
+  const bool isMissing = opened.Result() == SQLITE_CANTOPEN || opened.Result() == -ENOENT;
+  if (opened.Result() != SQLITE_OK && !isMissing) ThrowUnopened(path, opened.Why(), opened.Code());
 #ifndef _WIN32
-  if (opened.Result() != SQLITE_CANTOPEN || options.isUri || !options.vfs.empty()) return;
+  if (!isMissing || options.isUri || !options.vfs.empty()) return;
   if (std::FILE* const made = std::fopen(path.c_str(), "wbx")) {
     std::fclose(made);
   } else if (errno == EEXIST) {

@@ -182,9 +182,21 @@ inline void LoadOrReset(KeptStatement& kept, const RowShape& shape, ColumnOrder 
   }
 }
 
+inline bool StepFirst(KeptStatement& kept, const RowShape& shape, ColumnOrder order) {
+  if (kept.statement == nullptr) ThrowLetGo(kept);
+  if (kept.isUsed) kept.Reset();
+  const bool isThere = StepOnce(kept);
+  if (order == ColumnOrder::kByName) FindOrReset(kept, shape);
+  return isThere;
+}
+
+[[noreturn]] void ThrowNotOneRow(const KeptStatement& kept, const char* message) {
+  throw Error(message, SQLITE_MISUSE, kept.Sql());
+}
+
 }  // namespace
 
-RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
+RowReader::RowReader(Lease&& lease, const RowShape& shape, ColumnOrder order)
     : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
   KeptStatement& kept = fLease.Kept();
   // What was found before is looked at again when it has run, and so is what an old statement yields: it may have to
@@ -193,19 +205,21 @@ RowReader::RowReader(Lease lease, const RowShape& shape, ColumnOrder order)
   if (order == ColumnOrder::kByName && !isKnown) FindColumns(kept, shape);
 }
 
-bool RowReader::First() {
-  KeptStatement& kept = fLease.Kept();
-  if (kept.statement == nullptr) ThrowLetGo(kept);
-  if (kept.isUsed) kept.Reset();
-  const bool isThere = StepOnce(kept);
-  if (fOrder == ColumnOrder::kByName) FindOrReset(kept, *fShape);
-  return isThere;
-}
+bool RowReader::First() { return StepFirst(fLease.Kept(), *fShape, fOrder); }
 
 bool RowReader::LoadFirst(void* const* places) {
-  if (!First()) return false;
-  LoadOrReset(fLease.Kept(), *fShape, fOrder, places);
+  KeptStatement& kept = fLease.Kept();
+  if (!StepFirst(kept, *fShape, fOrder)) return false;
+  LoadOrReset(kept, *fShape, fOrder, places);
   return true;
+}
+
+void RowReader::LoadOnly(void* const* places) {
+  KeptStatement& kept = fLease.Kept();
+  if (!StepFirst(kept, *fShape, fOrder)) ThrowNotOneRow(kept, "The query yields no row.");
+  LoadOrReset(kept, *fShape, fOrder, places);
+  // A Type may have closed the database.
+  if (kept.isRunning ? StepOnce(kept) : Next()) ThrowNotOneRow(kept, "The query yields more than one row.");
 }
 
 bool RowReader::Next() {
@@ -238,11 +252,6 @@ void RowReader::Finish() {
   if (!IsWriting()) return fLease.Kept().Reset();
   while (Next()) {
   }
-}
-
-void RowReader::ThrowNotOneRow(bool isThereOne) const {
-  throw Error(isThereOne ? "The query yields more than one row." : "The query yields no row.", SQLITE_MISUSE,
-              fLease.Sql());
 }
 
 }  // namespace sqldb::kit::detail

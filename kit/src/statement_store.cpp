@@ -1,5 +1,6 @@
 #include "statement_store.h"
 
+#include <algorithm>
 #include <cstring>
 #include <tuple>
 #include <utility>
@@ -14,21 +15,28 @@ namespace {
 
 constexpr std::uint64_t kPrime = 0x9E3779B97F4A7C15;
 
-inline std::uint64_t Block(const char* position) {
-  std::uint64_t block;
+template <typename Block>
+inline std::uint64_t BlockAt(const char* position) {
+  Block block;
   std::memcpy(&block, position, sizeof block);
   return block;
 }
 
-// By eight bytes at a time, the last of which may be looked at twice: the texts of statements differ somewhere, and are
-// compared as well.
+// By eight bytes at a time, or twice four, some of which may be looked at twice: the texts of statements differ
+// somewhere, and are compared as well.
 inline std::uint64_t Mixed(std::uint64_t hash, std::string_view text) {
   constexpr std::size_t kSize = sizeof hash;
   const char* position = text.data();
   const char* const whole = position + text.size() / kSize * kSize;
-  for (; position != whole; position += kSize) hash = (hash ^ Block(position)) * kPrime;
+  for (; position != whole; position += kSize) hash = (hash ^ BlockAt<std::uint64_t>(position)) * kPrime;
   if (text.size() % kSize == 0) return hash;
-  if (text.size() >= kSize) return (hash ^ Block(text.data() + text.size() - kSize)) * kPrime;
+  const char* const end = text.data() + text.size();
+  if (text.size() >= kSize) return (hash ^ BlockAt<std::uint64_t>(end - kSize)) * kPrime;
+  constexpr std::size_t kHalf = kSize / 2;
+  if (text.size() >= kHalf) {
+    const std::uint64_t halves = BlockAt<std::uint32_t>(text.data()) << 32 | BlockAt<std::uint32_t>(end - kHalf);
+    return (hash ^ halves) * kPrime;
+  }
   for (const char character : text) hash = (hash ^ static_cast<unsigned char>(character)) * kPrime;
   return hash;
 }
@@ -43,10 +51,9 @@ inline std::uint64_t Hash(const StatementKey& key) {
 }
 
 inline bool IsOf(const KeptStatement& kept, std::uint64_t hash, const StatementKey& key) {
-  const char* const second = kept.key.data() + kept.secondPart;
-  const std::string_view parts[] = {{kept.key.data(), kept.secondPart}, {second, kept.key.size() - kept.secondPart}};
-  return std::tie(kept.hash, kept.owner, kept.kind, parts[0], parts[1]) ==
-         std::tie(hash, key.owner, key.kind, key.text, key.secondPart);
+  if (kept.hash != hash || kept.owner != key.owner || kept.kind != key.kind) return false;
+  const std::string_view whole(kept.key);
+  return whole.substr(0, kept.secondPart) == key.text && whole.substr(kept.secondPart) == key.secondPart;
 }
 
 }  // namespace
@@ -62,6 +69,16 @@ KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
   if (found == nullptr || found->users > 0) return nullptr;
   return &Lend(*found);
+}
+
+KeptStatement* StatementStore::Find(std::string_view text) noexcept {
+  KeptStatement*& last = fByAddress[reinterpret_cast<std::uintptr_t>(text.data()) * kPrime >> (64 - kAddressBits)];
+  if (last == nullptr || last->users > 0 || last->key != text) {
+    KeptStatement* const found = Find(StatementKey{text});
+    if (found != nullptr) last = found;
+    return found;
+  }
+  return &Lend(*last);
 }
 
 std::unique_ptr<KeptStatement> StatementStore::Compiled(sqlite3* handle, std::string sql) const {
@@ -145,6 +162,7 @@ void StatementStore::Hide(KeptStatement& kept) noexcept {
     KeptStatement** link = &Bucket(kept.hash);
     while (*link != &kept) link = &(*link)->nextOfBucket;
     *link = kept.nextOfBucket;
+    std::replace(fByAddress.begin(), fByAddress.end(), &kept, static_cast<KeptStatement*>(nullptr));
   } else if (kept.stay == KeptStatement::Stay::kInSlot) {
     *kept.slot = nullptr;
   }
@@ -165,10 +183,7 @@ void StatementStore::Discard(KeptStatement& kept) noexcept {
 }
 
 void StatementStore::GiveBackWithMore(KeptStatement& kept) noexcept {
-  if (--kept.users > 0) {
-    if (kept.users == kept.holders) kept.Reset();
-    return;
-  }
+  kept.users = 0;
   Connection& connection = *kept.connection;
   if (kept.statement == nullptr) {
     delete &kept;

@@ -3,6 +3,7 @@
 
 // The compiled statements of one connection. One that is lent is in use; what is idle never stands on a row.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -107,6 +108,8 @@ class StatementStore {
 
   // The idle statement of this key, lent from now on; null if there is none.
   KeptStatement* Find(const StatementKey& key) noexcept;
+  // The same of a text alone.
+  KeptStatement* Find(std::string_view text) noexcept;
   // Lends one that is idle. Inline, as GiveBack is, in connection.h.
   KeptStatement& Lend(KeptStatement& idle) noexcept;
   // Compiles `sql`. To be found by `key` later, unless there is another one that is. Throws Error.
@@ -126,12 +129,13 @@ class StatementStore {
 
  private:
   static constexpr std::size_t kFewestBuckets = 64;
+  static constexpr int kAddressBits = 4;
 
   KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & fMask]; }
   KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
   std::unique_ptr<KeptStatement> Compiled(sqlite3* handle, std::string sql) const;
   KeptStatement& Enter(std::unique_ptr<KeptStatement> made) noexcept;
-  // GiveBack of one that is not the last to have been given back, or that does not stay, or that others share.
+  // GiveBack of one that is not the last to have been given back, or that does not stay.
   static void GiveBackWithMore(KeptStatement& kept) noexcept;
   void TakeBack(KeptStatement& kept) noexcept;
   // So that a bucket has about one statement.
@@ -148,6 +152,9 @@ class StatementStore {
   std::vector<KeptStatement*> fBuckets;
   // Their number, a power of two, less one.
   std::size_t fMask = kFewestBuckets - 1;
+  // What was found last for a text at an address of these bits: most texts are literals of the program, and what
+  // stands where one stood before is compared with it, rather than hashed.
+  std::array<KeptStatement*, 1 << kAddressBits> fByAddress = {};
   KeptStatement* fNewest = nullptr;
   KeptStatement* fOldest = nullptr;
   std::size_t fCount = 0;

@@ -1,5 +1,6 @@
 // What the kit makes of results that an SQLite in order does not give, or only another SQLite.
 
+#include <cerrno>
 #include <filesystem>
 #include <new>
 #include <vector>
@@ -79,6 +80,8 @@ TEST_F(ForcedResultTest, AFileOfWhichNothingCanBeToldIsNotMade) {
   // By which it is told that it is missing.
   fCalls.Force("open_v2", SQLITE_CANTOPEN);
   EXPECT_NO_THROW(Database(File(), options));
+  fCalls.Force("open_v2", -ENOENT);
+  EXPECT_NO_THROW(Database(fFolder.Path("other.db"), options));
 }
 
 TEST_F(ForcedResultTest, WhatHasNoNameIsNoFileThatIsThere) {

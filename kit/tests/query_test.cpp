@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 #include <numeric>
+#include <stdexcept>
 #include <tuple>
 #include <type_traits>
 #include <vector>
@@ -390,6 +391,22 @@ TEST_F(QueryTest, RowThatCannotBeReadEndsTheRange) {
   EXPECT_EQ(++copy, rows.end());
   auto atEnd = row;
   EXPECT_EQ(++atEnd, rows.end());
+}
+
+// Cannot be made.
+struct Never {
+  Never() { throw std::runtime_error("never"); }
+  int number = 0;
+  static constexpr auto Description() { return Describe(Field("id", &Never::number)); }
+};
+
+TEST_F(QueryTest, RowThatCannotBeMadeLeavesNothingRunning) {
+  auto rows = fDatabase.Query<Never>("SELECT id FROM parts");
+  EXPECT_THROW(rows.begin(), std::runtime_error);
+  EXPECT_EQ(kit_test::StatementsOf(fDatabase).running, 0);
+  EXPECT_THROW(fDatabase.First<Never>("SELECT id FROM parts"), std::runtime_error);
+  EXPECT_THROW(fDatabase.All<Never>("SELECT id FROM parts"), std::runtime_error);
+  EXPECT_EQ(kit_test::StatementsOf(fDatabase).running, 0);
 }
 
 TEST_F(QueryTest, StepThatFailsEndsTheRange) {

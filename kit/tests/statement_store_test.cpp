@@ -1,5 +1,6 @@
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kit_test.h"
@@ -54,6 +55,30 @@ TEST_F(StatementStoreTest, SameTextIsCompiledOnce) {
   const int before = KeptCount();
   for (int i = 0; i < 100; ++i) EXPECT_EQ(Ask(1), 1);
   EXPECT_EQ(KeptCount(), before);
+}
+
+TEST_F(StatementStoreTest, TextsAtOneAddressAreToldApart) {
+  std::string sql = "SELECT 1";
+  for (int i = 0; i < 3; ++i) {
+    for (const char digit : {'1', '2', '3'}) {
+      sql.back() = digit;
+      EXPECT_EQ(fDatabase.One<int>(sql), digit - '0');
+    }
+  }
+  EXPECT_TRUE(IsKept(1) && IsKept(2) && IsKept(3));
+  EXPECT_EQ(fDatabase.One<int>(std::string_view(sql).substr(0, 8)), 3);
+  EXPECT_EQ(ThrownBy([&] { fDatabase.One<int>(std::string_view(sql).substr(0, 7)); }).Code(), SQLITE_ERROR);
+}
+
+TEST_F(StatementStoreTest, TextWhoseStatementHasGoneIsCompiledAnew) {
+  const std::string sql = "SELECT 0";
+  EXPECT_EQ(fDatabase.One<int>(sql), 0);
+  for (int i = 1; i <= kMost; ++i) Ask(i);
+  EXPECT_FALSE(IsKept(0));
+  EXPECT_EQ(fDatabase.One<int>(sql), 0);
+  EXPECT_TRUE(IsKept(0));
+  fDatabase.Close();
+  EXPECT_EQ(ThrownBy([&] { fDatabase.One<int>(sql); }).Code(), SQLITE_MISUSE);
 }
 
 TEST_F(StatementStoreTest, LetsGoOfTheOneWhoseLastUseIsLongestAgo) {

@@ -172,7 +172,8 @@ class SQLDB_EXPORT Database {
   template <typename... T, typename... P>
   Rows<T...> Query(std::string_view sql, const P&... values) & {
     const detail::Arguments<P...> arguments(values...);
-    return Rows<T...>(Begin(sql, arguments.all, arguments.kCount, detail::Values::kTemporary));
+    return Rows<T...>(
+        Reader(sql, arguments.all, arguments.kCount, detail::ShapeOf<T...>(), detail::Values::kTemporary));
   }
   /// A temporary database ends before the first row is read.
   template <typename... T, typename... P>
@@ -229,11 +230,9 @@ class SQLDB_EXPORT Database {
  private:
   [[noreturn]] static void ThrowMoved();
   std::int64_t Run(std::string_view sql, const detail::Argument* arguments, std::size_t count);
-  detail::Lease Begin(std::string_view sql, const detail::Argument* arguments, std::size_t count,
-                      detail::Values values);
-  // Of a query that ends with the call.
+  // `values` is kLasting for a query that ends with the call.
   detail::RowReader Reader(std::string_view sql, const detail::Argument* arguments, std::size_t count,
-                           const detail::RowShape& shape);
+                           const detail::RowShape& shape, detail::Values values = detail::Values::kLasting);
 
   detail::ConnectionPointer fConnection;
 };

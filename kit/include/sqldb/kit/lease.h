@@ -106,16 +106,16 @@ constexpr bool kIsNamed = false;
 template <typename T>
 inline constexpr bool kIsNamed<NamedValue<T>> = true;
 
-/// The arguments of a call. An array of none is not allowed, hence the one more.
+/// The arguments of a call. An array of none is not allowed.
 template <typename... T>
 struct Arguments {
   static_assert((kIsNamed<T> && ...) || !(kIsNamed<T> || ...),
                 "Give all parameters in order, or all of them by name with Named.");
 
-  explicit Arguments(const T&... values) : all{ArgumentOf(values)..., Argument{}} {}
+  explicit Arguments(const T&... values) : all{ArgumentOf(values)...} {}
 
   static constexpr std::size_t kCount = sizeof...(T);
-  Argument all[sizeof...(T) + 1];
+  Argument all[sizeof...(T) > 0 ? sizeof...(T) : 1];
 };
 
 /// What SQLite is told about the values that are bound.
@@ -131,8 +131,6 @@ enum class Values {
 class SQLDB_EXPORT Lease {
  public:
   Lease() = default;
-  /// Takes the statement of `sql`, or compiles it. Throws Error, among others if `sql` has no statement or several.
-  Lease(Connection& connection, std::string_view sql);
   /// Of one that has been lent to the caller.
   explicit Lease(KeptStatement& lent) noexcept : fKept(&lent) {}
   Lease(Lease&& other) noexcept : fKept(other.fKept) { other.fKept = nullptr; }

@@ -64,8 +64,8 @@ class RowIterator {
   /// Behind the last row.
   RowIterator() = default;
   /// Runs the statement from its beginning, and reads its first row.
-  explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)) {
-    if (fReader.First()) LoadRow(fReader, fRow.emplace());
+  explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)), fRow(std::in_place) {
+    if (!fReader.LoadFirst(Places<Row>(*fRow).all)) fRow.reset();
   }
   /// Over rows that are there, and stay there.
   RowIterator(const KeptRow<Row>* firstRow, const KeptRow<Row>* behindLastRow)
@@ -168,9 +168,7 @@ class [[nodiscard]] Rows {
   using iterator = detail::RowIterator<value_type>;
 
   /// See Database::Query. Throws Error.
-  explicit Rows(detail::Lease leaseOfQuery)
-      : fReader(std::move(leaseOfQuery), detail::ShapeOf<T...>(), detail::ColumnOrder::kByName),
-        fIsKept(fReader.IsWriting()) {
+  explicit Rows(detail::RowReader&& readerOfQuery) : fReader(std::move(readerOfQuery)), fIsKept(fReader.IsWriting()) {
     if (!fIsKept) {
       fHold = fReader.HoldLease();
       return;

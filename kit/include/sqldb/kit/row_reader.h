@@ -57,7 +57,7 @@ class SQLDB_EXPORT RowReader {
   RowReader() = default;
   /// Runs nothing yet. Throws Error.
   /// REQUIRES: `shape` lives forever.
-  RowReader(Lease lease, const RowShape& shape, ColumnOrder order);
+  RowReader(Lease&& lease, const RowShape& shape, ColumnOrder order);
 
   /// Runs the statement from its beginning. Returns whether there is a row. Throws Error; nothing is then running.
   bool First();
@@ -68,6 +68,8 @@ class SQLDB_EXPORT RowReader {
   bool LoadNext(void* const* places);
   /// First, and Load if there is a row.
   bool LoadFirst(void* const* places);
+  /// Runs it from its beginning to its end, and reads its only row. Throws Error if there is none, or more than one.
+  void LoadOnly(void* const* places);
   /// Reads the row into the pieces at `places`. What it throws stops the statement before.
   void Load(void* const* places);
   /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
@@ -75,9 +77,6 @@ class SQLDB_EXPORT RowReader {
   void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
   /// Goes on to the end of a statement that writes, and stops one that reads.
   void Finish();
-  /// Throws the Error of a query that was to yield just one row.
-  [[noreturn]] void ThrowNotOneRow(bool isThereOne) const;
-
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
   /// That its lease only holds the statement, while copies of the reader step it.
   Hold HoldLease() const noexcept { return Hold(fLease); }
@@ -211,8 +210,7 @@ std::optional<Row> ReadFirst(RowReader& reader) {
 template <typename Row>
 Row ReadOne(RowReader& reader) {
   Row row{};
-  if (!reader.LoadFirst(Places<Row>(row).all)) reader.ThrowNotOneRow(false);
-  if (reader.Next()) reader.ThrowNotOneRow(true);
+  reader.LoadOnly(Places<Row>(row).all);
   return row;
 }
 

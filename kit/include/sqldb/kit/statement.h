@@ -64,7 +64,7 @@ class SQLDB_EXPORT Statement {
   template <typename... P>
   std::int64_t Execute(const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    return Begin(arguments.all, arguments.kCount, detail::Values::kLasting).Finish();
+    return Run(arguments.all, arguments.kCount);
   }
 
   /// Its rows, each a T, or a tuple of all T. It runs when the range begins; one that writes has run when this returns,
@@ -72,7 +72,7 @@ class SQLDB_EXPORT Statement {
   template <typename... T, typename... P>
   Rows<T...> Query(const P&... values) {
     const detail::Arguments<P...> arguments(values...);
-    return Rows<T...>(Begin(arguments.all, arguments.kCount, detail::Values::kTemporary));
+    return Rows<T...>(Reader(arguments.all, arguments.kCount, detail::ShapeOf<T...>(), detail::Values::kTemporary));
   }
 
   /// The first row; none if there is no row. If it reads it goes no further, if it writes it runs to its end.
@@ -100,9 +100,10 @@ class SQLDB_EXPORT Statement {
   }
 
  private:
-  // Takes it for one use, and binds the values. Throws Error; it is then free again.
-  detail::Lease Begin(const detail::Argument* arguments, std::size_t count, detail::Values values) const;
-  detail::RowReader Reader(const detail::Argument* arguments, std::size_t count, const detail::RowShape& shape) const;
+  std::int64_t Run(const detail::Argument* arguments, std::size_t count) const;
+  // `values` is kLasting for a query that ends with the call.
+  detail::RowReader Reader(const detail::Argument* arguments, std::size_t count, const detail::RowShape& shape,
+                           detail::Values values = detail::Values::kLasting) const;
 
   detail::Lease fLease;
   // Ends before the lease.
