@@ -98,7 +98,7 @@ inline KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {
 
 inline void StatementStore::GiveBack(KeptStatement& kept) noexcept {
   if (kept.users > 1) {
-    if (--kept.users == kept.holders) kept.Reset();
+    if (--kept.users == kept.holders && kept.isUsed) kept.Reset();
     return;
   }
   StatementStore& store = kept.connection->fStatements;

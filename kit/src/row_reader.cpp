@@ -249,7 +249,7 @@ void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), v
 void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), *fShape, fOrder, places); }
 
 void RowReader::Finish() {
-  if (!IsWriting()) return fLease.Kept().Reset();
+  if (!fLease.Kept().isWriting) return;
   while (Next()) {
   }
 }

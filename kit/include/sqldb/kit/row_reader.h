@@ -75,7 +75,7 @@ class SQLDB_EXPORT RowReader {
   /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
   /// REQUIRES: `places` has room for as many as there are pieces.
   void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
-  /// Goes on to the end of a statement that writes, and stops one that reads.
+  /// Goes on to the end of a statement that writes.
   void Finish();
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
   /// That its lease only holds the statement, while copies of the reader step it.
@@ -198,11 +198,9 @@ void AppendRow(void* rows, void** places) {
 /// Runs it from its beginning and reads the first row; none if there is no row.
 template <typename Row>
 std::optional<Row> ReadFirst(RowReader& reader) {
-  std::optional<Row> row;
-  if (reader.First()) {
-    LoadRow(reader, row.emplace());
-    reader.Finish();
-  }
+  std::optional<Row> row(std::in_place);
+  if (!reader.LoadFirst(Places<Row>(*row).all)) row.reset();
+  reader.Finish();
   return row;
 }
 
