@@ -51,6 +51,8 @@ bool AreEqual(std::string_view a, std::string_view b) {
   return a.size() == b.size() && sqlite3_strnicmp(a.data(), b.data(), static_cast<int>(a.size())) == 0;
 }
 
+constexpr char kZeroByte[] = "There is a zero byte in the text.";
+
 int SizeOf(std::string_view sql) {
   CheckSize(sql);
   return static_cast<int>(sql.size());
@@ -104,7 +106,7 @@ sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql) {
   const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql) + 1, &statement, &tail);
   if (result != SQLITE_OK) ThrowError(connection, result, sql);
   sql = sql.substr(0, static_cast<std::size_t>(tail - sql.data()));
-  if (statement == nullptr && sql.empty()) throw Error("There is a zero byte in the text.", SQLITE_MISUSE);
+  if (statement == nullptr && sql.empty()) throw Error(kZeroByte, SQLITE_MISUSE);
   return statement;
 }
 
@@ -119,8 +121,11 @@ sqlite3_stmt* CompileOne(sqlite3* connection, std::string_view sql) {
 #endif
   if (result != SQLITE_OK) ThrowError(connection, result, sql);
   if (statement == nullptr) throw Error("There is no statement in the text.", SQLITE_MISUSE, sql);
-  if (!IsEmptySql(sql.substr(static_cast<std::size_t>(tail - sql.data())))) {
+  const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+  if (!IsEmptySql(rest)) {
     sqlite3_finalize(statement);
+    // Which SQLite takes for the end.
+    if (rest.find('\0') != std::string_view::npos) throw Error(kZeroByte, SQLITE_MISUSE, sql);
     throw Error("There are several statements in the text; ExecuteScript runs them all.", SQLITE_MISUSE, sql);
   }
   return statement;
