@@ -60,7 +60,7 @@ std::string_view Connection::RunFirst(std::string_view sql, Take take) {
   if (sqlite3_stmt_readonly(statement) == 0) fLevels.BeforeWrite(Core());
   int step = sqlite3_step(statement);
   for (; step == SQLITE_ROW; step = sqlite3_step(statement)) take(statement);
-  if (step != SQLITE_DONE) ThrowError(Handle(), step, text);
+  if (step != SQLITE_DONE) ThrowStepError(Handle(), step, text);
   return sql.substr(text.size());
 }
 
@@ -73,6 +73,13 @@ void Connection::CheckPragma(std::string_view sql) const {
   if (pragma.IsNamed("encoding") && pragma.value.find("16") != std::string_view::npos) {
     throw Error("Only UTF-8 can keep the bytes of every text.", SQLITE_MISUSE, sql);
   }
+}
+
+void Connection::ThrowStepError(sqlite3* handle, int result, std::string_view sql) const {
+  // The refusal of the commit hook, by which SQLite has rolled back.
+  const bool isRefused = sqlite3_extended_errcode(handle) == SQLITE_CONSTRAINT_COMMITHOOK;
+  if (isRefused && fCore->fTransactionDepth > 0) ThrowRolledBack();
+  ThrowError(handle, result, sql);
 }
 
 KeptStatement& Connection::Compile(std::string_view sql) {

@@ -51,6 +51,8 @@ class Connection : private ConnectionWatcher {
   std::string Ask(std::string_view sql);
   // Throws Error for a PRAGMA that would take away what the connection relies on.
   void CheckPragma(std::string_view sql) const;
+  // What the connection `handle` says of a step of `sql`.
+  [[noreturn]] void ThrowStepError(sqlite3* handle, int result, std::string_view sql) const;
   // Lends the statement of `sql`, which it compiles if none is idle. Throws Error.
   KeptStatement& Lend(std::string_view sql) {
     KeptStatement* const kept = fStatements.Find(sql);

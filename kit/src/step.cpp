@@ -1,6 +1,5 @@
 #include "step.h"
 
-#include "compile.h"
 #include "sqldb/kit/error.h"
 
 namespace sqldb::kit::detail {
@@ -10,7 +9,7 @@ void ThrowLetGo(const KeptStatement& kept) { throw Error("The database has been 
 void ThrowFailedStep(KeptStatement& kept, int result) {
   // The message first, which the reset may change.
   try {
-    ThrowError(sqlite3_db_handle(kept.statement), result, kept.Sql());
+    kept.connection->ThrowStepError(sqlite3_db_handle(kept.statement), result, kept.Sql());
   } catch (...) {
     kept.Reset();
     throw;

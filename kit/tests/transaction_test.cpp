@@ -527,10 +527,22 @@ TEST_F(TransactionTest, ACommitOfTheProgramsOwnIsRefusedInsideALevel) {
   {
     Transaction transaction(fDatabase);
     Write(1);
-    EXPECT_EQ(ThrownBy([&] { fDatabase.Execute("COMMIT"); }).ExtendedCode(), SQLITE_CONSTRAINT_COMMITHOOK);
+    ExpectError(ThrownBy([&] { fDatabase.Execute("COMMIT"); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
     ExpectError(ThrownBy([&] { Write(2); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
     ExpectError(CommitError(transaction), kRolledBack, SQLITE_ABORT_ROLLBACK);
   }
+  {
+    const Transaction transaction(fDatabase);
+    Write(3);
+    ExpectError(ThrownBy([&] { fDatabase.ExecuteScript("COMMIT; BEGIN"); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
+  }
+  EXPECT_THAT(Seen(), IsEmpty());
+}
+
+TEST_F(TransactionTest, ARefusalOfACommitHookOutsideOfLevelsIsItsOwn) {
+  sqlite3_commit_hook(
+      Core().fConnection, [](void*) { return 1; }, nullptr);
+  EXPECT_EQ(ThrownBy<ConstraintError>([&] { Write(1); }).ExtendedCode(), SQLITE_CONSTRAINT_COMMITHOOK);
   EXPECT_THAT(Seen(), IsEmpty());
 }
 
