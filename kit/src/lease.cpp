@@ -73,8 +73,6 @@ sqlite3_stmt* Lease::Statement() const {
   return fKept->statement;
 }
 
-std::string_view Lease::Sql() const noexcept { return fKept->Sql(); }
-
 bool Lease::IsWriting() const noexcept { return fKept->isWriting; }
 
 Hold::Hold(const Lease& lease) noexcept : fKept(&lease.Kept()) { ++fKept->holders; }

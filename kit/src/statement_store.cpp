@@ -15,28 +15,21 @@ namespace {
 
 constexpr std::uint64_t kPrime = 0x9E3779B97F4A7C15;
 
-template <typename Block>
-inline std::uint64_t BlockAt(const char* position) {
-  Block block;
+inline std::uint64_t Block(const char* position) {
+  std::uint64_t block;
   std::memcpy(&block, position, sizeof block);
   return block;
 }
 
-// By eight bytes at a time, or twice four, some of which may be looked at twice: the texts of statements differ
-// somewhere, and are compared as well.
+// By eight bytes at a time, the last of which may be looked at twice: the texts of statements differ somewhere, and are
+// compared as well.
 inline std::uint64_t Mixed(std::uint64_t hash, std::string_view text) {
   constexpr std::size_t kSize = sizeof hash;
   const char* position = text.data();
   const char* const whole = position + text.size() / kSize * kSize;
-  for (; position != whole; position += kSize) hash = (hash ^ BlockAt<std::uint64_t>(position)) * kPrime;
+  for (; position != whole; position += kSize) hash = (hash ^ Block(position)) * kPrime;
   if (text.size() % kSize == 0) return hash;
-  const char* const end = text.data() + text.size();
-  if (text.size() >= kSize) return (hash ^ BlockAt<std::uint64_t>(end - kSize)) * kPrime;
-  constexpr std::size_t kHalf = kSize / 2;
-  if (text.size() >= kHalf) {
-    const std::uint64_t halves = BlockAt<std::uint32_t>(text.data()) << 32 | BlockAt<std::uint32_t>(end - kHalf);
-    return (hash ^ halves) * kPrime;
-  }
+  if (text.size() >= kSize) return (hash ^ Block(text.data() + text.size() - kSize)) * kPrime;
   for (const char character : text) hash = (hash ^ static_cast<unsigned char>(character)) * kPrime;
   return hash;
 }
@@ -51,9 +44,10 @@ inline std::uint64_t Hash(const StatementKey& key) {
 }
 
 inline bool IsOf(const KeptStatement& kept, std::uint64_t hash, const StatementKey& key) {
-  if (kept.hash != hash || kept.owner != key.owner || kept.kind != key.kind) return false;
-  const std::string_view whole(kept.key);
-  return whole.substr(0, kept.secondPart) == key.text && whole.substr(kept.secondPart) == key.secondPart;
+  const char* const second = kept.key.data() + kept.secondPart;
+  const std::string_view parts[] = {{kept.key.data(), kept.secondPart}, {second, kept.key.size() - kept.secondPart}};
+  return std::tie(kept.hash, kept.owner, kept.kind, parts[0], parts[1]) ==
+         std::tie(hash, key.owner, key.kind, key.text, key.secondPart);
 }
 
 }  // namespace

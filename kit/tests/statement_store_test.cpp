@@ -70,6 +70,15 @@ TEST_F(StatementStoreTest, TextsAtOneAddressAreToldApart) {
   EXPECT_EQ(ThrownBy([&] { fDatabase.One<int>(std::string_view(sql).substr(0, 7)); }).Code(), SQLITE_ERROR);
 }
 
+TEST_F(StatementStoreTest, TextWhoseStatementIsInUseIsCompiledOnceMore) {
+  const std::string sql = "SELECT 1 UNION SELECT 2";
+  int sum = 0;
+  for (const int outer : fDatabase.Query<int>(sql)) {
+    for (const int inner : fDatabase.Query<int>(sql)) sum += outer * inner;
+  }
+  EXPECT_EQ(sum, 9);
+}
+
 TEST_F(StatementStoreTest, TextWhoseStatementHasGoneIsCompiledAnew) {
   const std::string sql = "SELECT 0";
   EXPECT_EQ(fDatabase.One<int>(sql), 0);

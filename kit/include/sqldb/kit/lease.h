@@ -155,8 +155,6 @@ class SQLDB_EXPORT Lease {
 
   /// Throws Error if the database has been closed meanwhile.
   sqlite3_stmt* Statement() const;
-  /// Valid as long as the lease.
-  std::string_view Sql() const noexcept;
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
   bool IsThere() const noexcept { return fKept != nullptr; }
