@@ -69,7 +69,7 @@ void CheckIsNew(const std::string& path, const Options& options) {
   const Opened opened(path, options, FlagsOf(options) & ~SQLITE_OPEN_CREATE);
   if (opened.Result() == SQLITE_OK && opened.IsFile()) ThrowUnopened(path, kIsThere, SQLITE_CANTOPEN);
   // Anything else than that it is missing says nothing about the file. Ceph's VFS has the system's number for that.
-  const bool isMissing = opened.Result() == SQLITE_CANTOPEN || opened.Result() == -ENOENT;
+  const bool isMissing = opened.Result() == SQLITE_CANTOPEN || opened.Code() == -ENOENT;
   if (opened.Result() != SQLITE_OK && !isMissing) ThrowUnopened(path, opened.Why(), opened.Code());
 #ifndef _WIN32
   if (!isMissing || options.isUri || !options.vfs.empty()) return;

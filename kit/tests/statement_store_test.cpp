@@ -72,6 +72,7 @@ TEST_F(StatementStoreTest, TextsAtOneAddressAreToldApart) {
 
 TEST_F(StatementStoreTest, TextWhoseStatementIsInUseIsCompiledOnceMore) {
   const std::string sql = "SELECT 1 UNION SELECT 2";
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(fDatabase.First<int>(sql), 1);
   int sum = 0;
   for (const int outer : fDatabase.Query<int>(sql)) {
     for (const int inner : fDatabase.Query<int>(sql)) sum += outer * inner;
