@@ -7,17 +7,18 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 usage() {
   cat <<'END_OF_USAGE'
-usage: scripts/mutate.sh [--list] [--jobs N] [--tests FOLDER] [FILTER...]
+usage: scripts/mutate.sh [--list] [--jobs N] [--tests QUICK SANITIZED] [FILTER...]
 
 Forces every condition in src/ and kit/src/ to true and to false and shortens every string literal at either end, one
-such mutant at a time, in a copy of the tree; rebuilds the library that it is in with sanitizers and runs the unit tests
-of that library. Prints each mutant, and at the end those that survived. Fails if fewer than 95 % of those of one of the
-two libraries were killed.
+such mutant at a time, in a copy of the tree; rebuilds the library that it is in and runs the unit tests of that library,
+then with sanitizers what those have not noticed. Prints each mutant, and at the end those that survived. Fails if fewer
+than 95 % of those of one of the two libraries were killed.
 
   --list     only list the mutants
   --jobs N   so many at a time; one per core by default
-  --tests FOLDER
-             the programs of tests in this folder of a build with the preset debug, instead of building them
+  --tests QUICK SANITIZED
+             the programs of tests in these folders of builds with the presets release and debug, instead of building
+             them
   FILTER     only mutants whose line of the list contains it, for example transaction.cpp:11
 END_OF_USAGE
 }

@@ -1,9 +1,9 @@
-// What a program like the README's has for a second table. Put behind it, to see what that costs to compile.
+// The README's uses once more, for a second table. Put behind its program, to see what that costs to compile.
 
 #include <cstdint>
+#include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include <sqldb/kit/kit.h>
 
@@ -20,13 +20,13 @@ struct Crate {
   }
 };
 
-std::vector<std::string> PlacesOfLightCrates(sqldb::kit::Database& database) {
+void PrintPlacesOfLightCrates(sqldb::kit::Database& database) {
   constexpr sqldb::kit::Column weight(&Crate::weight);
   sqldb::kit::Table<Crate> crates(database);
-  crates.Create();
+  crates.CreateIfMissing();
   crates.Insert({1, "shelf", 0.25, std::nullopt});
   crates.Insert({2, "floor", 8.5, "heavy"});
-  std::vector<std::string> places;
-  for (const Crate& crate : crates.Select(weight < 1.0).OrderBy(weight).Limit(10)) places.push_back(crate.place);
-  return places;
+  for (const Crate& crate : crates.Select(weight < 1.0).OrderBy(weight).Limit(10)) {
+    std::cout << crate.place << "\n";
+  }
 }

@@ -12,16 +12,18 @@ namespace {
   ThrowUnfit(("column " + std::string(column) + " cannot hold such a " + what).c_str());
 }
 
+[[noreturn]] void ThrowCannotHoldNumber(const char* column) { ThrowCannotHold(column, "number"); }
+
 }  // namespace
 
 void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most) {
-  if (value < least || value > most) ThrowCannotHold(column, "number");
+  if (value < least || value > most) ThrowCannotHoldNumber(column);
 }
 
 void CheckInteger(const char* column, double value, std::int64_t least, std::int64_t most) {
   constexpr double kTwoTo63 = 9223372036854775808.0;
   const bool isInteger = value >= -kTwoTo63 && value < kTwoTo63 && value == std::trunc(value);
-  if (!isInteger) ThrowCannotHold(column, "number");
+  if (!isInteger) ThrowCannotHoldNumber(column);
   CheckInteger(column, static_cast<std::int64_t>(value), least, most);
 }
 
@@ -31,7 +33,7 @@ void CheckDouble(const char* column, std::int64_t value) {
 
 void CheckFloat(const char* column, double value) {
   const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
-  if (!isWithin || static_cast<double>(static_cast<float>(value)) != value) ThrowCannotHold(column, "number");
+  if (!isWithin || static_cast<double>(static_cast<float>(value)) != value) ThrowCannotHoldNumber(column);
 }
 
 void CheckText(const char* column, std::size_t size, std::size_t most) {

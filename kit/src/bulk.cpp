@@ -35,7 +35,12 @@ bool BulkWriter::Write(const void* record) {
     if (fInBatch == 0) BeginBatch();
     BindRecord(fStatement.Statement(), fTable.Layout(), record);
     KeptStatement& kept = fStatement.Kept();
-    while (StepOnce(kept)) {
+    try {
+      while (StepOnce(kept)) {
+      }
+    } catch (const ConstraintError& error) {
+      if (fWhat == RecordWrite::kInsert) fTable.ThrowNotInserted(error, record);
+      throw;
     }
     kept.Reset();
     if (++fInBatch != fBatch) return false;

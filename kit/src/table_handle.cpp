@@ -149,15 +149,19 @@ std::int64_t TableHandle::Insert(const void* record) const {
   try {
     loan.Finish();
   } catch (const ConstraintError& error) {
-    const bool isOfKey =
-        error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
-    if (!isOfKey || !IsKeyZero(fState->layout, record)) throw;
-    throw ConstraintError(std::string(error.Message()) +
-                              " (the key is 0: SQLite numbers rows whose key is an empty "
-                              "std::optional)",
-                          error.ExtendedCode(), error.Sql());
+    ThrowNotInserted(error, record);
   }
   return sqlite3_last_insert_rowid(sqlite3_db_handle(loan.Statement()));
+}
+
+void TableHandle::ThrowNotInserted(const ConstraintError& error, const void* record) const {
+  const bool isOfKey =
+      error.ExtendedCode() == SQLITE_CONSTRAINT_PRIMARYKEY || error.ExtendedCode() == SQLITE_CONSTRAINT_ROWID;
+  if (!isOfKey || !IsKeyZero(fState->layout, record)) throw;
+  throw ConstraintError(std::string(error.Message()) +
+                            " (the key is 0: SQLite numbers rows whose key is an empty "
+                            "std::optional)",
+                        error.ExtendedCode(), error.Sql());
 }
 
 KeptStatement& TableHandle::Lend(RecordWrite what) const {

@@ -115,6 +115,15 @@ TEST_F(BulkTest, AnUpsertOfManyReplacesWhatIsThere) {
   EXPECT_EQ(fParts.Get(2), (Part{2, "part", 1, {}}));
 }
 
+TEST_F(BulkTest, ASecondKeyOfZeroIsToldAboutNumbering) {
+  const Error error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(std::vector<Part>(2)); });
+  EXPECT_EQ(error.Message(),
+            "UNIQUE constraint failed: parts.id (the key is 0: SQLite numbers rows whose key is an empty"
+            " std::optional)");
+  EXPECT_EQ(error.Record(), 1U);
+  EXPECT_THAT(Ids(), IsEmpty());
+}
+
 TEST_F(BulkTest, EachBatchIsATransactionAndIsReported) {
   std::vector<Report> reports;
   EXPECT_EQ(fParts.InsertMany(Numbers(1, 7), {3}, Noting(reports)), 7U);

@@ -525,6 +525,19 @@ TEST_F(TableTest, UpdateByTermReturnsHowManyRowsItChanged) {
   EXPECT_EQ(parts.Count(id > 10), 3);
 }
 
+TEST_F(TableTest, UpdateTakesAssignmentsOfRunTime) {
+  std::vector<Assignment> changes;
+  EXPECT_EQ(parts.Update(EveryRow(), changes), 0);
+  EXPECT_THAT(Content(), ElementsAre("1 bolt 0.25 -", "2 nut 0.5 round", "3 saw 9.5 sharp"));
+  changes.push_back(Set(name, "screw"));
+  EXPECT_EQ(parts.Update(id == 1, changes), 1);
+  changes.push_back(Set(price, Sql<double>("price + ?", 1)));
+  changes.push_back(Set(note, std::nullopt));
+  EXPECT_EQ(parts.Update(id >= 2, changes), 2);
+  EXPECT_THAT(Content(), ElementsAre("1 screw 0.25 -", "2 screw 1.5 -", "3 screw 10.5 -"));
+  EXPECT_THROW(parts.Update(Term(), changes), Error);
+}
+
 struct Rare {
   std::int64_t id = 0;
   Blob bytes;

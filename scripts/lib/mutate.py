@@ -1,6 +1,7 @@
 """Mutation of the sources of the library and of the kit; see scripts/mutate.sh."""
 
 import argparse
+import collections
 import concurrent.futures
 import os
 import pathlib
@@ -15,9 +16,20 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LEAST_KILLED = 95  # percent
-SANITIZED = "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
 # A mutant may loop and collect for ever.
-MEMORY_LIMIT = "hard_rss_limit_mb=1500:allocator_may_return_null=0"
+MOST_MEMORY = 1500  # MB
+
+# How the libraries and their tests are compiled. What the quick ones do not notice the sanitized ones may.
+QUICK = "quick"
+SANITIZED = "sanitized"
+FLAGS = {QUICK: "", SANITIZED: "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"}
+
+# Run only where the others have noticed nothing: they take longer than all of those together.
+SLOW = "TermInStatements.AnyNumberOfOperandsWorks:TermInStatements.GroupsNestAsDeepAsSQLiteTakesThemAndThenSaySo"
+# Those that noticed the latest mutants of the same file go first: so many of them.
+MOST_KILLERS = 20
+# Most of the time of the library's tests goes into the encoding, which nothing else depends on.
+ENCODING = "EncodingTest.*:DecodingTest.*:ByteBlocksTest/*"
 
 OPENING = "([{"
 CLOSING = ")]}"
@@ -41,6 +53,15 @@ LIBRARIES = (
 
 def library_of(path):
     return next(library for library in LIBRARIES if library.sources in path.parents)
+
+
+def selections(path):
+    """The tests that can notice a mutant in this file, as filters, one to be run after the other."""
+    if path.name in ("encoding.cpp", "block_encoding.h", "byte_blocks.h"):
+        return (ENCODING,)
+    if library_of(path).name == "kit":
+        return (f"-{SLOW}", SLOW)
+    return (f"-{ENCODING}",)
 
 
 class Mutant:
@@ -214,9 +235,9 @@ def copy_tree(to):
     shutil.copytree(ROOT, to, ignore=lambda folder, names: {".git", "build"} & set(names))
 
 
-def configure(tree, with_tests):
+def configure(tree, way, with_tests):
     run_or_die(
-        ["cmake", "-S", tree, "-B", tree / "build", "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS={SANITIZED}",
+        ["cmake", "-S", tree, "-B", tree / way, "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS={FLAGS[way]}",
          "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DBUILD_SHARED_LIBS=ON", "-DSQLDB_BUILD_EXAMPLES=OFF",
          f"-DSQLDB_BUILD_TESTS={'ON' if with_tests else 'OFF'}"]
     )
@@ -227,53 +248,81 @@ class Worker:
 
     def __init__(self, tree, tests, libraries):
         self.tree = tree
-        self.tests = tests
+        self.tests = tests  # folders of builds by the way in which they were compiled
+        self.killers = collections.defaultdict(list)  # of each file, the latest first
         copy_tree(tree)
-        configure(tree, with_tests=False)
-        for library in libraries:
-            if not self.build(library):
-                raise SystemExit(f"mutate: the {library.name} does not build")
+        for way in FLAGS:
+            configure(tree, way, with_tests=False)
+            for library in libraries:
+                if not self.build(way, library):
+                    raise SystemExit(f"mutate: the {library.name} does not build")
 
-    def build(self, library):
-        return run(["cmake", "--build", self.tree / "build", "--target", library.target]).returncode == 0
+    def build(self, way, library):
+        command = ["cmake", "--build", self.tree / way, "--target", library.target, "--parallel", str(os.cpu_count())]
+        return run(command).returncode == 0
 
-    def tests_pass(self, path, limit):
-        # Most of the library's tests' time goes into the encoding, which nothing else depends on.
-        encoding = "EncodingTest.*:DecodingTest.*:ByteBlocksTest/*"
-        only = encoding if path.name in ("encoding.cpp", "block_encoding.h", "byte_blocks.h") else "-" + encoding
-        build = self.tree / "build"
+    def tests_pass(self, way, path, limit):
+        known = self.killers[path]
+        if known and not self.selection_passes(way, path, ":".join(known), limit):
+            return False
+        return all(self.selection_passes(way, path, selection, limit) for selection in selections(path))
+
+    def selection_passes(self, way, path, selection, limit):
+        build = self.tree / way
         environment = dict(os.environ, LD_LIBRARY_PATH=f"{build}:{build / 'kit'}", GTEST_FAIL_FAST="1",
-                           GTEST_FILTER=only, ASAN_OPTIONS=MEMORY_LIMIT)
+                           GTEST_FILTER=selection,
+                           ASAN_OPTIONS=f"hard_rss_limit_mb={MOST_MEMORY}:allocator_may_return_null=0")
         # Whatever a killed test leaves behind goes with the folder; in memory, since SQLite syncs its files.
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
         folder = environment["TMPDIR"] = tempfile.mkdtemp(prefix="sqldb-mutate-", dir=memory)
-        # Processor time, since a machine at other work makes no mutant loop.
-        def limit_processor_time():
+
+        def limit_resources():
+            # Processor time, since a machine at other work makes no mutant loop.
             resource.setrlimit(resource.RLIMIT_CPU, (limit, limit))
+            if way == QUICK:
+                resource.setrlimit(resource.RLIMIT_AS, (MOST_MEMORY << 20, MOST_MEMORY << 20))
 
-        process = subprocess.Popen([self.tests / library_of(path).tests], env=environment, cwd=self.tree, stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
-                                   preexec_fn=limit_processor_time)
-        try:
-            return process.wait(40 * limit) == 0
-        except subprocess.TimeoutExpired:
-            return False
-        finally:
+        with open(pathlib.Path(folder) / "output", "w+b") as output:
+            process = subprocess.Popen([self.tests[way] / library_of(path).tests], env=environment, cwd=self.tree,
+                                       stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.DEVNULL,
+                                       start_new_session=True, preexec_fn=limit_resources)
             try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-            process.wait()
-            shutil.rmtree(folder, ignore_errors=True)
+                passed = process.wait(40 * limit) == 0
+            except subprocess.TimeoutExpired:
+                passed = False
+            finally:
+                try:
+                    os.killpg(process.pid, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+                process.wait()
+                output.seek(0)
+                if not passed:
+                    self.remember_killer(path, output.read())
+                shutil.rmtree(folder, ignore_errors=True)
+        return passed
 
-    def judge(self, mutant, limit):
+    def remember_killer(self, path, output):
+        started = re.findall(rb"^\[ RUN      \] (\S+)", output, re.MULTILINE)
+        if not started:
+            return
+        killer, known = started[-1].decode(), self.killers[path]
+        if killer in known:
+            known.remove(killer)
+        known.insert(0, killer)
+        del known[MOST_KILLERS:]
+
+    def judge(self, mutant, limits):
         file = self.tree / mutant.path
         original = file.read_text()
         file.write_text(original[: mutant.begin] + mutant.replacement + original[mutant.end :])
         try:
-            if not self.build(library_of(mutant.path)):
-                return "does not compile"
-            return "survived" if self.tests_pass(mutant.path, limit) else "killed"
+            for way in FLAGS:
+                if not self.build(way, library_of(mutant.path)):
+                    return "does not compile"
+                if not self.tests_pass(way, mutant.path, limits[way]):
+                    return "killed"
+            return "survived"
         finally:
             file.write_text(original)
 
@@ -281,34 +330,45 @@ class Worker:
 def build_tests(folder, jobs, libraries):
     base = folder / "base"
     copy_tree(base)
-    configure(base, with_tests=True)
     targets = [library.tests.name for library in libraries]
-    run_or_die(["cmake", "--build", base / "build", "--target", *targets, "--parallel", str(jobs)])
-    return base / "build"
+    for way in FLAGS:
+        configure(base, way, with_tests=True)
+        run_or_die(["cmake", "--build", base / way, "--target", *targets, "--parallel", str(jobs)])
+    return {way: base / way for way in FLAGS}
+
+
+def processor_time_limits(worker, paths):
+    """Of the tests of each way, from what they take on unchanged libraries, in seconds."""
+    limits = dict.fromkeys(FLAGS, 0)
+    for way in FLAGS:
+        for path in paths:
+            start = resource.getrusage(resource.RUSAGE_CHILDREN)
+            if not worker.tests_pass(way, path, 600):
+                raise SystemExit(f"mutate: the tests fail on the unchanged {library_of(path).name}")
+            end = resource.getrusage(resource.RUSAGE_CHILDREN)
+            used = end.ru_utime + end.ru_stime - start.ru_utime - start.ru_stime
+            limits[way] = max(limits[way], int(4 * used) + 3)
+    return limits
 
 
 def mutate(mutants, jobs, folder, tests):
     print(f"{len(mutants)} mutants. Building.", flush=True)
     libraries = [library for library in LIBRARIES if any(library_of(mutant.path) is library for mutant in mutants)]
-    tests = pathlib.Path(tests).resolve() if tests else build_tests(folder, jobs, libraries)
+    if tests:
+        tests = dict(zip(FLAGS, (pathlib.Path(build).resolve() for build in tests)))
+    else:
+        tests = build_tests(folder, jobs, libraries)
+    everybody = [Worker(folder / f"worker-{i}", tests, libraries) for i in range(jobs)]
+    paths = {selections(mutant.path): mutant.path for mutant in mutants}.values()
+    limits = processor_time_limits(everybody[0], paths)
     workers = queue.Queue()
-    limit = 0
-    for i in range(jobs):
-        worker = Worker(folder / f"worker-{i}", tests, libraries)
-        if i == 0:
-            for path in {mutant.path for mutant in mutants}:
-                start = resource.getrusage(resource.RUSAGE_CHILDREN)
-                if not worker.tests_pass(path, 600):
-                    raise SystemExit(f"mutate: the tests fail on the unchanged {library_of(path).name}")
-                end = resource.getrusage(resource.RUSAGE_CHILDREN)
-                used = end.ru_utime + end.ru_stime - start.ru_utime - start.ru_stime
-                limit = max(limit, int(4 * used) + 3)
+    for worker in everybody:
         workers.put(worker)
 
     def judge(mutant):
         worker = workers.get()
         try:
-            return worker.judge(mutant, limit)
+            return worker.judge(mutant, limits)
         finally:
             workers.put(worker)
 
@@ -339,7 +399,7 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/mutate.sh")
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    parser.add_argument("--tests")
+    parser.add_argument("--tests", nargs=2)
     parser.add_argument("filter", nargs="*")
     arguments = parser.parse_args()
 

@@ -5,7 +5,11 @@
 //
 //   parts.Update(price < 1.0, Set(price, Sql<double>("price * ?", 1.1)), Set(note, std::nullopt));
 //
-// All right sides see the row as it was before.
+// All right sides see the row as it was before, so that two columns can be exchanged:
+//
+//   parts.Update(id == 7, Set(name, label), Set(label, name));
+//
+// Those of which a program knows at run time alone go into a std::vector<Assignment>.
 
 #include <array>
 #include <cstddef>
@@ -24,7 +28,9 @@
 
 namespace sqldb::kit {
 
-/// One entry of the SET list of an update, which Set makes. A value, with a copy of what it assigns.
+/// One entry of the SET list of an update, which Set makes. A value, with a copy of what it assigns: it may outlive
+/// that, may be used in any number of updates, and copies of it by different threads. It belongs to no table; whether a
+/// table has such a column, SQLite says when the update is compiled.
 class Assignment {
  public:
   /// For the kit.
@@ -38,13 +44,21 @@ class Assignment {
 
 namespace detail {
 
-/// These throw the ConversionError of a value that could not be read into the member of the column again.
+// These throw the ConversionError of a value that could not be read into the member of the column again, which names
+// the column and what the member can hold. Nothing has been sent to SQLite by then.
+
+/// For an integer member, whose bounds are both included.
 SQLDB_EXPORT void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most);
+/// The same for a real number, which is to be an integer as well: a column of that kind would make it one.
 SQLDB_EXPORT void CheckInteger(const char* column, double value, std::int64_t least, std::int64_t most);
+/// For a double member: an integer that it holds exactly.
 SQLDB_EXPORT void CheckDouble(const char* column, std::int64_t value);
+/// For a float member: a real number that it holds exactly.
 SQLDB_EXPORT void CheckFloat(const char* column, double value);
+/// For an array of characters: a text of `size` bytes, of which it has room for `most`.
 SQLDB_EXPORT void CheckText(const char* column, std::size_t size, std::size_t most);
 
+/// How many bytes an array of characters has room for; 0 for all else.
 template <typename T>
 constexpr std::size_t kMostCharacters = 0;
 template <std::size_t N>
@@ -52,6 +66,7 @@ inline constexpr std::size_t kMostCharacters<char[N]> = N;
 template <std::size_t N>
 inline constexpr std::size_t kMostCharacters<std::array<char, N>> = N;
 
+/// In bytes; of an array without the zero bytes at its end, which are not stored.
 template <typename V>
 std::size_t TextSize(const V& text) {
   if constexpr (kMostCharacters<V> != 0) {
@@ -61,7 +76,8 @@ std::size_t TextSize(const V& text) {
   }
 }
 
-/// The same for a value of any type.
+/// The same for a value of any type, which is assigned to a member of type T. What an expression yields is known to
+/// SQLite alone, and is not looked at; nor is a value of the member's own type, and NULL.
 template <typename T, typename V>
 void CheckHolds(const char* column, const V& value) {
   if constexpr (Operand<V>::kIsExpression || std::is_same_v<T, V> || std::is_same_v<V, std::nullopt_t>) {
@@ -88,9 +104,16 @@ void CheckHolds(const char* column, const V& value) {
 
 }  // namespace detail
 
-/// Gives a column a value, or what another column or an Sql yields: `Set(price, Sql<double>("price * ?", 1.1))`.
-/// std::nullopt is NULL, for a member that is std::optional. Throws ConversionError for a number or text that the
-/// member could not hold: the row could not be read any more.
+/// Gives a column a value, or what another column or an Sql yields:
+///
+///     Set(price, 2.5)                             a value, which becomes a parameter and is copied
+///     Set(price, Sql<double>("price * ?", 1.1))   what an expression yields, for each row
+///     Set(name, label)                            what another column of the row has
+///     Set(note, std::nullopt)                     NULL, for a member that is std::optional
+///
+/// A value of another kind than the member's (a text for a number, NULL where there is no std::optional) does not
+/// compile. Throws ConversionError for a number or text that the member could not hold, since the row could not be read
+/// any more; what a Type throws; and std::bad_alloc. The qualifier of a column is left out, as SQL has it here.
 template <typename T, typename V>
 Assignment Set(const Column<T>& column, const V& value) {
   static_assert(detail::kCanHold<T, V>, "The member of this column cannot have such a value.");

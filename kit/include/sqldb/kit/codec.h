@@ -22,9 +22,11 @@ struct sqlite3_stmt;
 
 namespace sqldb::kit::detail {
 
+/// Whether T is one of the others.
 template <typename T, typename... Others>
 constexpr bool kIsOneOf = (std::is_same_v<T, Others> || ...);
 
+/// Whether T is a number without a fraction: not bool, and not a character.
 template <typename T>
 constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsigned short, int, unsigned, long,
                                      unsigned long, long long, unsigned long long>;
@@ -55,6 +57,8 @@ struct Target {
 /// view shows ends with the call.
 class SQLDB_EXPORT ValueSink {
  public:
+  // All throw std::bad_alloc, and leave what was taken before as it is.
+
   virtual void TakeNull() = 0;
   virtual void TakeInteger(std::int64_t value) = 0;
   virtual void TakeReal(double value) = 0;
@@ -71,6 +75,7 @@ SQLDB_EXPORT Source ColumnOf(sqlite3_stmt* statement, int column) noexcept;
 // These read what SQLite has as it is, or throw ConversionError: NULL is never 0 nor empty, and a text never a number.
 // std::bad_alloc if SQLite has no memory for a text or blob.
 
+/// Never throws: what a Codec of a std::optional asks first.
 SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
 /// A real number, too, if it is an integer of 64 bits.
 SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
@@ -94,8 +99,10 @@ SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 
 /// Throws the ConversionError that says what is stored in the column and why it does not fit: "an integer outside ...".
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
+/// The same for a value that is to be stored: it has no column yet, and `why` is the whole sentence.
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
 
+/// Whether there is a Type of T.
 template <typename T, typename = void>
 constexpr bool kHasType = false;
 template <typename T>
@@ -104,12 +111,20 @@ inline constexpr bool kHasType<T, std::void_t<decltype(Type<T>::Store(std::declv
 template <typename T>
 constexpr bool kIsCharacter = kIsOneOf<T, char, wchar_t, char16_t, char32_t>;
 
+/// Whether T is a std::optional.
 template <typename T>
 constexpr bool kIsOptional = false;
 template <typename T>
 inline constexpr bool kIsOptional<std::optional<T>> = true;
 
-/// What a value of type T comes to in the end: kSql, Load and Bind. This one is of those that are not stored.
+/// What a value of type T comes to in the end:
+///
+///     kSql        the type of its column in SQL: "INTEGER"
+///     kCanBeNull  whether the column may be NULL
+///     Load        reads a column into a value. What it throws leaves the value as it was, or valid at least
+///     Bind        hands a value to its target, as NULL only where it may be
+///
+/// This one is of those that are not stored.
 template <typename T, typename = void>
 struct Codec {
   static_assert(!kIsCharacter<T>,
@@ -147,6 +162,7 @@ struct Codec<T, std::enable_if_t<kHasType<T>>> {
   }
 };
 
+/// Any integer, which is read if it fits, and stored if it fits into 64 bits with a sign.
 template <typename T>
 struct Codec<T, std::enable_if_t<kIsInteger<T>>> {
   static constexpr const char* kSql = "INTEGER";
@@ -174,6 +190,7 @@ struct Codec<T, std::enable_if_t<kIsInteger<T>>> {
   }
 };
 
+/// 0 or 1, and nothing else.
 template <>
 struct Codec<bool> {
   static constexpr const char* kSql = "INTEGER";
@@ -196,6 +213,7 @@ struct Codec<double> {
   static void Bind(const Target& target, double value) { BindReal(target, value); }
 };
 
+/// Stored as the double that it is; read if no digit is lost.
 template <>
 struct Codec<float> {
   static constexpr const char* kSql = "REAL";
@@ -205,6 +223,7 @@ struct Codec<float> {
   static void Bind(const Target& target, float value) { BindReal(target, static_cast<double>(value)); }
 };
 
+/// Any bytes, zero bytes too. Whether they are UTF-8 is not looked at, as SQLite does not.
 template <>
 struct Codec<std::string> {
   static constexpr const char* kSql = "TEXT";
@@ -214,11 +233,13 @@ struct Codec<std::string> {
   static void Bind(const Target& target, const std::string& value) { BindText(target, value); }
 };
 
-/// All up to the zero bytes at their end.
+/// All characters up to the zero bytes at their end: what of an array of them is stored. A view of them.
 SQLDB_EXPORT std::string_view Unfilled(const char* characters, std::size_t size) noexcept;
-/// Fills the rest with zero bytes.
+/// Reads a text into an array, and fills the rest with zero bytes: with all full, none stands at the end. Throws
+/// ConversionError for a text that is longer.
 SQLDB_EXPORT void FillWithText(const Source& source, char* characters, std::size_t size);
 
+/// Arrays of characters, in C and in C++.
 template <typename Characters, std::size_t kSize>
 struct CharactersCodec {
   static constexpr const char* kSql = "TEXT";
@@ -234,10 +255,12 @@ struct Codec<char[N]> : CharactersCodec<char[N], N> {};
 template <std::size_t N>
 struct Codec<std::array<char, N>> : CharactersCodec<std::array<char, N>, N> {};
 
+/// A view of them.
 inline std::string_view Bytes(const Blob& blob) {
   return std::string_view(reinterpret_cast<const char*>(blob.data()), blob.size());
 }
 
+/// Bytes. An empty Blob is stored as one without bytes, not as NULL.
 template <>
 struct Codec<Blob> {
   static constexpr const char* kSql = "BLOB";
@@ -250,6 +273,7 @@ struct Codec<Blob> {
   static void Bind(const Target& target, const Blob& value) { BindBlob(target, Bytes(value)); }
 };
 
+/// NULL where it is empty. A value that is there is read into, so that its memory serves again.
 template <typename T>
 struct Codec<std::optional<T>> {
   static_assert(!kIsOptional<T>, "NULL says once that there is no value: use one std::optional.");

@@ -28,8 +28,13 @@ struct NamedValue {
   const T& value;
 };
 
-/// The value of the parameter `name`, written as in the SQL: Named(":kind", kind).
-/// REQUIRES: `value` outlives the call that takes it.
+/// The value of the parameter `name`, written as in the SQL:
+///
+///     database.Execute("UPDATE parts SET price = :price WHERE id = :id", Named(":id", 7), Named(":price", 2.5));
+///
+/// All parameters of a call are named, in any order, or none is. The call throws Error with the code 21, and executes
+/// nothing, if the statement has no parameter of this name, if one is given twice, or if one is left out.
+/// REQUIRES: `name` and `value` outlive the call that takes them.
 template <typename T>
 NamedValue<T> Named(const char* name, const T& value) {
   return NamedValue<T>{name, value};
@@ -44,9 +49,13 @@ struct KeptStatement;
 /// from it are used by one thread at a time.
 class SQLDB_EXPORT ConnectionPointer {
  public:
+  /// None.
   ConnectionPointer() = default;
+  /// Adds a share.
   explicit ConnectionPointer(Connection* connection) noexcept;
+  /// The same.
   ConnectionPointer(const ConnectionPointer& other) noexcept : ConnectionPointer(other.fConnection) {}
+  /// The other one has none then.
   ConnectionPointer(ConnectionPointer&& other) noexcept : fConnection(other.fConnection) {
     other.fConnection = nullptr;
   }
@@ -56,8 +65,11 @@ class SQLDB_EXPORT ConnectionPointer {
     other.fConnection = mine;
     return *this;
   }
+  /// The last share ends the state, with the statements that are kept. The core's connection closes when its own object
+  /// ends.
   ~ConnectionPointer();
 
+  /// Null for none.
   Connection* Get() const noexcept { return fConnection; }
   Connection& operator*() const noexcept { return *fConnection; }
   Connection* operator->() const noexcept { return fConnection; }
@@ -69,12 +81,16 @@ class SQLDB_EXPORT ConnectionPointer {
 /// A value for a parameter, without its type. It refers to the value, which outlives the call that it is an argument
 /// of, and is bound before that returns.
 struct Argument {
-  /// Null: the parameters are given in order.
+  /// As it stands in the SQL. Null: the parameters are given in order.
   const char* name;
+  /// Of the type that `bind` is for.
   const void* value;
   Binder bind;
 };
 
+// Binders of what has no Transfer, since it is not stored in a record.
+
+/// NULL, whatever `value` is.
 SQLDB_EXPORT void BindNothing(const Target& target, const void* value);
 /// `value` points to a std::string_view.
 SQLDB_EXPORT void BindView(const Target& target, const void* value);
@@ -84,6 +100,9 @@ SQLDB_EXPORT void BindCharacters(const Target& target, const void* value);
 template <typename T>
 constexpr bool kIsCharacters = std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
 
+// An Argument of a value: it refers to that, so it is to be used before the end of the full expression.
+
+/// Does not compile, and says so in one sentence, for a type that is not stored.
 template <typename T, std::enable_if_t<!kIsCharacters<T>, int> = 0>
 Argument ArgumentOf(const T& value) {
   return Argument{nullptr, &value, Transfer<T>::kBind};
@@ -106,7 +125,7 @@ constexpr bool kIsNamed = false;
 template <typename T>
 inline constexpr bool kIsNamed<NamedValue<T>> = true;
 
-/// The arguments of a call. An array of none is not allowed.
+/// The arguments of a call, as the array that compiled code takes.
 template <typename... T>
 struct Arguments {
   static_assert((kIsNamed<T> && ...) || !(kIsNamed<T> || ...),
@@ -115,6 +134,7 @@ struct Arguments {
   explicit Arguments(const T&... values) : all{ArgumentOf(values)...} {}
 
   static constexpr std::size_t kCount = sizeof...(T);
+  // One at least: there are no empty arrays.
   Argument all[sizeof...(T) > 0 ? sizeof...(T) : 1];
 };
 
@@ -130,11 +150,14 @@ enum class Values {
 /// state of its connection lives. Moved from, or made without a statement, it is only to be destroyed or assigned to.
 class SQLDB_EXPORT Lease {
  public:
+  /// Of no statement.
   Lease() = default;
-  /// Of one that has been lent to the caller.
+  /// Of one that has been lent to the caller, who need not give it back then.
   explicit Lease(KeptStatement& lent) noexcept : fKept(&lent) {}
   Lease(Lease&& other) noexcept : fKept(other.fKept) { other.fKept = nullptr; }
+  /// Shares it.
   Lease(const Lease& other) noexcept;
+  /// Gives back what it had.
   Lease& operator=(Lease other) noexcept {
     KeptStatement* const mine = fKept;
     fKept = other.fKept;
@@ -153,11 +176,13 @@ class SQLDB_EXPORT Lease {
   /// or deleted.
   std::int64_t Finish();
 
-  /// Throws Error if the database has been closed meanwhile.
+  /// The compiled statement, to bind values to or to look at. Throws Error if the database has been closed meanwhile.
   sqlite3_stmt* Statement() const;
   /// Whether running it may change the file.
   bool IsWriting() const noexcept;
+  /// Whether it has a statement.
   bool IsThere() const noexcept { return fKept != nullptr; }
+  /// What is kept of it, also once it has been let go. REQUIRES: it has a statement.
   KeptStatement& Kept() const noexcept { return *fKept; }
 
  private:
@@ -170,7 +195,9 @@ class SQLDB_EXPORT Lease {
 /// the statement is reset. Moved from, or made of nothing, it says nothing. REQUIRES: the lease outlives it.
 class SQLDB_EXPORT Hold {
  public:
+  /// Of nothing.
   Hold() = default;
+  /// REQUIRES: the lease has a statement.
   explicit Hold(const Lease& lease) noexcept;
   Hold(Hold&& other) noexcept : fKept(other.fKept) { other.fKept = nullptr; }
   Hold& operator=(Hold&& other) noexcept {

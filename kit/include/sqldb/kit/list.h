@@ -22,6 +22,7 @@ namespace sqldb::kit {
 
 namespace detail {
 
+/// What List returns: the range by reference, whose values are read when the call binds them.
 template <typename Range>
 struct ListValue {
   const Range& range;
@@ -29,7 +30,8 @@ struct ListValue {
 
 class ListValues;
 
-/// Collects the values of a list.
+/// Collects the values of a list, and hands them to a parameter as one value that list(?) knows. What it has collected
+/// ends with it, unless a parameter has it by then: SQLite ends that when the parameter is bound anew.
 class SQLDB_EXPORT ListBuilder {
  public:
   /// Throws Error if SQLite is older than 3.20.
@@ -38,14 +40,16 @@ class SQLDB_EXPORT ListBuilder {
   ListBuilder(const ListBuilder&) = delete;
   ListBuilder& operator=(const ListBuilder&) = delete;
 
+  /// Keeps a copy. Throws what the Type of the value throws, std::bad_alloc, and Error for a list in a list.
   void Add(const Argument& value);
-  /// Once, after the last one.
+  /// Once, after the last one. REQUIRES: the target is a parameter. Throws Error.
   void Bind(const Target& target);
 
  private:
   ListValues* fValues;
 };
 
+/// `list` points to a ListValue.
 template <typename Range>
 void BindList(const Target& target, const void* list) {
   ListBuilder builder;

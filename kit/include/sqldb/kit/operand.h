@@ -43,7 +43,7 @@ template <typename T>
 using NumberOf = std::conditional_t<kIsInteger<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t)),
                                     std::int64_t, std::conditional_t<std::is_same_v<T, double>, double, void>>;
 
-/// What stands in a comparison: a value, unless it is one of the kit's own. Each has
+/// What stands in a comparison: a value, unless it is one of the kit's own, which the specialisations are for. Each has
 ///
 ///     kIsExpression  whether it may differ from row to row, as a column and an Sql do
 ///     kCanCompare    whether it may stand in a comparison; std::nullopt and a value in a std::optional may not
@@ -64,11 +64,13 @@ struct Operand {
     }
   }
 };
+/// A value that may be NULL: for Is and Set, as nothing compares with NULL.
 template <typename T>
 struct Operand<std::optional<T>> : Operand<T> {
   static constexpr bool kCanCompare = false;
   static void Add(Piece& piece, const std::optional<T>& value) { piece.AddValue(ArgumentOf(value)); }
 };
+/// NULL itself: for Set.
 template <>
 struct Operand<std::nullopt_t> {
   static constexpr bool kIsExpression = false;
@@ -76,6 +78,7 @@ struct Operand<std::nullopt_t> {
   using Type = void;
   static void Add(Piece& piece, const std::nullopt_t& value) { piece.AddValue(ArgumentOf(value)); }
 };
+/// A column, by its name, compared as what its member may have.
 template <typename T>
 struct Operand<Column<T>> {
   static constexpr bool kIsExpression = true;
@@ -83,6 +86,7 @@ struct Operand<Column<T>> {
   using Type = typename ComparedAs<T>::type;
   static void Add(Piece& piece, const Column<T>& column) { piece.AddColumn(column.Qualifier(), column.Name()); }
 };
+/// SQL of the program's own, with its values, compared as what it says that it yields.
 template <typename T>
 struct Operand<Sql<T>> {
   static constexpr bool kIsExpression = true;
@@ -90,6 +94,7 @@ struct Operand<Sql<T>> {
   using Type = typename ComparedAs<T>::type;
   static void Add(Piece& piece, const Sql<T>& sql) { piece.Add(sql.Parts()); }
 };
+/// Several side by side, compared with as many of the same kinds.
 template <typename... T>
 struct Operand<RowValue<T...>> {
   static constexpr bool kIsExpression = true;
@@ -120,7 +125,8 @@ constexpr void RequireComparable() {
 template <typename A, typename B>
 using EnableComparison = std::enable_if_t<Operand<A>::kIsExpression || Operand<B>::kIsExpression, int>;
 
-/// Whether a column whose member is a T can be given a V. NULL goes into a std::optional only.
+/// Whether a column whose member is a T can be given a V: one that compares with it. NULL, and a value that may be
+/// NULL, goes into a std::optional only. Whether a number fits is looked at when it is there, by CheckHolds.
 template <typename T, typename V>
 constexpr bool kCanHold = std::is_same_v<typename Operand<T>::Type, typename Operand<V>::Type>;
 template <typename T, typename V>

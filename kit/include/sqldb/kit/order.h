@@ -5,22 +5,31 @@
 //
 //   parts.Select().OrderBy(Descending(price)).OrderBy(name)
 //
-// The first entry decides; each further one decides between rows that are alike in those before it.
+// The first entry decides; each further one decides between rows that are alike in those before it. Rows that are alike
+// in all entries come as SQLite finds them, which may differ from one call to the next: who reads page by page ends the
+// order with the key.
 
 #include "sqldb/kit/operand.h"
 #include "sqldb/kit/piece.h"
 
 namespace sqldb::kit {
 
-/// One entry of an order, which Ascending and Descending make. A value: copies are the same entry.
+/// One entry of an order, which Ascending and Descending make. A value: copies are the same entry. It keeps copies of
+/// the values of an Sql, and belongs to no table. An order that a user chooses is one of several:
+///
+///     parts.Select().OrderBy(byPrice ? Descending(price) : Ascending(name)).All();
 class Order {
  public:
   /// For the kit.
-  explicit Order(detail::Piece parts) : fParts(static_cast<detail::Piece&&>(parts)) {}
-  /// The same.
   const detail::Piece& Parts() const { return fParts; }
 
  private:
+  template <typename A>
+  friend Order Ascending(const A& expression);
+  template <typename A>
+  friend Order Descending(const A& expression);
+  Order() = default;
+
   detail::Piece fParts;
 };
 
@@ -29,18 +38,18 @@ class Order {
 template <typename A>
 Order Ascending(const A& expression) {
   detail::RequireExpression<A>();
-  detail::Piece piece;
-  detail::Operand<A>::Add(piece, expression);
-  return Order(static_cast<detail::Piece&&>(piece));
+  Order order;
+  detail::Operand<A>::Add(order.fParts, expression);
+  return order;
 }
-/// The other way round: from the largest value to the smallest, NULL last.
+/// The other way round: from the largest value to the smallest, NULL last. An index serves both directions.
 template <typename A>
 Order Descending(const A& expression) {
   detail::RequireExpression<A>();
-  detail::Piece piece;
-  detail::Operand<A>::Add(piece, expression);
-  piece.AddStatic(" DESC");
-  return Order(static_cast<detail::Piece&&>(piece));
+  Order order;
+  detail::Operand<A>::Add(order.fParts, expression);
+  order.fParts.AddStatic(" DESC");
+  return order;
 }
 
 }  // namespace sqldb::kit

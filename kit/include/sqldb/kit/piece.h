@@ -39,11 +39,13 @@ enum class Token : std::uint64_t {
 /// what it throws, std::bad_alloc or what a Type throws, leaves an object that is only to be destroyed.
 class SQLDB_EXPORT Piece {
  public:
+  /// One that stands alone: a parenthesis, AND, OR.
   void Add(Token token) { fText.Add(static_cast<std::uint64_t>(token)); }
   /// REQUIRES: `sql` stays.
   void AddStatic(const char* sql);
   /// REQUIRES: both stay. The first may be null.
   void AddColumn(const char* qualifier, const char* name);
+  /// All of another one, with its values.
   void Add(const Piece& piece);
   /// The same, in parentheses.
   void AddGroup(const Piece& piece);
@@ -56,6 +58,7 @@ class SQLDB_EXPORT Piece {
   void AddSql(std::string_view sql, const Argument* values, std::size_t count);
   /// A parameter with this value.
   void AddValue(const Argument& value);
+  /// The same for the most frequent kinds, without a call for the type. AddReal throws ConversionError for NaN.
   void AddInteger(std::int64_t value);
   void AddReal(double value);
   /// A column, what it is compared by, and a value: the most frequent condition, at the cost of one call. REQUIRES:
@@ -63,10 +66,13 @@ class SQLDB_EXPORT Piece {
   void AddComparison(const char* name, const char* operation, std::int64_t value);
   void AddComparison(const char* name, const char* operation, double value);
 
+  /// Whether nothing has been added.
   bool IsEmpty() const noexcept { return fText.Size() == 0; }
+  /// Its tokens, by which a statement that was compiled before is found.
   const Words& Text() const noexcept { return fText; }
   /// One after the other, each with its kind.
   const Words& Values() const noexcept { return fValues; }
+  /// How many values, and so parameters, there are.
   std::size_t ValueCount() const noexcept { return fValueCount; }
 
  private:

@@ -51,10 +51,12 @@ class RowIterator {
   using pointer = const Row*;
   using reference = const Row&;
 
-  /// What `*it++` still has of the row before.
+  /// What `*it++` still has of the row before: an input iterator has one row only, which the next one replaces.
   class Previous {
    public:
+    /// Takes the row over.
     explicit Previous(Row&& previousRow) : fRow(std::move(previousRow)) {}
+    /// Once.
     Row operator*() && { return std::move(fRow); }
 
    private:
@@ -63,7 +65,7 @@ class RowIterator {
 
   /// Behind the last row.
   RowIterator() = default;
-  /// Runs the statement from its beginning, and reads its first row.
+  /// Runs the statement from its beginning, and reads its first row. Throws as ++ does.
   explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)), fRow(std::in_place) {
     if (!fReader.LoadFirst(Places<Row>(*fRow).all)) fRow.reset();
   }
@@ -71,11 +73,13 @@ class RowIterator {
   RowIterator(const KeptRow<Row>* firstRow, const KeptRow<Row>* behindLastRow)
       : fKept(firstRow), fKeptEnd(behindLastRow) {}
 
-  /// Valid until the iterator is advanced.
+  /// Valid until the iterator is advanced. REQUIRES: it is not at the end.
   reference operator*() const { return fKept != fKeptEnd ? fKept->row : *fRow; }
+  /// The same.
   pointer operator->() const { return &**this; }
 
-  /// Throws Error, and what a Type throws; the iterator is then at the end.
+  /// Reads the next row into the same object; at the end it stays there. Throws Error, and what a Type throws; the
+  /// iterator is then at the end, and the statement has been stopped.
   RowIterator& operator++() {
     if (fKept != fKeptEnd) {
       ++fKept;
@@ -84,13 +88,14 @@ class RowIterator {
     }
     return *this;
   }
+  /// The same. The row before is moved into what it returns.
   Previous operator++(int) {
     Previous previous(fKept != fKeptEnd ? Row(fKept->row) : std::move(*fRow));
     ++*this;
     return previous;
   }
 
-  /// Whether both are at the end, or neither is.
+  /// Whether both are at the end, or neither is: what a loop asks, and all that an input iterator can tell.
   friend bool operator==(const RowIterator& a, const RowIterator& b) { return a.IsAtEnd() == b.IsAtEnd(); }
   friend bool operator!=(const RowIterator& a, const RowIterator& b) { return a.IsAtEnd() != b.IsAtEnd(); }
 
@@ -114,6 +119,7 @@ class RowIterator {
   const KeptRow<Row>* fKeptEnd = nullptr;
 };
 
+/// What a row of all T is: a tuple of them, or the only one.
 template <typename... T>
 struct RowOf {
   using type = std::tuple<T...>;
@@ -123,14 +129,15 @@ struct RowOf<T> {
   using type = T;
 };
 
-/// "p.id, p.name", or "id, name" without an alias.
+/// "p.id, p.name", or "id, name" without an alias. Throws std::bad_alloc.
 SQLDB_EXPORT std::string NamesOf(const RecordLayout& layout, std::string_view alias);
 
 }  // namespace detail
 
 /// The columns of a struct for a SELECT, in the order of its fields: Columns<Part>("p") is "p.id, p.name, p.price", and
 /// Columns<Part>() is "id, name, price". With them a query names what it reads, and goes on to work when the table gets
-/// further columns. REQUIRES: `alias` is SQL, never input.
+/// further columns. The names are as the description has them, with their quotes. REQUIRES: `alias` is SQL, never
+/// input.
 template <typename Struct>
 std::string Columns(std::string_view alias = {}) {
   return detail::NamesOf(detail::LayoutOf<Struct>(), alias);
@@ -191,7 +198,11 @@ class [[nodiscard]] Rows {
   }
   ~Rows() = default;
 
-  /// Throws Error, here and while rows are read, and what a Type throws; the iterator is then at the end.
+  /// Runs the query from its beginning; of one that writes it gives the rows that are kept.
+  ///
+  /// Throws Error, here and while rows are read, among others for a column that a struct looks for and that is missing
+  /// or there twice; ConversionError, which names the column, for a value that does not fit; and what a Type throws.
+  /// The iterator is then at the end.
   iterator begin() { return fIsKept ? iterator(fKept.data(), fKept.data() + fKept.size()) : iterator(fReader); }
   /// Behind the last row.
   iterator end() const { return iterator(); }

@@ -54,8 +54,9 @@ enum class ColumnOrder {
 /// together; one that was made without a statement is at the end.
 class SQLDB_EXPORT RowReader {
  public:
+  /// At the end.
   RowReader() = default;
-  /// Runs nothing yet. Throws Error.
+  /// Runs nothing yet. Throws Error, for columns that are not those of the shape.
   /// REQUIRES: `shape` lives forever.
   RowReader(Lease&& lease, const RowShape& shape, ColumnOrder order);
 
@@ -64,19 +65,22 @@ class SQLDB_EXPORT RowReader {
   /// Goes on to the next row. Returns false if there is none left, also if the statement has been run to its end, or
   /// stopped, by way of a copy. Throws Error; nothing is then running.
   bool Next();
-  /// Next, and Load if there is a row.
+  /// Next, and Load if there is a row. Returns false if there is none left.
   bool LoadNext(void* const* places);
-  /// First, and Load if there is a row.
+  /// First, and Load if there is a row. Returns false if there is none.
   bool LoadFirst(void* const* places);
   /// Runs it from its beginning to its end, and reads its only row. Throws Error if there is none, or more than one.
   void LoadOnly(void* const* places);
-  /// Reads the row into the pieces at `places`. What it throws stops the statement before.
+  /// Reads the row into the pieces at `places`, as many as the shape has. Throws ConversionError, and what a Type
+  /// throws; the statement has been stopped before.
+  /// REQUIRES: the statement stands on a row.
   void Load(void* const* places);
   /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
   /// REQUIRES: `places` has room for as many as there are pieces.
   void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
   /// Goes on to the end of a statement that writes.
   void Finish();
+  /// Whether the statement writes; see Rows.
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
   /// That its lease only holds the statement, while copies of the reader step it.
   Hold HoldLease() const noexcept { return Hold(fLease); }
@@ -87,11 +91,13 @@ class SQLDB_EXPORT RowReader {
   ColumnOrder fOrder = ColumnOrder::kAsWritten;
 };
 
+/// Whether T is a std::optional of a described struct, which a join may leave empty.
 template <typename T>
 constexpr bool kIsOptionalStruct = false;
 template <typename T>
 inline constexpr bool kIsOptionalStruct<std::optional<T>> = kIsDescribed<T>;
 
+/// RowPiece::emplace of a std::optional<Struct>. A struct that is there already is read into.
 template <typename Struct>
 void* EmplaceStruct(void* optional, bool isThere) {
   auto& place = *static_cast<std::optional<Struct>*>(optional);
@@ -100,7 +106,7 @@ void* EmplaceStruct(void* optional, bool isThere) {
   return nullptr;
 }
 
-/// A record that is nothing but a T.
+/// A record that is nothing but a T, as a struct of one field would be. Made at its first use, and lives forever.
 template <typename T>
 const RecordLayout& LayoutOfScalar() {
   static const FieldEntry field{"",
@@ -117,6 +123,7 @@ const RecordLayout& LayoutOfScalar() {
   return layout;
 }
 
+/// The part of a row that a T is.
 template <typename T>
 RowPiece PieceOf() {
   if constexpr (kIsDescribed<T>) {
@@ -129,7 +136,7 @@ RowPiece PieceOf() {
   }
 }
 
-/// See RowShape.
+/// RowShape::only of a row of these.
 template <typename T, typename... Others>
 const RecordLayout* OnlyOf() {
   if constexpr (sizeof...(Others) > 0 || kIsOptionalStruct<T>) {
@@ -141,8 +148,10 @@ const RecordLayout* OnlyOf() {
   }
 }
 
+/// How many columns of a result it takes.
 inline int ColumnCountOf(const RowPiece& piece) { return piece.layout != nullptr ? piece.layout->count : 1; }
 
+/// A RowShape with the pieces that it points to.
 template <typename... T>
 struct ShapeStorage {
   static int ColumnCount(const RowPiece (&pieces)[sizeof...(T)]) {
@@ -156,7 +165,8 @@ struct ShapeStorage {
                        ((kIsDescribed<T> || kIsOptionalStruct<T>) || ...)};
 };
 
-/// The shape of a row of all T.
+/// The shape of a row of all T. Made at its first use, by whatever thread, and lives forever, so that its address
+/// stands for it: a statement remembers which columns it has found for which shape.
 template <typename... T>
 const RowShape& ShapeOf() {
   static const ShapeStorage<T...> storage;
@@ -182,7 +192,7 @@ struct Places<std::tuple<T...>> {
   Places(std::tuple<T...>& wholeRow, std::index_sequence<I...>) : all{&std::get<I>(wholeRow)...} {}
 };
 
-/// Reads the row on which the statement stands.
+/// Reads the row on which the statement stands. Throws what RowReader::Load throws.
 template <typename Row>
 void LoadRow(RowReader& reader, Row& row) {
   reader.Load(Places<Row>(row).all);
@@ -195,7 +205,7 @@ void AppendRow(void* rows, void** places) {
   for (void* const place : placesOfRow.all) *places++ = place;
 }
 
-/// Runs it from its beginning and reads the first row; none if there is no row.
+/// Runs it from its beginning and reads the first row; none if there is no row. One that writes is run to its end.
 template <typename Row>
 std::optional<Row> ReadFirst(RowReader& reader) {
   std::optional<Row> row(std::in_place);

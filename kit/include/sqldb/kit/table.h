@@ -21,6 +21,7 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "sqldb/kit/assignment.h"
 #include "sqldb/kit/bulk.h"
@@ -224,6 +225,21 @@ class Table {
     assignments.Add(first.Parts());
     ((assignments.AddStatic(", "), assignments.Add(others.Parts())), ...);
     return fTable.UpdateWhere(term, assignments);
+  }
+  /// The same with assignments that were put together at run time. Without any it changes nothing, and returns 0.
+  ///
+  ///     std::vector<Assignment> changes;
+  ///     if (newPrice) changes.push_back(Set(price, *newPrice));
+  ///     if (isSold) changes.push_back(Set(note, "sold"));
+  ///     parts.Update(id == 7, changes);
+  std::int64_t Update(const Term& term, const std::vector<Assignment>& assignments) const {
+    if (assignments.empty()) return 0;
+    detail::Piece all;
+    for (const Assignment& assignment : assignments) {
+      if (!all.IsEmpty()) all.AddStatic(", ");
+      all.Add(assignment.Parts());
+    }
+    return fTable.UpdateWhere(term, all);
   }
   /// Deletes the row with this key, given as for Find. Returns false if there is none.
   template <typename... K>

@@ -8,8 +8,17 @@
 //   Term term = price < 1.0 && (Like(name, "bolt%") || IsNull(note));
 //   parts.Delete(term);
 //
+//   price < 1.0, 1.0 < price, name == label        comparisons, on either side; == != < <= > >=
+//   IsNull(note), Is(note, optionalNote)           what NULL is, to which nothing compares
+//   Between(price, 1, 2), In(name, names)          ranges and sets
+//   Like(name, "bolt%")                            patterns
+//   RowOf(day, id) > RowOf(lastDay, lastId)        rows of columns, compared from left to right
+//   a && b, a || b, !a                             combinations
+//   Where("notes MATCH ?", words)                  all else, as SQL of the program's own
+//
 // A term carries its values, which become parameters: none of them is ever read as SQL. An empty term vanishes from a
-// combination, so that a filter which the user left out needs no case of its own. Any number of operands works.
+// combination, so that a filter which the user left out needs no case of its own. Any number of operands works, but
+// combinations of combinations go only as deep as SQLite's parser: some forty levels.
 //
 // Columns are constants. Terms are values, of which copies may be used by different threads: to copy one is cheap, and
 // a chain that grows (`term = term && ...`) is not copied.
@@ -112,13 +121,14 @@ SQLDB_EXPORT Term EveryRow();
 
 namespace detail {
 
+/// Appends one side, what stands between them, which stays, and the other side.
 template <typename A, typename B>
 void AddTogether(Piece& piece, const A& a, const char* between, const B& b) {
   Operand<A>::Add(piece, a);
   piece.AddStatic(between);
   Operand<B>::Add(piece, b);
 }
-/// A column with a number. REQUIRES: `piece` is empty.
+/// A column with a number, the most frequent of all, in one call. REQUIRES: `piece` is empty.
 template <typename T, typename B, std::enable_if_t<!std::is_void_v<NumberOf<B>>, int> = 0>
 void AddTogether(Piece& piece, const Column<T>& a, const char* between, const B& b) {
   if (a.Qualifier() == nullptr) {
@@ -128,6 +138,7 @@ void AddTogether(Piece& piece, const Column<T>& a, const char* between, const B&
   }
 }
 
+/// The same as a term.
 template <typename A, typename B>
 Term Together(const A& a, const char* between, const B& b) {
   Term term = Term::OfParts();
@@ -135,6 +146,7 @@ Term Together(const A& a, const char* between, const B& b) {
   return term;
 }
 
+/// The same, if the two sides can be compared; it does not compile otherwise.
 template <typename A, typename B>
 Term Compare(const A& a, const char* operation, const B& b) {
   RequireComparable<A, B>();
@@ -145,7 +157,13 @@ Term Compare(const A& a, const char* operation, const B& b) {
 
 /// @{
 /// Compares a column, an Sql or a RowOf with a value or with one another, on either side. NULL compares to nothing:
-/// neither `price < 1.0` nor `price >= 1.0` holds for a row without a price.
+/// neither `price < 1.0` nor `price >= 1.0` holds for a row without a price, and a std::optional on one side does not
+/// compile: see Is.
+///
+/// Numbers are compared with numbers, also if one is an integer and the other is not, and texts with texts, by the
+/// collation of the column, by their bytes unless that has one; other sides do not compile. An Sql has the collation
+/// that SQLite finds for it. Throws ConversionError for NaN and for what is beyond 64 bits with a sign, what a Type
+/// throws, and std::bad_alloc.
 template <typename A, typename B, detail::EnableComparison<A, B> = 0>
 Term operator==(const A& a, const B& b) {
   return detail::Compare(a, " = ", b);
@@ -173,7 +191,8 @@ Term operator>=(const A& a, const B& b) {
 /// @}
 
 /// Columns or values side by side, two at least, compared from left to right: the first parts that differ decide. To go
-/// on where a page ended: `RowOf(day, id) > RowOf(last.day, last.id)`.
+/// on where a page ended: `RowOf(day, id) > RowOf(last.day, last.id)`. Where a NULL is
+/// among the parts that decide, it holds for no row.
 template <typename... T>
 RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
   static_assert(sizeof...(T) > 1, "A row has two parts at least.");
@@ -185,7 +204,7 @@ RowValue<typename detail::Operand<T>::Type...> RowOf(const T&... parts) {
   return RowValue<typename detail::Operand<T>::Type...>(static_cast<detail::Piece&&>(piece));
 }
 
-/// Holds for the rows in which the expression is NULL. `!IsNull(note)` holds for all others.
+/// Holds for the rows in which the expression is NULL. `!IsNull(note)` holds for all others. An index serves it.
 template <typename A>
 Term IsNull(const A& expression) {
   detail::RequireExpression<A>();
@@ -196,7 +215,8 @@ Term IsNull(const A& expression) {
 }
 
 /// Holds for the rows that have just this value, or that have none if `value` is empty: the comparison for an optional
-/// filter value, where == does not compile.
+/// filter value, where == does not compile. Never NULL itself: `!Is(note, text)` holds for rows without a note, which
+/// `note != *text` does not.
 template <typename A, typename T>
 Term Is(const A& expression, const std::optional<T>& value) {
   detail::RequireExpression<A>();
@@ -206,7 +226,8 @@ Term Is(const A& expression, const std::optional<T>& value) {
 }
 
 /// Holds for the rows whose value is neither less than `low` nor greater than `high`: both bounds are included. It
-/// holds for none if `low` is greater than `high`, or where the value is NULL.
+/// holds for none if `low` is greater than `high`, or where the value is NULL. Each of the three may
+/// be a column: `Between(today, from, until)`.
 template <typename A, typename B, typename C>
 Term Between(const A& expression, const B& low, const C& high) {
   detail::RequireComparable<A, C>();
@@ -218,7 +239,8 @@ Term Between(const A& expression, const B& low, const C& high) {
 
 /// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. The values are
 /// copied. Any number works; each number makes a statement of its own, so where the number changes all the time
-/// `Where("id IN (SELECT value FROM list(?))", List(ids))` compiles less.
+/// `Where("id IN (SELECT value FROM list(?))", List(ids))` compiles less. NULL is in no set, and cannot be a value of
+/// one: a range of std::optional does not compile.
 template <typename A, typename Values>
 Term In(const A& expression, const Values& values) {
   detail::RequireExpression<A>();
@@ -246,6 +268,7 @@ Term In(const A& expression, std::initializer_list<T> values) {
 
 namespace detail {
 
+/// Appends LIKE, the pattern as a parameter, and the escape. Throws Error for a zero byte in the pattern or the escape.
 SQLDB_EXPORT void AddLike(Piece& expression, std::string_view pattern, std::optional<char> escape);
 
 }  // namespace detail
@@ -263,7 +286,10 @@ Term Like(const A& expression, std::string_view pattern, std::optional<char> esc
   return term;
 }
 
-/// `text` with `escape` before every character that LIKE would take for more than itself.
+/// `text` with `escape` before every character that LIKE would take for more than itself: %, _ and the escape. To find
+/// what a user typed, whatever that is:
+///
+///     Like(name, "%" + EscapedForLike(typed, '\\') + "%", '\\')
 SQLDB_EXPORT std::string EscapedForLike(std::string_view text, char escape);
 
 }  // namespace kit

@@ -19,11 +19,13 @@ using Loader = void (*)(sqlite3_stmt* statement, int column, void* value);
 /// Codec::Bind throws.
 using Binder = void (*)(const Target& target, const void* value);
 
+/// The Loader of any type that is stored.
 template <typename T>
 void LoadAny(sqlite3_stmt* statement, int column, void* value) {
   Codec<T>::Load(ColumnOf(statement, column), *static_cast<T*>(value));
 }
 
+/// The Binder of the same.
 template <typename T>
 void BindAny(const Target& target, const void* value) {
   Codec<T>::Bind(target, *static_cast<const T*>(value));

@@ -20,7 +20,9 @@ inline std::uint64_t WordOf(const void* address) noexcept {
 /// by different threads.
 class SQLDB_EXPORT Words {
  public:
+  /// None.
   Words() noexcept = default;
+  /// Shares what does not fit in place, so that to copy never throws.
   Words(const Words& other) noexcept { Take(other); }
   Words(Words&& other) noexcept { Take(other); }
   Words& operator=(const Words& other) noexcept;
@@ -28,7 +30,9 @@ class SQLDB_EXPORT Words {
     if (fShared != nullptr) Release();
   }
 
-  /// Throws std::bad_alloc, and is then as before.
+  // Add appends. It throws std::bad_alloc, and the object is then as before. The first one that goes on from what
+  // several share does so in place, any other one copies what it begins with.
+
   void Add(std::uint64_t word) {
     if (HasRoom(1)) {
       AddInPlace(word);
@@ -46,6 +50,7 @@ class SQLDB_EXPORT Words {
     fSize += sizeof...(Word);
     ((*next++ = words), ...);
   }
+  /// All words of another object, or of this one.
   void Add(const Words& words) {
     if (!HasRoom(words.fSize)) return Add(words.begin(), words.fSize);
     const std::uint64_t* next = words.begin();
@@ -53,9 +58,11 @@ class SQLDB_EXPORT Words {
     fSize += words.fSize;
   }
 
+  /// How many there are.
   std::size_t Size() const noexcept { return fSize; }
-  /// Valid until it is changed.
+  /// Valid until it is changed, moved or ends.
   const std::uint64_t* begin() const noexcept { return fShared == nullptr ? fRoom : SharedBegin(); }
+  /// Behind the last one.
   const std::uint64_t* end() const noexcept { return begin() + fSize; }
 
  private:
