@@ -1,8 +1,10 @@
 #include "sqldb/kit/list.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -42,6 +44,12 @@ void ListBuilder::Add(const Argument& value) { value.bind(Target{nullptr, 0, fal
 #if SQLITE_VERSION_NUMBER >= 3020000
 
 namespace {
+
+bool MentionsList(std::string_view sql) {
+  constexpr std::string_view kList = "list";
+  const auto isSame = [](char a, char b) { return (a | 0x20) == b; };
+  return std::search(sql.begin(), sql.end(), kList.begin(), kList.end(), isSame) != sql.end();
+}
 
 // By which SQLite tells that a pointer is of the right type.
 constexpr char kPointerType[] = "sqldb::kit::List";
@@ -169,6 +177,11 @@ ListBuilder::ListBuilder() : fValues(new ListValues) {}
 void ListBuilder::Bind(const Target& target) {
   if (target.statement == nullptr) {
     throw Error("A list cannot be a value of a term: use In, or a query of your own.", SQLITE_MISUSE);
+  }
+  // Anywhere else it would be NULL, and IN (?) false for every row.
+  const std::string_view sql = sqlite3_sql(target.statement);
+  if (!MentionsList(sql)) {
+    throw Error("A list stands in list(?), as in: IN (SELECT value FROM list(?)).", SQLITE_MISUSE, sql);
   }
   // SQLite deletes them also if it fails.
   const int result =

@@ -1,8 +1,10 @@
 #include "record_values.h"
 
 #include <new>
+#include <string>
 
 #include "binding.h"
+#include "sqldb/kit/error.h"
 
 namespace sqldb::kit::detail {
 
@@ -40,6 +42,11 @@ inline bool BindAtOnce(sqlite3_stmt* statement, int parameter, Shortcut shortcut
   return true;
 }
 
+[[noreturn]] void ThrowNotStored(const FieldEntry& field, const ConversionError& error) {
+  throw ConversionError("column " + std::string(field.name) + ": " + std::string(error.Message()),
+                        error.ExtendedCode());
+}
+
 }  // namespace
 
 void ThrowNoMemory() { throw std::bad_alloc(); }
@@ -51,7 +58,12 @@ void BindRecord(sqlite3_stmt* statement, const RecordLayout& layout, const void*
   for (int i = 0; i < layout.count; ++i) {
     const FieldEntry& field = layout.fields[i];
     const void* const member = begin + field.offset;
-    if (!BindAtOnce(statement, i + 1, field.shortcut, member)) field.bind(Target{statement, i + 1, true}, member);
+    if (BindAtOnce(statement, i + 1, field.shortcut, member)) continue;
+    try {
+      field.bind(Target{statement, i + 1, true}, member);
+    } catch (const ConversionError& error) {
+      ThrowNotStored(field, error);
+    }
   }
 }
 

@@ -140,10 +140,23 @@ TEST_F(BulkTest, ABatchOfNoneIsAllOfThem) {
   EXPECT_THAT(reports, ElementsAre(Report{2500, false}));
 }
 
-TEST_F(BulkTest, WithoutOptionsAThousandAreWrittenAtOnce) {
+TEST_F(BulkTest, WithoutOptionsAllAreWrittenOrNone) {
   std::vector<Report> reports;
-  EXPECT_EQ(fParts.InsertMany(Numbers(1, 1001), BulkOptions(), Noting(reports)), 1001U);
-  EXPECT_THAT(reports, ElementsAre(Report{1000, false}, Report{1001, false}));
+  EXPECT_EQ(fParts.InsertMany(Numbers(1, 2500), BulkOptions(), Noting(reports)), 2500U);
+  EXPECT_THAT(reports, ElementsAre(Report{2500, false}));
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(Numbers(-2500, 1)); });
+  EXPECT_EQ(error.Record(), 2501U);
+  EXPECT_EQ(error.Written(), 0U);
+  EXPECT_THAT(Ids(), SizeIs(2500));
+}
+
+TEST_F(BulkTest, RecordsMayBeWrittenDownInTheCall) {
+  EXPECT_EQ(fParts.InsertMany({{1, "nut", 0.5, "round"}, {2, "bolt", 0.25, {}}}), 2U);
+  EXPECT_EQ(fParts.Get(1), (Part{1, "nut", 0.5, "round"}));
+  if (support::IsOlderThan(3024000)) return;
+  EXPECT_EQ(fParts.UpsertMany({{2, "screw", 0.25, {}}, {3, "saw", 9, {}}}), 2U);
+  EXPECT_EQ(fParts.Get(2).name, "screw");
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3));
 }
 
 TEST_F(BulkTest, NoRecordsAreNoBatch) {

@@ -194,6 +194,17 @@ TEST_F(QueryTest, AKeptStatementYieldsWhatTheTableHasByNow) {
   EXPECT_EQ(ThrownBy([&] { held.All<int>(); }).Message(), "The statement yields 2 columns, and a row is made of 1.");
 }
 
+TEST_F(QueryTest, AListOutsideOfListIsRefusedAndNotNull) {
+  SKIP_BEFORE_POINTERS();
+  const std::vector<int> ids{1, 2};
+  constexpr char kSql[] = "SELECT name FROM parts WHERE id IN (?)";
+  const Error error = ThrownBy([&] { fDatabase.All<std::string>(kSql, List(ids)); });
+  EXPECT_EQ(error.Message(), "A list stands in list(?), as in: IN (SELECT value FROM list(?)).");
+  EXPECT_EQ(error.Code(), SQLITE_MISUSE);
+  EXPECT_EQ(error.Sql(), kSql);
+  EXPECT_EQ(fDatabase.One<int>("SELECT COUNT(*) FROM LIST(?)", List(ids)), 2);
+}
+
 TEST_F(QueryTest, AListIsNoValueOfATerm) {
   SKIP_BEFORE_POINTERS();
   const std::vector<int> ids{1};

@@ -449,7 +449,10 @@ TEST_F(TableTest, MoreValuesThanAStatementTakesAreLiterals) {
 }
 
 TEST_F(TableTest, ValueThatCannotBeStoredIsAnErrorAndTheNextWriteWorks) {
-  EXPECT_EQ(ThrownBy<ConversionError>([&] { parts.Insert({4, "x", kNan, {}}); }).Message(), "NaN cannot be stored.");
+  EXPECT_EQ(ThrownBy<ConversionError>([&] {
+              parts.Insert({4, "x", kNan, {}});
+            }).Message(),
+            "column price: NaN cannot be stored.");
   EXPECT_THROW(parts.Replace({1, "x", kNan, {}}), ConversionError);
   EXPECT_THROW(parts.Update({1, "x", kNan, {}}), ConversionError);
   EXPECT_THROW(parts.InsertOrIgnore({4, "x", kNan, {}}), ConversionError);

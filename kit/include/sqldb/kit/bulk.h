@@ -20,12 +20,12 @@
 
 namespace sqldb::kit {
 
-/// How many records are written at once. A larger batch costs less, holds the write lock for longer, and has more to
-/// undo and to write again when one of its records fails.
+/// How many records are written at once: all of them, so that all are written or none, unless told otherwise. A smaller
+/// batch lets other connections write in between, tells earlier how far the work has come, and has less to undo and to
+/// write again when one of its records fails.
 struct BulkOptions {
-  /// How many of them are committed together; 0 for all, so that all are written or none. The last batch may be
-  /// smaller.
-  std::size_t batch = 1000;
+  /// How many of them are committed together; 0 for all. The last batch may be smaller.
+  std::size_t batch = 0;
 };
 
 /// What a report says to a bulk write, after each batch and when nothing of the write is open: the report may use the

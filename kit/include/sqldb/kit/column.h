@@ -67,7 +67,8 @@ constexpr const char* NameOf(T Owner::*member) {
 ///     Set(price, 2.0), Set(price, other), Set(note, std::nullopt)           assignments
 ///
 /// It has the column's name and nothing else: it belongs to no database, costs nothing to copy, and serves every table
-/// that has such a column. Whether a table has it, SQLite says when it compiles the statement: "no such column: price".
+/// that has such a column, also where another struct describes that: `customerId == 1` means the id of whatever table
+/// it is used for. Whether a table has it, SQLite says when it compiles the statement: "no such column: price".
 template <typename T>
 class Column {
  public:

@@ -18,17 +18,17 @@ namespace sqldb::kit {
 /// the values of an Sql, and belongs to no table. An order that a user chooses is one of several:
 ///
 ///     parts.Select().OrderBy(byPrice ? Descending(price) : Ascending(name)).All();
-class Order {
+class Ordering {
  public:
   /// For the kit.
   const detail::Piece& Parts() const { return fParts; }
 
  private:
   template <typename A>
-  friend Order Ascending(const A& expression);
+  friend Ordering Ascending(const A& expression);
   template <typename A>
-  friend Order Descending(const A& expression);
-  Order() = default;
+  friend Ordering Descending(const A& expression);
+  Ordering() = default;
 
   detail::Piece fParts;
 };
@@ -36,17 +36,17 @@ class Order {
 /// From the smallest value to the largest, NULL first. `expression` is a column or an Sql. Texts are ordered by the
 /// collation of their column, by their bytes unless that has one.
 template <typename A>
-Order Ascending(const A& expression) {
+Ordering Ascending(const A& expression) {
   detail::RequireExpression<A>();
-  Order order;
+  Ordering order;
   detail::Operand<A>::Add(order.fParts, expression);
   return order;
 }
 /// The other way round: from the largest value to the smallest, NULL last. An index serves both directions.
 template <typename A>
-Order Descending(const A& expression) {
+Ordering Descending(const A& expression) {
   detail::RequireExpression<A>();
-  Order order;
+  Ordering order;
   detail::Operand<A>::Add(order.fParts, expression);
   order.fParts.AddStatic(" DESC");
   return order;

@@ -20,8 +20,9 @@
 // A record is made first and read then, so the struct has a constructor without arguments; members that are not
 // described keep what that gives them. It stays an aggregate, and may be local, a template, or movable only.
 //
-// What is described is what the kit reads and writes. How a table is made that has more (references, checks, defaults,
-// indexes) is said in SQL:
+// What is described is what the kit reads and writes. A column that SQLite alone writes (GENERATED) is described in a
+// second struct, for reading, and not in the one that is inserted. How a table is made that has more (references,
+// checks, defaults, indexes) is said in SQL:
 //
 //   database.ExecuteScript(
 //       "CREATE TABLE IF NOT EXISTS parts (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"

@@ -59,7 +59,7 @@ class Selection {
     return OrderBy(Ascending(expression));
   }
   /// Orders by `order`, which Ascending and Descending make, after the orders given before.
-  Selection OrderBy(const Order& order) const {
+  Selection OrderBy(const Ordering& order) const {
     Selection ordered = *this;
     ordered.fWanted.AddOrder(order.Parts());
     return ordered;

@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -171,11 +172,11 @@ class Table {
   /// with them the rows that refer to them, where the reference cascades, and the values of columns that are not
   /// described; Upsert deletes nothing.
   void Replace(const Record& record) const { fTable.Write(detail::RecordWrite::kReplace, &record); }
-  /// Inserts all of `records`, a range of Record, and returns how many those are. Each batch is a transaction of its
-  /// own, or inside a transaction a part of that: what it throws undoes the batch, and the batches before stay. An
-  /// Error tells by Record and Written which record failed, and how many stay. `report` is called after each batch with
-  /// the number of records written so far; it returns Progress::kStop to end the work. Without records nothing is done
-  /// or reported.
+  /// Inserts all of `records`, a range of Record, and returns how many those are: all or none, or batch by batch if the
+  /// options say so. Each batch is a transaction of its own, or inside a transaction a part of that: what it throws
+  /// undoes the batch, and the batches before stay. An Error tells by Record and Written which record failed, and how
+  /// many stay. `report` is called after each batch with the number of records written so far; it returns
+  /// Progress::kStop to end the work. Without records nothing is done or reported.
   ///
   ///     try {
   ///       parts.InsertMany(all, options, [&](std::size_t) { return isLate() ? Progress::kStop : Progress::kGoOn; });
@@ -195,6 +196,10 @@ class Table {
   std::size_t InsertMany(const Records& records, const BulkOptions& options = {}) const {
     return InsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
   }
+  /// The same: `parts.InsertMany({{1, "bolt"}, {2, "nut"}})`.
+  std::size_t InsertMany(std::initializer_list<Record> records) const {
+    return InsertMany<std::initializer_list<Record>>(records);
+  }
   /// The same, but each record is written as Upsert does it: inserted, or into the row with its key.
   template <typename Records, typename Report>
   std::size_t UpsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
@@ -205,6 +210,10 @@ class Table {
   template <typename Records>
   std::size_t UpsertMany(const Records& records, const BulkOptions& options = {}) const {
     return UpsertMany(records, options, [](std::size_t) { return Progress::kGoOn; });
+  }
+  /// The same: `parts.UpsertMany({{1, "bolt"}, {2, "nut"}})`.
+  std::size_t UpsertMany(std::initializer_list<Record> records) const {
+    return UpsertMany<std::initializer_list<Record>>(records);
   }
   /// Gives the row with the record's key the record's values. Returns false if there is no such row, or the key is
   /// empty; true also if nothing changes. To give a row another key, Set it in the Update below.
