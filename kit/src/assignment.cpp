@@ -1,7 +1,6 @@
 #include "sqldb/kit/assignment.h"
 
 #include <cmath>
-#include <limits>
 #include <string>
 
 namespace sqldb::kit::detail {
@@ -32,8 +31,7 @@ void CheckDouble(const char* column, std::int64_t value) {
 }
 
 void CheckFloat(const char* column, double value) {
-  const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
-  if (!isWithin || static_cast<double>(static_cast<float>(value)) != value) ThrowCannotHoldNumber(column);
+  if (!IsFloat(value)) ThrowCannotHoldNumber(column);
 }
 
 void CheckText(const char* column, std::size_t size, std::size_t most) {

@@ -30,6 +30,13 @@ void BulkWriter::EndBatch() {
   fInBatch = 0;
 }
 
+// Of those before a failure. SQLite may have rolled back the transaction that they are a part of.
+std::size_t BulkWriter::Kept() const {
+  if (fTransaction) return fWritten;
+  if (IsOver(fTable.Connection()->Core())) return 0;
+  return fSavepoint ? fWritten : fWritten + fInBatch;
+}
+
 bool BulkWriter::Write(const void* record) {
   try {
     if (fInBatch == 0) BeginBatch();
@@ -39,16 +46,14 @@ bool BulkWriter::Write(const void* record) {
       while (StepOnce(kept)) {
       }
     } catch (const ConstraintError& error) {
-      if (fWhat == RecordWrite::kInsert) fTable.ThrowNotInserted(error, record);
-      throw;
+      fTable.ThrowNotInserted(error, record);
     }
     kept.Reset();
     if (++fInBatch != fBatch) return false;
     EndBatch();
     return true;
   } catch (Error& error) {
-    const bool isKept = !fSavepoint && !fTransaction;
-    error.SetRecord(fWritten + fInBatch, isKept ? fWritten + fInBatch : fWritten);
+    error.SetRecord(fWritten + fInBatch, Kept());
     throw;
   }
 }
@@ -58,7 +63,7 @@ bool BulkWriter::Finish() {
   try {
     EndBatch();
   } catch (Error& error) {
-    error.SetRecord(fWritten + fInBatch, fWritten);
+    error.SetRecord(fWritten + fInBatch, Kept());
     throw;
   }
   return true;

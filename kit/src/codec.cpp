@@ -88,12 +88,14 @@ double ReadReal(const Source& source) {
   return real;
 }
 
+bool IsFloat(double value) noexcept {
+  const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
+  return isWithin && static_cast<double>(static_cast<float>(value)) == value;
+}
+
 float ReadFloat(const Source& source) {
   const double real = ReadReal(source);
-  const bool isWithin = std::isinf(real) || std::fabs(real) <= static_cast<double>(std::numeric_limits<float>::max());
-  if (!isWithin || static_cast<double>(static_cast<float>(real)) != real) {
-    ThrowUnfit(source, "a real number that no float holds exactly");
-  }
+  if (!IsFloat(real)) ThrowUnfit(source, "a real number that no float holds exactly");
   return static_cast<float>(real);
 }
 
@@ -144,14 +146,17 @@ void BindBlob(const Target& target, std::string_view bytes) {
   Check(target, sqlite3_bind_blob64(target.statement, target.parameter, begin, bytes.size(), Lifetime(target)));
 }
 
-std::string_view Unfilled(const char* characters, std::size_t size) noexcept {
-  while (size > 0 && characters[size - 1] == '\0') --size;
-  return std::string_view(characters, size);
+std::string_view UpToZero(const char* characters, std::size_t size) noexcept {
+  const char* const end = std::find(characters, characters + size, '\0');
+  return std::string_view(characters, static_cast<std::size_t>(end - characters));
 }
 
 void FillWithText(const Source& source, char* characters, std::size_t size) {
   const std::string_view text = ReadText(source);
   if (text.size() > size) ThrowUnfit(source, "a text that is longer than the characters that it is read into");
+  if (text.find('\0') != std::string_view::npos) {
+    ThrowUnfit(source, "a text with a zero byte, at which the characters that it is read into would end");
+  }
   // An array of none may have no address, which GCC warns of.
   if (size == 0) return;
   std::fill(std::copy(text.begin(), text.end(), characters), characters + size, '\0');

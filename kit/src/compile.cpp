@@ -8,13 +8,22 @@
 
 namespace sqldb::kit::detail {
 
+bool IsOfName(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte == '_' ||
+         byte >= 0x80;
+}
+
 namespace {
 
 // What follows blanks and comments.
 std::string_view WithoutBlanks(std::string_view sql) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   while (!sql.empty()) {
     if (sql[0] == ' ' || sql[0] == '\t' || sql[0] == '\n' || sql[0] == '\r' || sql[0] == '\f') {
       sql.remove_prefix(1);
+    } else if (sql.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+      sql.remove_prefix(kByteOrderMark.size());
     } else if (sql.substr(0, 2) == "--") {
       sql.remove_prefix(std::min(sql.find('\n'), sql.size()));
     } else if (sql.substr(0, 2) == "/*") {
@@ -90,8 +99,17 @@ bool Pragma::IsNamed(std::string_view other) const { return AreEqual(name, other
 Pragma PragmaOf(std::string_view sql) {
   sql = WithoutBlanks(sql);
   while (!sql.empty() && sql[0] == ';') sql = WithoutBlanks(sql.substr(1));
-  if (!AreEqual(TakeName(sql), "PRAGMA")) return Pragma{};
   std::string_view name = TakeName(sql);
+  // Which obeys most of them as well.
+  if (AreEqual(name, "EXPLAIN")) {
+    name = TakeName(sql);
+    if (AreEqual(name, "QUERY")) {
+      TakeName(sql);
+      name = TakeName(sql);
+    }
+  }
+  if (!AreEqual(name, "PRAGMA")) return Pragma{};
+  name = TakeName(sql);
   if (!sql.empty() && sql[0] == '.') {
     sql.remove_prefix(1);
     name = TakeName(sql);
@@ -106,7 +124,7 @@ sqlite3_stmt* CompileFirst(sqlite3* connection, std::string_view& sql) {
   const int result = sqlite3_prepare_v2(connection, sql.data(), SizeOf(sql) + 1, &statement, &tail);
   if (result != SQLITE_OK) ThrowError(connection, result, sql);
   sql = sql.substr(0, static_cast<std::size_t>(tail - sql.data()));
-  if (statement == nullptr && sql.empty()) throw Error(kZeroByte, SQLITE_MISUSE);
+  if (sql.empty()) throw Error(kZeroByte, SQLITE_MISUSE);
   return statement;
 }
 

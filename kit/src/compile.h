@@ -10,6 +10,9 @@
 
 namespace sqldb::kit::detail {
 
+// Whether it may stand in a name without quotes.
+bool IsOfName(char character);
+
 // Throws Error if SQLite could not take so long a text.
 void CheckSize(std::string_view sql);
 

@@ -23,7 +23,7 @@ Connection::Connection(boost::shared_ptr<SQLDatabase> core, std::size_t mostKept
     : ConnectionWatcher(&End), fStatements(*this, mostKept), fCore(std::move(core)) {
   if (!fCore || !fCore->fIsOpen) ThrowNotOpen();
   OfferLists(fCore->fConnection);
-  if (!ConnectionRecord::Of(*fCore).IsWatched()) SetFirstHook(*fCore);
+  if (!ConnectionRecord::Of(*fCore).IsWatched()) SetFirstHooks(*fCore);
   ConnectionRecord::Of(*fCore).Join(*this);
   fIsWatching = true;
 }
@@ -35,9 +35,10 @@ int Connection::Wait(void* connection, int tries) {
   auto& self = *static_cast<Connection*>(connection);
   if (!self.fIsWorking) return 0;
   constexpr int kLongest = 7;
-  const int waited = tries <= kLongest ? (1 << tries) - 1 : (1 << kLongest) * (tries - kLongest + 1) - 1;
-  const int pause = std::min(1 << std::min(tries, kLongest), self.fBusyTimeout - waited);
+  if (tries == 0) self.fWaited = 0;
+  const int pause = std::min(1 << std::min(tries, kLongest), self.fBusyTimeout - self.fWaited);
   if (pause <= 0) return 0;
+  self.fWaited += pause;
   sqlite3_sleep(pause);
   return 1;
 }
@@ -111,7 +112,7 @@ void Connection::LetGo() noexcept {
   fLevels.End(*fCore);
   fStatements.LetGo();
   if (fBusyTimeout != 0) sqlite3_busy_handler(fCore->fConnection, nullptr, nullptr);
-  if (!ConnectionRecord::Of(*fCore).IsWatched()) RemoveHook(*fCore);
+  if (!ConnectionRecord::Of(*fCore).IsWatched()) RemoveHooks(*fCore);
 }
 
 void Connection::End(ConnectionWatcher& self) noexcept {

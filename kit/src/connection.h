@@ -89,6 +89,8 @@ class Connection : private ConnectionWatcher {
   bool fIsWatching = false;
   std::size_t fUsers = 0;
   int fBusyTimeout = 0;
+  // For the lock that is waited for now, in milliseconds.
+  int fWaited = 0;
 };
 
 inline KeptStatement& StatementStore::Lend(KeptStatement& idle) noexcept {

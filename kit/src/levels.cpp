@@ -68,18 +68,39 @@ void Levels::End(SQLDatabase& core) noexcept {
 // Called by SQLite before anything is committed; what is not 0 makes it roll back instead. The end of the outermost
 // level has lowered the depth by then.
 int MayNotCommit(void* database) noexcept {
-  return static_cast<const SQLDatabase*>(database)->fTransactionDepth > 0 ? 1 : 0;
+  const auto& core = *static_cast<const SQLDatabase*>(database);
+  if (core.fTransactionDepth > 0) return 1;
+  ConnectionRecord::Of(core).fIsBegunByKit = false;
+  return 0;
 }
 
-void RefuseHook() { throw Error("The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE); }
+// Called by SQLite after each rollback. That of the outermost level has lowered the depth by then; any other one is a
+// veto, as that of a level inside is. Levels that the core began end by its own rules.
+void NoteRollback(void* database) noexcept {
+  auto& core = *static_cast<SQLDatabase*>(database);
+  bool& isBegunByKit = ConnectionRecord::Of(core).fIsBegunByKit;
+  if (core.fTransactionDepth == 0) {
+    isBegunByKit = false;
+  } else if (isBegunByKit) {
+    core.fTransactionOK = false;
+  }
+}
 
-void SetFirstHook(SQLDatabase& core) {
-  const void* const before = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
-  if (before == nullptr) return;
-  RemoveHook(core);
+void RefuseHook() {
+  throw Error("The program has set a commit or rollback hook, and the kit needs it.", SQLITE_MISUSE);
+}
+
+void SetFirstHooks(SQLDatabase& core) {
+  const void* const atCommit = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
+  const void* const atRollback = sqlite3_rollback_hook(core.fConnection, &NoteRollback, &core);
+  if (atCommit == nullptr && atRollback == nullptr) return;
+  RemoveHooks(core);
   RefuseHook();
 }
 
-void RemoveHook(SQLDatabase& core) noexcept { sqlite3_commit_hook(core.fConnection, nullptr, nullptr); }
+void RemoveHooks(SQLDatabase& core) noexcept {
+  sqlite3_commit_hook(core.fConnection, nullptr, nullptr);
+  sqlite3_rollback_hook(core.fConnection, nullptr, nullptr);
+}
 
 }  // namespace sqldb::kit::detail

@@ -7,6 +7,7 @@
 
 #include <sqlite3.h>
 
+#include "database/connection_record.h"
 #include "sqldb/database.h"
 
 namespace sqldb::kit::detail {
@@ -61,16 +62,20 @@ inline bool IsOver(const SQLDatabase& core) noexcept { return sqlite3_get_autoco
 // Throws the Error that says that SQLite has rolled back.
 [[noreturn]] void ThrowRolledBack();
 
-// The hook by which nothing is committed while a level is open, but by its end: after SQLite has rolled back by itself,
-// each write would be committed alone. Set by the function after it, which throws Error if the program has set another.
+// The hooks by which nothing is committed while a level is open, but by its end: after SQLite has rolled back by
+// itself, each write would be committed alone, and so would a transaction that SQL of the program's own begins then.
+// Set by the function after them, which throws Error if the program has set others.
 int MayNotCommit(void* database) noexcept;
+void NoteRollback(void* database) noexcept;
 [[noreturn]] void RefuseHook();
-inline void SetHook(SQLDatabase& core) {
-  if (sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core) != &core) RefuseHook();
+inline void SetHooks(SQLDatabase& core) {
+  const void* const atCommit = sqlite3_commit_hook(core.fConnection, &MayNotCommit, &core);
+  const void* const atRollback = sqlite3_rollback_hook(core.fConnection, &NoteRollback, &core);
+  if (atCommit != &core || atRollback != &core) RefuseHook();
 }
 // The same for the first Database of a core's database, which has none yet.
-void SetFirstHook(SQLDatabase& core);
-void RemoveHook(SQLDatabase& core) noexcept;
+void SetFirstHooks(SQLDatabase& core);
+void RemoveHooks(SQLDatabase& core) noexcept;
 
 // What a connection knows of its transaction beside what the core counts.
 class Levels {
@@ -88,10 +93,11 @@ class Levels {
   // Begins SQLite's transaction, with all that its end needs. Throws Error.
   void Begin(SQLDatabase& core, ControlStatements::Kind kind) {
     if (!fStatements.Has(kind) || !core.fTransactionOK || fOwesRollback) MakeReady(core, kind);
-    SetHook(core);
+    SetHooks(core);
     const int result = fStatements.Run(kind);
     if (result != SQLITE_DONE) ThrowFailure(core, result, kind);
     core.fTransactionDepth = 1;
+    ConnectionRecord::Of(core).fIsBegunByKit = true;
     fOutermost = 1;
     fSavepoints = 0;
     ++fNumber;

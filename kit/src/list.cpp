@@ -45,10 +45,17 @@ void ListBuilder::Add(const Argument& value) { value.bind(Target{nullptr, 0, fal
 
 namespace {
 
+// Whether it has the word, without which nothing takes a list.
 bool MentionsList(std::string_view sql) {
   constexpr std::string_view kList = "list";
   const auto isSame = [](char a, char b) { return (a | 0x20) == b; };
-  return std::search(sql.begin(), sql.end(), kList.begin(), kList.end(), isSame) != sql.end();
+  for (auto begin = sql.begin();; ++begin) {
+    begin = std::search(begin, sql.end(), kList.begin(), kList.end(), isSame);
+    if (begin == sql.end()) return false;
+    const auto end = begin + kList.size();
+    const bool isWhole = (begin == sql.begin() || !IsOfName(begin[-1])) && (end == sql.end() || !IsOfName(*end));
+    if (isWhole) return true;
+  }
 }
 
 // By which SQLite tells that a pointer is of the right type.

@@ -49,7 +49,7 @@ std::string RealLiteral(double value) {
 
 // Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob.
 std::string TextLiteral(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return "CAST(x'" + HexDigits(text) + "' AS TEXT)";
+  if (text.find('\0') != std::string_view::npos) return "+CAST(x'" + HexDigits(text) + "' AS TEXT)";
   std::string literal = "'";
   for (const char character : text) {
     if (character == '\'') literal += '\'';

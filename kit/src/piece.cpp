@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include "compile.h"
 #include "piece_values.h"
 #include "sqldb/kit/error.h"
 
@@ -12,12 +13,6 @@ namespace sqldb::kit::detail {
 namespace {
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
-
-bool IsOfName(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return IsDigit(character) || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte == '_' ||
-         byte >= 0x80;
-}
 
 // Behind a text, a quoted name or a comment that begins at `begin`; the place of anything else.
 std::size_t BehindQuoted(std::string_view sql, std::size_t begin) {

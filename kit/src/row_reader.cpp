@@ -20,10 +20,16 @@ int Compilations([[maybe_unused]] sqlite3_stmt* statement) {
 }
 
 // A field's name may be quoted, as it stands in SQL; a column's is not.
-std::string_view Unquoted(const char* name) {
-  const std::string_view whole(name);
-  const bool isQuoted = name[0] == '"' || name[0] == '`' || name[0] == '[';
-  return isQuoted ? whole.substr(1, whole.size() - 2) : whole;
+std::string Unquoted(std::string_view name) {
+  const char quote = name.empty() ? '\0' : name[0];
+  if (quote != '"' && quote != '`' && quote != '[') return std::string(name);
+  std::string unquoted;
+  for (std::size_t i = 1; i + 1 < name.size(); ++i) {
+    unquoted += name[i];
+    // A quote inside is doubled.
+    if (name[i] == quote && quote != '[') ++i;
+  }
+  return unquoted;
 }
 
 // Finds the columns of a row, and says what is wrong with them.

@@ -70,6 +70,7 @@ void Transaction::Commit() {
     ThrowFailure(core, result, kind);
   }
   core.fTransactionOK = true;
+  ConnectionRecord::Of(core).fIsBegunByKit = false;
   levels.fOutermost = 0;
   fHasEnded = true;
   // There was none to end.

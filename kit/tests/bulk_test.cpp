@@ -124,6 +124,24 @@ TEST_F(BulkTest, ASecondKeyOfZeroIsToldAboutNumbering) {
   EXPECT_THAT(Ids(), IsEmpty());
 }
 
+TEST_F(BulkTest, AfterARollbackOfSQLiteNothingIsSaidToStay) {
+  fDatabase.Execute(
+      "CREATE TEMP TRIGGER no BEFORE INSERT ON parts WHEN NEW.id = 6 BEGIN SELECT RAISE(ROLLBACK, 'no'); END");
+  const auto written = [&] {
+    return ThrownBy<ConstraintError>([&] { fParts.InsertMany(Numbers(1, 9), {2}); }).Written();
+  };
+  EXPECT_EQ(written(), 4U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4));
+  fDatabase.Execute("DELETE FROM parts");
+  {
+    const sqldb::kit::Transaction transaction(fDatabase);
+    EXPECT_EQ(written(), 0U);
+  }
+  fDatabase.Execute("BEGIN");
+  EXPECT_EQ(written(), 0U);
+  EXPECT_THAT(Ids(), IsEmpty());
+}
+
 TEST_F(BulkTest, EachBatchIsATransactionAndIsReported) {
   std::vector<Report> reports;
   EXPECT_EQ(fParts.InsertMany(Numbers(1, 7), {3}, Noting(reports)), 7U);

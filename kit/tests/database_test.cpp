@@ -333,7 +333,9 @@ TEST(Database, PragmaThatWouldEndTheWaitingIsRefused) {
   Database database(":memory:");
   for (const char* const sql :
        {"PRAGMA busy_timeout = 10", "  pragma BUSY_TIMEOUT(10)", "/* a */ PRAGMA--\n main . busy_timeout = 10",
-        "PRAGMA \"busy_timeout\" = 10", "PRAGMA [main].`busy_timeout`=10", "PRAGMA busy_timeout"}) {
+        "PRAGMA \"busy_timeout\" = 10", "PRAGMA [main].`busy_timeout`=10", "PRAGMA[busy_timeout]=10",
+        "EXPLAIN PRAGMA busy_timeout = 10", "explain query plan PRAGMA busy_timeout = 10",
+        "\xEF\xBB\xBFPRAGMA busy_timeout = 10", "PRAGMA busy_timeout"}) {
     SCOPED_TRACE(sql);
     EXPECT_EQ(ThrownBy([&] { database.Execute(sql); }).Code(), SQLITE_MISUSE);
     EXPECT_THAT(Why(ThrownBy([&] { database.ExecuteScript(sql); })), HasSubstr("Options::busyTimeout"));
@@ -429,7 +431,34 @@ TEST_F(DatabaseFileTest, WriteInATransactionThatReadTooEarlySaysWhatToDo) {
   other.Execute("INSERT INTO t VALUES (3)");
   const auto error = ThrownBy<BusyError>([&] { database.Execute("INSERT INTO t VALUES (4)"); });
   EXPECT_EQ(error.ExtendedCode(), SQLITE_BUSY_SNAPSHOT);
-  EXPECT_THAT(Why(error), HasSubstr("the transaction has read before another connection wrote"));
+  EXPECT_EQ(Why(error),
+            "database is locked: the transaction has read before another connection wrote; end it, and begin the next"
+            " one to write at once");
+}
+
+TEST_F(DatabaseFileTest, StatementOfTheProgramThatOutlivesTheDatabaseDoesNotWait) {
+  Make();
+  Database other(File());
+  sqlite3* connection = nullptr;
+  sqlite3_stmt* statement = nullptr;
+  {
+    const Database database(File());
+    connection = database.Core().fConnection;
+    ASSERT_EQ(sqlite3_prepare_v2(connection, "INSERT INTO t VALUES (1)", -1, &statement, nullptr), SQLITE_OK);
+  }
+  other.Execute("BEGIN IMMEDIATE");
+  EXPECT_EQ(sqlite3_step(statement), SQLITE_BUSY);
+  sqlite3_finalize(statement);
+  EXPECT_EQ(sqlite3_close(connection), SQLITE_OK);
+}
+
+TEST_F(DatabaseFileTest, CodesOfADatabaseOfTheCoreAreExtendedOnes) {
+  const auto core = boost::make_shared<sqldb::SQLDatabase>(File(), false);
+  core->Open();
+  Database database(core);
+  database.ExecuteScript("CREATE TABLE t (a PRIMARY KEY); INSERT INTO t VALUES (1)");
+  const auto error = ThrownBy<ConstraintError>([&] { database.Execute("INSERT INTO t VALUES (1)"); });
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_PRIMARYKEY);
 }
 
 TEST(Database, DropInAnOpenRangeSaysWhatToDo) {
@@ -520,6 +549,15 @@ TEST(Database, ScriptWithAZeroByteIsAnError) {
             "There is a zero byte in the text.");
 }
 
+TEST(Database, ScriptMayConsistOfWhatSQLiteTakesForABlank) {
+  Database database(":memory:");
+  database.ExecuteScript("\xEF\xBB\xBF");
+  database.ExecuteScript(
+      "\xEF\xBB\xBF"
+      "CREATE TABLE t (a);");
+  EXPECT_EQ(database.One<int>("SELECT COUNT(*) FROM t"), 0);
+}
+
 TEST(Database, TextThatIsLongerThanSQLiteTakesIsAnError) {
   constexpr std::size_t kTooLong = static_cast<std::size_t>(std::numeric_limits<int>::max()) + 1;
   // Nothing is read but its beginning.
@@ -548,6 +586,8 @@ TEST(Database, NoStatementOrSeveralAreErrors) {
   EXPECT_EQ(database.One<int>("SELECT 1 ; -- the end\n /* really */ ;"), 1);
   EXPECT_EQ(database.One<int>("SELECT 1; \t\r\n\f;"), 1);
   EXPECT_EQ(database.One<int>("SELECT 1; /* the end; SELECT 2"), 1);
+  EXPECT_EQ(database.One<int>("SELECT 1; /* a / b * c */"), 1);
+  EXPECT_EQ(database.One<int>("SELECT 1; \xEF\xBB\xBF"), 1);
 }
 
 // --- Parameters ------------------------------------------------------------------------------------------------------

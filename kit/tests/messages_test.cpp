@@ -258,6 +258,8 @@ const Saying kSayings[] = {
      [](Database& d) { d.All<double>("SELECT 9007199254740993 AS n"); }},
     {"column n has a real number that no float holds exactly", SQLITE_MISMATCH,
      [](Database& d) { d.All<float>("SELECT 0.1 AS n"); }},
+    {"column text has a text with a zero byte, at which the characters that it is read into would end", SQLITE_MISMATCH,
+     [](Database& d) { d.One<Line>("SELECT 1 AS number, CAST(x'610062' AS TEXT) AS text, 0 AS isLast"); }},
     {"column text has a text that is longer than the characters that it is read into", SQLITE_MISMATCH,
      [](Database& d) { d.All<Line>("SELECT 1 AS number, 'hello' AS text, 0 AS isLast"); }},
     {"An integer does not fit into 64 bits with a sign.", SQLITE_MISMATCH,
@@ -325,7 +327,7 @@ const Saying kSayings[] = {
        savepoint.Release();
        savepoint.Release();
      }},
-    {"The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE,
+    {"The program has set a commit or rollback hook, and the kit needs it.", SQLITE_MISUSE,
      [](Database& d) {
        static int data;
        sqlite3_commit_hook(

@@ -122,17 +122,20 @@ TEST_F(QueryTest, LocalStructNeedsNoTable) {
 struct Spaced {
   int first = 0;
   int second = 0;
+  int third = 0;
 
   static constexpr auto Description() {
-    return Describe(Field("`a b`", &Spaced::first), Field("[c d]", &Spaced::second));
+    return Describe(Field("`a b`", &Spaced::first), Field("[c d]", &Spaced::second),
+                    Field("\"e\"\"f\"", &Spaced::third));
   }
 };
 
 TEST_F(QueryTest, QuotesOfAFieldsNameAreNotOfTheColumns) {
   EXPECT_EQ(fDatabase.One<Loose>("SELECT 2 AS \"b\", 1 AS a").b, 2);
-  const auto spaced = fDatabase.One<Spaced>("SELECT 2 AS \"c d\", 1 AS \"a b\"");
+  const auto spaced = fDatabase.One<Spaced>("SELECT 2 AS \"c d\", 1 AS \"a b\", 3 AS \"e\"\"f\"");
   EXPECT_EQ(spaced.first, 1);
   EXPECT_EQ(spaced.second, 2);
+  EXPECT_EQ(spaced.third, 3);
 }
 
 TEST_F(QueryTest, ColumnWhoseNameOnlyBeginsAsTheFieldsIsAnotherOne) {
@@ -202,7 +205,16 @@ TEST_F(QueryTest, AListOutsideOfListIsRefusedAndNotNull) {
   EXPECT_EQ(error.Message(), "A list stands in list(?), as in: IN (SELECT value FROM list(?)).");
   EXPECT_EQ(error.Code(), SQLITE_MISUSE);
   EXPECT_EQ(error.Sql(), kSql);
-  EXPECT_EQ(fDatabase.One<int>("SELECT COUNT(*) FROM LIST(?)", List(ids)), 2);
+  for (const char* const sql :
+       {"SELECT playlist FROM (SELECT 1 AS playlist) WHERE playlist IN (?)",
+        "SELECT lists FROM (SELECT 1 AS lists) WHERE lists IN (?)", "SELECT 1 AS mylist LIMIT ?"}) {
+    EXPECT_EQ(ThrownBy([&] { fDatabase.All<int>(sql, List(ids)); }).Code(), SQLITE_MISUSE) << sql;
+  }
+  for (const char* const sql :
+       {"SELECT COUNT(*) FROM LIST(?)", "SELECT COUNT(*) FROM \"list\" /* of numbers */ (?)",
+        "SELECT count(*) AS playlist FROM[list](?)", "SELECT COUNT(*) FROM list WHERE ?=list"}) {
+    EXPECT_EQ(fDatabase.One<int>(sql, List(ids)), 2) << sql;
+  }
 }
 
 TEST_F(QueryTest, AListIsNoValueOfATerm) {
@@ -302,6 +314,33 @@ TEST_F(QueryTest, BeginRunsItAnew) {
   EXPECT_THAT(std::vector<std::string>(rows.begin(), rows.end()), ElementsAre("bolt", "nut", "cog"));
   fDatabase.Execute("DELETE FROM parts WHERE id = 1");
   EXPECT_EQ(*rows.begin(), "nut");
+}
+
+// With a member that is not described, and one that cannot be copied.
+struct Keeper {
+  std::string name;
+  std::string origin = "default";
+  std::unique_ptr<int> owned = std::make_unique<int>(7);
+
+  static constexpr auto Description() { return Describe(Field("name", &Keeper::name)); }
+};
+
+TEST_F(QueryTest, PostIncrementTakesTheRowAndLeavesANewOne) {
+  auto rows = fDatabase.Query<Keeper>(kNames);
+  auto row = rows.begin();
+  const Keeper first = *row++;
+  EXPECT_EQ(first.name, "bolt");
+  EXPECT_EQ(*first.owned, 7);
+  EXPECT_EQ(row->name, "nut");
+  EXPECT_EQ(row->origin, "default");
+  EXPECT_EQ(*row->owned, 7);
+  if (support::IsOlderThan(3035000)) return;
+  auto written =
+      fDatabase.Query<Keeper>("INSERT INTO parts (id, name, price) VALUES (7, 'a', 1), (8, 'b', 2) RETURNING name");
+  auto kept = written.begin();
+  EXPECT_EQ(Keeper(*kept++).name, "a");
+  EXPECT_EQ(Keeper(*kept++).name, "b");
+  EXPECT_EQ(kept, written.end());
 }
 
 TEST_F(QueryTest, RunsOnlyWhenBegun) {

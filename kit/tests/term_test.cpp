@@ -215,7 +215,7 @@ TEST(Term, TakesTextsOfEveryKind) {
                            name == "it's", note == "it's"}) {
     EXPECT_EQ(TextOf(term).substr(5), " = 'it''s'");
   }
-  EXPECT_EQ(TextOf(name == std::string("a\0b", 3)), " name = CAST(x'610062' AS TEXT)");
+  EXPECT_EQ(TextOf(name == std::string("a\0b", 3)), " name = +CAST(x'610062' AS TEXT)");
   const char* const null = nullptr;
   EXPECT_EQ(ThrownBy([&] { static_cast<void>(name == null); }).Message(),
             "A text is a null pointer; std::nullopt stands for NULL.");

@@ -352,6 +352,7 @@ TEST_P(OwnRollbackTest, AnActionThatGoesOnWritesNothing) {
         ExpectError(ThrownBy([&] { Write(10 + i); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         ExpectError(ThrownBy([&] { fDatabase.ExecuteScript("SELECT 1; INSERT INTO t VALUES (20)"); }), kRolledBack,
                     SQLITE_ABORT_ROLLBACK);
+        fDatabase.ExecuteScript("SELECT 1");
         ExpectError(ThrownBy([&] { const Transaction inner(fDatabase); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         ExpectError(ThrownBy([&] { const Savepoint part(fDatabase); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         EXPECT_THAT(fDatabase.All<int>("SELECT a FROM t"), IsEmpty());
@@ -364,6 +365,48 @@ TEST_P(OwnRollbackTest, AnActionThatGoesOnWritesNothing) {
   Write(2);
   InTransaction(fDatabase, [&] { Write(3); });
   EXPECT_THAT(Seen(), ElementsAre(2, 3));
+}
+
+TEST_P(OwnRollbackTest, WhatTheProgramBeginsInItsPlaceIsNotCommittedWithTheLevel) {
+  for (const char* const begin : {"BEGIN", "BEGIN IMMEDIATE", "SAVEPOINT own"}) {
+    SCOPED_TRACE(begin);
+    for (const bool isByCore : {false, true}) {
+      Transaction transaction(fDatabase);
+      CauseIt();
+      if (isByCore) {
+        Core().SendQuery(begin, nullptr, nullptr);
+        WriteByCore(10);
+      } else {
+        // The kit sees that a BEGIN IMMEDIATE writes, and refuses that at once.
+        try {
+          fDatabase.ExecuteScript(begin);
+          Write(10);
+        } catch (const Error& error) {
+          ExpectError(error, kRolledBack, SQLITE_ABORT_ROLLBACK);
+        }
+      }
+      EXPECT_EQ(CommitError(transaction).ExtendedCode(), SQLITE_ABORT_ROLLBACK);
+      ExpectNoTransaction();
+      EXPECT_THAT(Seen(), IsEmpty());
+    }
+  }
+  InTransaction(fDatabase, [&] { Write(2); });
+  Core().BeginTransaction();
+  WriteByCore(3);
+  Core().EndTransaction(true, false);
+  EXPECT_THAT(Seen(), ElementsAre(2, 3));
+}
+
+TEST_P(OwnRollbackTest, ALevelOfTheCoreAfterOneOfTheKitIsTheCores) {
+  // One that has written, one that has not, and one that was undone.
+  InTransaction(fDatabase, [&] { Write(1); });
+  fDatabase.Execute("DELETE FROM t");
+  InTransaction(fDatabase, [] {});
+  { const Transaction undone(fDatabase); }
+  Core().BeginTransaction();
+  CauseIt();
+  EXPECT_TRUE(Core().fTransactionOK);
+  ThrownBy([&] { sqldb::kit::Run(Core(), [&] { Core().EndTransaction(true, true); }); });
 }
 
 TEST_P(OwnRollbackTest, NeitherDoesTheCore) {
@@ -516,11 +559,21 @@ TEST_F(TransactionTest, ACommitHookOfTheProgramIsRefusedAndNotPutBack) {
     sqlite3_commit_hook(
         Core().fConnection, [](void*) { return 1; }, data);
     ExpectError(ThrownBy([&] { const Transaction transaction(fDatabase); }),
-                "The program has set a commit hook, and the kit needs it.", SQLITE_MISUSE);
+                "The program has set a commit or rollback hook, and the kit needs it.", SQLITE_MISUSE);
     ExpectNoTransaction();
     InTransaction(fDatabase, [&] { Write(data != nullptr ? 1 : 2); });
   }
   EXPECT_THAT(Seen(), ElementsAre(1, 2));
+}
+
+TEST_F(TransactionTest, ARollbackHookOfTheProgramIsRefusedAndNotPutBack) {
+  sqlite3_rollback_hook(
+      Core().fConnection, [](void*) {}, this);
+  ExpectError(ThrownBy([&] { const Transaction transaction(fDatabase); }),
+              "The program has set a commit or rollback hook, and the kit needs it.", SQLITE_MISUSE);
+  ExpectNoTransaction();
+  InTransaction(fDatabase, [&] { Write(1); });
+  EXPECT_THAT(Seen(), ElementsAre(1));
 }
 
 TEST_F(TransactionTest, ACommitOfTheProgramsOwnIsRefusedInsideALevel) {
@@ -553,6 +606,10 @@ TEST_F(TransactionTest, ADatabaseOfTheCoreWithACommitHookIsRefusedAndLeftWithout
       core->fConnection, [](void*) { return 1; }, this);
   EXPECT_EQ(ThrownBy([&] { const Database database(core); }).Code(), SQLITE_MISUSE);
   EXPECT_EQ(sqlite3_commit_hook(core->fConnection, nullptr, nullptr), nullptr);
+  sqlite3_rollback_hook(
+      core->fConnection, [](void*) {}, this);
+  EXPECT_EQ(ThrownBy([&] { const Database database(core); }).Code(), SQLITE_MISUSE);
+  EXPECT_EQ(sqlite3_rollback_hook(core->fConnection, nullptr, nullptr), nullptr);
   const Database database(core);
 }
 
@@ -584,6 +641,7 @@ TEST_F(TransactionTest, TheLastDatabaseOfACoreTakesTheHookOff) {
   core->Open();
   { const Database database(core); }
   EXPECT_EQ(sqlite3_commit_hook(core->fConnection, nullptr, nullptr), nullptr);
+  EXPECT_EQ(sqlite3_rollback_hook(core->fConnection, nullptr, nullptr), nullptr);
 }
 
 TEST_F(TransactionTest, TheEndNeedsNoMemoryOfSQLiteAndNoneOfTheProgram) {
@@ -613,6 +671,7 @@ TEST_F(TransactionTest, ARollbackThatIsRefusedIsMadeUpForByTheNextWrite) {
     EXPECT_EQ(Core().fTransactionDepth, 0);
     EXPECT_FALSE(Core().fTransactionOK);
     EXPECT_EQ(ThrownBy([&] { Write(2); }).Code(), SQLITE_AUTH);
+    EXPECT_EQ(ThrownBy([&] { fDatabase.ExecuteScript("INSERT INTO t VALUES (2)"); }).Code(), SQLITE_AUTH);
   }
   Write(3);
   ExpectNoTransaction();

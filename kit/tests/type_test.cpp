@@ -244,12 +244,16 @@ TEST_F(TypeTest, TextIsNoNumberNorIsANumberAText) {
 
 TEST_F(TypeTest, ArraysOfCharactersRoundTripFullShorterAndEmpty) {
   using Characters = std::array<char, 4>;
-  for (const Characters& value : {Characters{'a', 'b', 'c', 'd'}, Characters{'a', 'b'}, Characters{},
-                                  Characters{'a', '\0', 'b'}, Characters{'\'', '\'', '\'', '\''}}) {
+  for (const Characters& value :
+       {Characters{'a', 'b', 'c', 'd'}, Characters{'a', 'b'}, Characters{}, Characters{'\'', '\'', '\'', '\''}}) {
     ExpectRoundTrip(value, "text");
   }
   ExpectRoundTrip(std::array<char, 0>{}, "text");
   EXPECT_EQ(fDatabase.One<int>("SELECT length(?)", Characters{'a', 'b'}), 2);
+  // What is left there of a longer text is none of it.
+  EXPECT_EQ(fDatabase.One<Characters>("SELECT ?", Characters{'a', '\0', 'b'}), (Characters{'a'}));
+  EXPECT_EQ(UnfitFrom<Characters>("CAST(x'610062' AS TEXT)"),
+            "column c has a text with a zero byte, at which the characters that it is read into would end");
 }
 
 struct Coded {
@@ -531,7 +535,7 @@ TEST(AnyValues, LiteralsAreWhatTheyAlwaysWere) {
   EXPECT_EQ(LiteralOf(9007199254740992.0), "(4503599627370496*1.0*2.0)");
   EXPECT_EQ(LiteralOf(kInfinity), "9e999");
   EXPECT_EQ(LiteralOf(std::string("'it''s'")), "'''it''''s'''");
-  EXPECT_EQ(LiteralOf(std::string("a\0'\xFF", 4)), "CAST(x'610027FF' AS TEXT)");
+  EXPECT_EQ(LiteralOf(std::string("a\0'\xFF", 4)), "+CAST(x'610027FF' AS TEXT)");
   EXPECT_EQ(LiteralOf(Blob{0x00, 0x0F, 0xA0, 0xFF, 0x27}), "x'000FA0FF27'");
 }
 

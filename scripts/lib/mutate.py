@@ -287,7 +287,7 @@ class Worker:
                                        stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.DEVNULL,
                                        start_new_session=True, preexec_fn=limit_resources)
             try:
-                passed = process.wait(40 * limit) == 0
+                passed = process.wait(10 * limit) == 0
             except subprocess.TimeoutExpired:
                 passed = False
             finally:

@@ -65,6 +65,8 @@ class ConnectionRecord {
     }
   }
 
+  // Whether the kit has begun the transaction of the levels that are open.
+  bool fIsBegunByKit = false;
   // The earliest first. Whoever finalizes one takes it off before.
   std::vector<Leftover> fLeftovers;
   // That of the next one.

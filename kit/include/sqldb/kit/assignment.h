@@ -66,11 +66,11 @@ inline constexpr std::size_t kMostCharacters<char[N]> = N;
 template <std::size_t N>
 inline constexpr std::size_t kMostCharacters<std::array<char, N>> = N;
 
-/// In bytes; of an array without the zero bytes at its end, which are not stored.
+/// In bytes; of an array up to its zero byte.
 template <typename V>
 std::size_t TextSize(const V& text) {
   if constexpr (kMostCharacters<V> != 0) {
-    return Unfilled(std::data(text), kMostCharacters<V>).size();
+    return UpToZero(std::data(text), kMostCharacters<V>).size();
   } else {
     return std::string_view(text).size();
   }

@@ -61,6 +61,7 @@ class SQLDB_EXPORT BulkWriter {
  private:
   void BeginBatch();
   void EndBatch();
+  std::size_t Kept() const;
 
   const TableHandle& fTable;
   const RecordWrite fWhat;

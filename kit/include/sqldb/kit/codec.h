@@ -81,6 +81,8 @@ SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
 SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
 /// An integer, too, if a double holds it exactly.
 SQLDB_EXPORT double ReadReal(const Source& source);
+/// Whether a float holds it exactly; infinity, too.
+SQLDB_EXPORT bool IsFloat(double value) noexcept;
 /// What ReadReal reads, if a float holds it exactly.
 SQLDB_EXPORT float ReadFloat(const Source& source);
 /// Valid until the statement is stepped or reset.
@@ -233,10 +235,10 @@ struct Codec<std::string> {
   static void Bind(const Target& target, const std::string& value) { BindText(target, value); }
 };
 
-/// All characters up to the zero bytes at their end: what of an array of them is stored. A view of them.
-SQLDB_EXPORT std::string_view Unfilled(const char* characters, std::size_t size) noexcept;
+/// The characters up to the first zero byte, or all of them: what of an array of them is stored, as C has it. A view.
+SQLDB_EXPORT std::string_view UpToZero(const char* characters, std::size_t size) noexcept;
 /// Reads a text into an array, and fills the rest with zero bytes: with all full, none stands at the end. Throws
-/// ConversionError for a text that is longer.
+/// ConversionError for a text that is longer, or has a zero byte, which would end it.
 SQLDB_EXPORT void FillWithText(const Source& source, char* characters, std::size_t size);
 
 /// Arrays of characters, in C and in C++.
@@ -247,7 +249,7 @@ struct CharactersCodec {
 
   static void Load(const Source& source, Characters& value) { FillWithText(source, std::data(value), kSize); }
   static void Bind(const Target& target, const Characters& value) {
-    BindText(target, Unfilled(std::data(value), kSize));
+    BindText(target, UpToZero(std::data(value), kSize));
   }
 };
 template <std::size_t N>

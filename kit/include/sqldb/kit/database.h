@@ -141,7 +141,7 @@ class SQLDB_EXPORT Database {
   /// Shares an open database of the core, which lives at least until Close. Its connection stays as it is: of Options
   /// only the default of keptStatements holds, and statements wait only if the program has told SQLite so. Several
   /// Databases may share one; they count its transactions together. Throws Error if it is null or not open, if its
-  /// encoding is UTF-16, or if the program has set a commit hook, see transaction.h.
+  /// encoding is UTF-16, or if the program has set a commit or rollback hook, see transaction.h.
   explicit Database(boost::shared_ptr<SQLDatabase> core);
   /// The other one is then only to be destroyed or assigned to; other uses throw Error. What was made from it goes on.
   Database(Database&&) noexcept = default;
@@ -218,8 +218,8 @@ class SQLDB_EXPORT Database {
   /// The database of the core, for its objects and, by fConnection, for SQLite's own functions. What is called there
   /// does not wait, and throws what the core throws. It is there until Close, longer if others share it. Throws Error
   /// after Close.
-  /// REQUIRES: the program finalizes and steps no statement that it has not compiled itself, sets no commit hook and,
-  /// unless Options::busyTimeout is 0, no busy handler.
+  /// REQUIRES: the program finalizes and steps no statement that it has not compiled itself, sets no commit or
+  /// rollback hook and, unless Options::busyTimeout is 0, no busy handler.
   SQLDatabase& Core() const;
 
   /// Lets go of all statements, those of running queries too, and closes the connection, unless others share the core's

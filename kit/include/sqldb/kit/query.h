@@ -70,8 +70,7 @@ class RowIterator {
     if (!fReader.LoadFirst(Places<Row>(*fRow).all)) fRow.reset();
   }
   /// Over rows that are there, and stay there.
-  RowIterator(const KeptRow<Row>* firstRow, const KeptRow<Row>* behindLastRow)
-      : fKept(firstRow), fKeptEnd(behindLastRow) {}
+  RowIterator(KeptRow<Row>* firstRow, KeptRow<Row>* behindLastRow) : fKept(firstRow), fKeptEnd(behindLastRow) {}
 
   /// Valid until the iterator is advanced. REQUIRES: it is not at the end.
   reference operator*() const { return fKept != fKeptEnd ? fKept->row : *fRow; }
@@ -88,9 +87,12 @@ class RowIterator {
     }
     return *this;
   }
-  /// The same. The row before is moved into what it returns.
+  /// The same. The row before is moved into what it returns; one that the range keeps is copied, if it can be.
   Previous operator++(int) {
-    Previous previous(fKept != fKeptEnd ? Row(fKept->row) : std::move(*fRow));
+    if (fKept != fKeptEnd) return Previous(Taken((fKept++)->row));
+    Previous previous(std::move(*fRow));
+    // Members that are not read have what a new one gives them.
+    fRow.emplace();
     ++*this;
     return previous;
   }
@@ -100,6 +102,14 @@ class RowIterator {
   friend bool operator!=(const RowIterator& a, const RowIterator& b) { return a.IsAtEnd() != b.IsAtEnd(); }
 
  private:
+  static Row Taken(Row& kept) {
+    if constexpr (std::is_copy_constructible_v<Row>) {
+      return kept;
+    } else {
+      return std::move(kept);
+    }
+  }
+
   bool IsAtEnd() const { return !fRow && fKept == fKeptEnd; }
 
   void Advance() {
@@ -115,8 +125,8 @@ class RowIterator {
 
   RowReader fReader;
   std::optional<Row> fRow;
-  const KeptRow<Row>* fKept = nullptr;
-  const KeptRow<Row>* fKeptEnd = nullptr;
+  KeptRow<Row>* fKept = nullptr;
+  KeptRow<Row>* fKeptEnd = nullptr;
 };
 
 /// What a row of all T is: a tuple of them, or the only one.

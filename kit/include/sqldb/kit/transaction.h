@@ -26,10 +26,12 @@
 // whatever else uses the connection: inside a level nothing is committed but by its end. A COMMIT of the program's own
 // is refused there, too, and rolls back.
 //
-// For that the kit needs SQLite's commit hook. A program that sets its own instead is refused the next transaction; the
-// kit's is then in its place again, since SQLite tells nobody what the program's was. A Database is not made of an open
-// database of the core that has one either, and takes it off; one that was set with a null pointer as its data cannot
-// be told from none, and is lost.
+// What SQL of the program's own begins in its place is rolled back with the level.
+//
+// For that the kit needs SQLite's commit and rollback hooks. A program that sets its own instead is refused the next
+// transaction; the kit's are then in their place again, since SQLite tells nobody what the program's were. A Database
+// is not made of an open database of the core that has one either, and takes it off; one that was set with a null
+// pointer as its data cannot be told from none, and is lost.
 
 #include <cstdint>
 #include <type_traits>

@@ -18,7 +18,7 @@
 //   integers                 INTEGER  not char and wchar_t, which are characters
 //   float, double            REAL     infinities are kept; NaN, which SQLite would store as NULL, is refused
 //   std::string              TEXT     any bytes, zero bytes included
-//   char[N], array<char, N>  TEXT     up to N bytes, filled up with zero bytes
+//   char[N], array<char, N>  TEXT     up to N bytes, which end at the first zero byte, as in C
 //   Blob                     BLOB
 //   EncodedBytes             TEXT     in the encoding of sqldb/encoding.h
 //   std::optional<T>         as T     no value is NULL
