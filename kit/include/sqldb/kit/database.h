@@ -225,6 +225,7 @@ class SQLDB_EXPORT Database {
   /// Lets go of all statements, those of running queries too, and closes the connection, unless others share the core's
   /// database. A transaction of the kit that is open is rolled back. What was made from the database throws Error from
   /// now on. Once more does nothing.
+  /// REQUIRES: no SQL function that one of its statements has called is running.
   void Close() noexcept;
 
  private:

@@ -101,6 +101,9 @@ void* EmplaceRecord(void* optional) {
 /// A row is what the description says of it: other columns of the table are not read, keep what they have when it is
 /// updated, and get their default when it is inserted. Values are bound where they are, without a copy, until an
 /// operation returns.
+///
+/// A name without a schema is looked up when a statement is compiled: give main.parts where an attached file has a
+/// table of the same name.
 template <typename Record>
 class Table {
  public:
@@ -111,7 +114,8 @@ class Table {
                   R"(The description names no table: Describe("parts", ...), or Table<Part>(database, "parts").)");
   }
   /// Another table or view that has the columns of the description. The name is copied. What has no rows of its own, a
-  /// view or a query in parentheses, serves Find, Select, Count and Has, and is written only if SQLite can:
+  /// view or a query in parentheses, serves Find, Select, Count and Has, and is written only if SQLite can, which counts
+  /// no row for what INSTEAD OF triggers do:
   ///
   ///     const Table<Part> old(database, "\"old parts\"");
   ///     const Table<Part> cheap(database, "(SELECT * FROM parts WHERE price < 1)");
@@ -151,8 +155,9 @@ class Table {
   }
 
   /// Inserts a row and returns its rowid, which is the key if that is one integer; of no meaning for a table WITHOUT
-  /// ROWID. Throws ConstraintError if the key, or the value of a unique field, is there already. A key that is an empty
-  /// std::optional is numbered; the record stays as it is:
+  /// ROWID, and where SQL makes SQLite insert nothing (a view, UNIQUE ON CONFLICT IGNORE, RAISE(IGNORE)). Throws
+  /// ConstraintError if the key, or the value of a unique field, is there already. A key that is an empty std::optional
+  /// is numbered; the record stays as it is:
   ///
   ///     part.id = parts.Insert(part);
   std::int64_t Insert(const Record& record) const { return fTable.Insert(&record); }
@@ -162,7 +167,8 @@ class Table {
     return fTable.Write(detail::RecordWrite::kInsertOrIgnore, &record);
   }
   /// Inserts a row, or gives the row with the same key the record's values, and leaves what refers to it alone. Throws
-  /// ConstraintError for the value of another unique field. Needs SQLite 3.24.
+  /// ConstraintError for the value of another unique field, and, though the row is there, if a column that is not
+  /// described is NOT NULL and has no default. Needs SQLite 3.24.
   /// REQUIRES: the key of the description is the table's primary key, or UNIQUE in it.
   void Upsert(const Record& record) const {
     RequireKey();

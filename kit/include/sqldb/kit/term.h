@@ -18,7 +18,8 @@
 //
 // A term carries its values, which become parameters: none of them is ever read as SQL. An empty term vanishes from a
 // combination, so that a filter which the user left out needs no case of its own. Any number of operands works, but
-// combinations of combinations go only as deep as SQLite's parser: some forty levels.
+// combinations of combinations go only as deep as SQLite's parser: some forty levels of a few operands, ten of a
+// hundred each.
 //
 // Columns are constants. Terms are values, of which copies may be used by different threads: to copy one is cheap, and
 // a chain that grows (`term = term && ...`) is not copied.
