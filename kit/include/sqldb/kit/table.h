@@ -114,8 +114,8 @@ class Table {
                   R"(The description names no table: Describe("parts", ...), or Table<Part>(database, "parts").)");
   }
   /// Another table or view that has the columns of the description. The name is copied. What has no rows of its own, a
-  /// view or a query in parentheses, serves Find, Select, Count and Has, and is written only if SQLite can, which counts
-  /// no row for what INSTEAD OF triggers do:
+  /// view or a query in parentheses, serves Find, Select, Count and Has, and is written only if SQLite can, which
+  /// counts no row for what INSTEAD OF triggers do:
   ///
   ///     const Table<Part> old(database, "\"old parts\"");
   ///     const Table<Part> cheap(database, "(SELECT * FROM parts WHERE price < 1)");
