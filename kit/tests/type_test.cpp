@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -15,8 +16,9 @@
 
 #include "encoded_size.h"
 #include "kit_test.h"
-#include "literal.h"
 #include "sqldb/database.h"
+#include "sqldb/kit/term.h"
+#include "sqldb/term.h"
 
 namespace {
 
@@ -33,10 +35,11 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 template <typename T>
 std::string LiteralOf(const T& value) {
-  std::string sql;
-  sqldb::kit::detail::LiteralWriter writer(sql);
-  sqldb::kit::detail::Codec<T>::Bind(sqldb::kit::detail::Target{nullptr, 0, false, &writer}, value);
-  return sql;
+  std::ostringstream text;
+  sqldb::kit::Where("?", value).Core()->Print(text);
+  // In the parentheses of the term, with a blank before them.
+  const std::string sql = text.str();
+  return sql.substr(2, sql.size() - 3);
 }
 
 Blob AllBytes() {
