@@ -127,7 +127,6 @@ void Connection::Close() noexcept {
     ConnectionRecord::Of(*fCore).Leave(*this);
     LetGo();
   }
-  if (fCore && fCore.use_count() == 1 && fCore->fIsOpen) fCore->Close();
   fCore.reset();
 }
 

@@ -102,6 +102,7 @@ TEST_F(DatabaseFileTest, FileOfOtherContentThatMustNotBeThereIsLeftAlone) {
 }
 
 TEST_F(DatabaseFileTest, FolderIsThereToo) {
+  EXPECT_THAT(Why(OpeningFails(With(Access::kCreate), "no such folder/t.db")), HasSubstr("unable to open"));
   const Error error = OpeningFails(With(Access::kCreate), ".");
   EXPECT_EQ(Why(error), "'" + File(".") + "' cannot be opened: it is there already");
   EXPECT_EQ(error.Code(), SQLITE_CANTOPEN);
@@ -191,12 +192,23 @@ TEST_F(DatabaseFileTest, UriIsOneOnlyIfAskedFor) {
   EXPECT_EQ(ThrownBy([&] { database.Execute("INSERT INTO t VALUES (1)"); }).Code(), SQLITE_READONLY);
   const Error error = ThrownBy([&] { const Database plain("file:" + File(), With(Access::kReadWrite)); });
   EXPECT_EQ(error.Code(), SQLITE_CANTOPEN);
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(fFolder.Path(""));
+  { const Database plain("file:odd"); }
+  Options isNew = With(Access::kCreate);
+  isNew.isUri = true;
+  { const Database named("file:new", isNew); }
+  std::filesystem::current_path(before);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(fFolder.Path("")))
+    names.push_back(entry.path().filename());
+  EXPECT_THAT(names, ::testing::UnorderedElementsAre("t.db", "file:odd", "new"));
 }
 
 TEST_F(DatabaseFileTest, VfsIsTheOneThatIsNamed) {
   Options options;
   options.vfs = "no such one";
-  EXPECT_THAT(Why(OpeningFails(options)), HasSubstr("cannot be opened: no such vfs: no such one"));
+  EXPECT_EQ(Why(OpeningFails(options)), "'" + File() + "' cannot be opened: no such vfs: no such one");
   options.vfs = "unix-none";
   if (sqlite3_vfs_find("unix-none") == nullptr) GTEST_SKIP() << "no other VFS is built in";
   // It locks nothing.
