@@ -39,8 +39,8 @@ inline void BindArgument(sqlite3_stmt* statement, int parameter, const Argument&
 void BindNamed(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values lifetime);
 [[noreturn]] void ThrowOtherCount(const KeptStatement& kept, std::size_t count);
 
-// Binds all parameters. Throws Error, and binds nothing, if there are too few or too many, or if a name is not that of
-// a parameter or there twice. REQUIRES: the connection has not let go.
+// Binds all parameters. Throws Error if there are too few or too many, or if a name is not that of a parameter or there
+// twice. REQUIRES: the connection has not let go.
 inline void BindAll(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values lifetime) {
   if (count != static_cast<std::size_t>(kept.parameterCount)) ThrowOtherCount(kept, count);
   if (count == 0) return;

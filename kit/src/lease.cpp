@@ -89,9 +89,7 @@ void ThrowOtherCount(const KeptStatement& kept, std::size_t count) {
               kept);
 }
 
-// Looks at all names before it binds the first value.
 void BindNamed(const KeptStatement& kept, const Argument* arguments, std::size_t count, Values lifetime) {
-  for (std::size_t i = 0; i < count; ++i) PlaceOf(kept, arguments, i);
   for (std::size_t i = 0; i < count; ++i) {
     BindArgument(kept.statement, PlaceOf(kept, arguments, i), arguments[i], lifetime);
   }

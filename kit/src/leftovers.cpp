@@ -35,7 +35,6 @@ sqlite3* Release(const SQLDatabase& database, std::uint64_t first) noexcept {
     all.pop_back();
     sqlite3_finalize(statement);
   }
-  if (failed == nullptr) return nullptr;
   sqlite3* const connection = sqlite3_db_handle(failed);
   return sqlite3_finalize(failed) == SQLITE_OK ? nullptr : connection;
 }

@@ -30,11 +30,9 @@ void ThrowFailure(const SQLDatabase& core, int result, ControlStatements::Kind k
 void ThrowRolledBack() { throw Error("SQLite has rolled the transaction back.", SQLITE_ABORT_ROLLBACK); }
 
 void Levels::FinishRollback(SQLDatabase& core) {
-  if (!IsOver(core)) {
-    fStatements.Provide(core.fConnection, ControlStatements::kRollback);
-    const int result = fStatements.Run(ControlStatements::kRollback);
-    if (!IsOver(core)) ThrowFailure(core, result, ControlStatements::kRollback);
-  }
+  fStatements.Provide(core.fConnection, ControlStatements::kRollback);
+  const int result = fStatements.Run(ControlStatements::kRollback);
+  if (!IsOver(core)) ThrowFailure(core, result, ControlStatements::kRollback);
   core.fTransactionOK = true;
   fOwesRollback = false;
 }

@@ -149,8 +149,8 @@ void Piece::AddSql(std::string_view sql, const Argument* values, std::size_t cou
   std::size_t begin = 0;
   for (std::size_t i = 0; i < sql.size();) {
     const std::size_t behind = BehindQuoted(sql, i);
-    if (behind == i && IsOtherParameter(sql, i)) fail("The parameters of a term are question marks.");
-    if (behind == i && sql[i] == '?') {
+    if (IsOtherParameter(sql, i)) fail("The parameters of a term are question marks.");
+    if (sql[i] == '?') {
       if (given == count) fail("There are more question marks than values.");
       AddText(sql.substr(begin, i - begin));
       // As a literal it must not become one with what it stands beside: "a-?", "LIKE?OR".

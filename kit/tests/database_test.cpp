@@ -247,6 +247,7 @@ TEST_F(DatabaseFileTest, ModuleThatIsMissingIsNamed) {
   options.module = File("module.so");
   const Error error = OpeningFails(options);
   EXPECT_THAT(Why(error), HasSubstr("the module '" + File("module.so") + "' cannot be loaded: "));
+  EXPECT_THAT(Why(error), HasSubstr("No such file"));
 }
 
 TEST(Database, SqlLoadsNoModule) { EXPECT_THROW(Database(":memory:").Execute("SELECT load_extension('none')"), Error); }

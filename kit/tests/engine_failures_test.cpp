@@ -132,6 +132,19 @@ TEST_F(EngineFailuresTest, AColumnWhoseNameCannotBeReadIsNotTakenForAnotherOne) 
   ExpectNoMemory("column_name", 1, [&] { fDatabase.One<Part>("SELECT * FROM parts"); });
 }
 
+TEST_F(EngineFailuresTest, NamesOfColumnsAreReadOnceForAStatement) {
+  for (const char* const sql : {"SELECT * FROM parts", "SELECT note, price, name, id FROM parts"}) {
+    fDatabase.One<Part>(sql);
+    fDatabase.One<Part>(sql);
+    failing = "column_name";
+    failures = 1;
+    EXPECT_NO_THROW(fDatabase.One<Part>(sql));
+    EXPECT_NO_THROW(fDatabase.All<Part>(sql));
+    EXPECT_EQ(failures, 1);
+    failures = 0;
+  }
+}
+
 TEST_F(EngineFailuresTest, AMessageMayLackTheNameOfTheColumn) {
   const Failure failure("column_name");
   EXPECT_EQ(ThrownBy<ConversionError>([&] { fDatabase.One<int>("SELECT 'a' AS b"); }).Message(),

@@ -99,6 +99,7 @@ TEST(Term, LiteralDoesNotBecomeOneWithTheNameOrNumberBesideIt) {
   EXPECT_EQ(TextOf(Where("a LIKE?OR b", 1)), " (a LIKE 1 OR b)");
   EXPECT_EQ(TextOf(Where("a=?and b", 1)), " (a=1 and b)");
   EXPECT_EQ(TextOf(Where("a+1?", 5)), " (a+1 5)");
+  EXPECT_EQ(TextOf(Where("a - ?", 5)), " (a - 5)");
   EXPECT_EQ(TextOf(Where("a /* ? * ? / ? */ = ?", 5)), " (a /* ? * ? / ? */ = 5)");
   EXPECT_EQ(TextOf(Where("_?_", 5)), " (_ 5 _)");
   EXPECT_EQ(TextOf(Where("\xC3\xA9?\xC3\xA9", 5)), " (\xC3\xA9 5 \xC3\xA9)");

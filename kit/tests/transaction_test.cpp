@@ -639,7 +639,11 @@ TEST_F(TransactionTest, TwoDatabasesOfOneCoreCountTheSameLevels) {
 TEST_F(TransactionTest, TheLastDatabaseOfACoreTakesTheHookOff) {
   const auto core = boost::make_shared<SQLDatabase>(Path(), false);
   core->Open();
+  sqlite3_busy_timeout(core->fConnection, 1000);
   { const Database database(core); }
+  EXPECT_EQ(core->fTransactionDepth, 0);
+  EXPECT_TRUE(core->fTransactionOK);
+  EXPECT_EQ(Database(core).One<int>("PRAGMA busy_timeout"), 1000);
   EXPECT_EQ(sqlite3_commit_hook(core->fConnection, nullptr, nullptr), nullptr);
   EXPECT_EQ(sqlite3_rollback_hook(core->fConnection, nullptr, nullptr), nullptr);
 }
