@@ -354,6 +354,14 @@ TEST_F(TableTest, FailedInsertIsAnErrorAndTheNextOneWorks) {
   EXPECT_EQ(parts.Insert({4, "new", 0, {}}), 4);
 }
 
+TEST_F(TableTest, OtherFailuresOfARowOfKeyZeroAreNotTakenForThat) {
+  database.Execute("CREATE UNIQUE INDEX names ON parts (name)");
+  EXPECT_EQ(ThrownBy<ConstraintError>([&] {
+              parts.Insert({0, "bolt", 0, {}});
+            }).Message(),
+            "UNIQUE constraint failed: parts.name");
+}
+
 TEST_F(TableTest, SecondRowOfKeyZeroIsToldAboutNumbering) {
   parts.Insert({0, "zero", 0, {}});
   const Error error = ThrownBy<ConstraintError>([&] { parts.Insert({0, "zero", 0, {}}); });
@@ -508,6 +516,50 @@ TEST_F(TableTest, UpsertFailsForTheValueOfAnotherUniqueField) {
   numbered.Replace({3, "a"});
   EXPECT_EQ(numbered.Find(1), std::nullopt);
   EXPECT_EQ(numbered.Get(3).name, "a");
+}
+
+struct Cell {
+  std::int64_t row = 0;
+  std::int64_t column = 0;
+  std::string text;
+  std::optional<double> value;
+
+  static constexpr auto Description() {
+    return Describe("cells", Key("y", &Cell::row), Key("x", &Cell::column), Field("t", &Cell::text),
+                    Field("v", &Cell::value));
+  }
+};
+
+TEST_F(TableTest, EachOperationIsAStatementOfTheseWords) {
+  if (support::IsOlderThan(3024000)) GTEST_SKIP() << "Upsert needs SQLite 3.24";
+  const Table<Cell> cells(database);
+  cells.CreateIfMissing();
+  const Cell cell{1, 2, "a", 0.5};
+  cells.Insert(cell);
+  cells.InsertOrIgnore(cell);
+  cells.Upsert(cell);
+  cells.Replace(cell);
+  cells.Update(cell);
+  EXPECT_TRUE(cells.Find(1, 2));
+  cells.Delete(1, 2);
+  std::vector<std::string> texts;
+  sqlite3* const handle = database.Core().fConnection;
+  for (sqlite3_stmt* each = sqlite3_next_stmt(handle, nullptr); each != nullptr;
+       each = sqlite3_next_stmt(handle, each)) {
+    const std::string text = sqlite3_sql(each);
+    if (text.find("cells") != std::string::npos) texts.push_back(text);
+  }
+  EXPECT_THAT(texts,
+              ::testing::UnorderedElementsAre(
+                  "INSERT INTO cells (y, x, t, v) VALUES (?, ?, ?, ?)",
+                  "INSERT OR IGNORE INTO cells (y, x, t, v) VALUES (?, ?, ?, ?)",
+                  "INSERT INTO cells (y, x, t, v) VALUES (?, ?, ?, ?) ON CONFLICT (y, x) DO UPDATE SET"
+                  " t = excluded.t, v = excluded.v",
+                  "REPLACE INTO cells (y, x, t, v) VALUES (?, ?, ?, ?)",
+                  "UPDATE cells SET t = ?3, v = ?4 WHERE y = ?1 AND x = ?2",
+                  "SELECT y, x, t, v FROM cells WHERE y = ? AND x = ?", "DELETE FROM cells WHERE y = ? AND x = ?"));
+  EXPECT_EQ(database.One<std::string>("SELECT sql FROM sqlite_master WHERE name = 'cells'"),
+            "CREATE TABLE cells (y INTEGER NOT NULL, x INTEGER NOT NULL, t TEXT NOT NULL, v REAL, PRIMARY KEY (y, x))");
 }
 
 TEST_F(TableTest, UpdateGivesTheRowOfTheKeyTheRecordsValues) {
