@@ -235,31 +235,39 @@ def copy_tree(to):
     shutil.copytree(ROOT, to, ignore=lambda folder, names: {".git", "build"} & set(names))
 
 
-def configure(tree, way, with_tests):
+def folder_of(way, path):
+    """Of the build in which a mutant of this file is compiled."""
+    return f"{way}-headers" if path.suffix == ".h" else way
+
+
+def configure(tree, way, *options, folder=None):
     run_or_die(
-        ["cmake", "-S", tree, "-B", tree / way, "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS={FLAGS[way]}",
-         "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DBUILD_SHARED_LIBS=ON", "-DSQLDB_BUILD_EXAMPLES=OFF",
-         f"-DSQLDB_BUILD_TESTS={'ON' if with_tests else 'OFF'}"]
+        ["cmake", "-S", tree, "-B", tree / (folder or way), "-DCMAKE_BUILD_TYPE=Debug",
+         f"-DCMAKE_CXX_FLAGS={FLAGS[way]}", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DBUILD_SHARED_LIBS=ON",
+         "-DSQLDB_BUILD_EXAMPLES=OFF", *options]
     )
 
 
 class Worker:
     """A copy of the tree with libraries of its own, against which their programs of tests are run."""
 
-    def __init__(self, tree, tests, libraries):
+    def __init__(self, tree, tests, paths):
         self.tree = tree
         self.tests = tests  # folders of builds by the way in which they were compiled
         self.killers = collections.defaultdict(list)  # of each file, the latest first
         copy_tree(tree)
         for way in FLAGS:
-            configure(tree, way, with_tests=False)
-            for library in libraries:
-                if not self.build(way, library):
-                    raise SystemExit(f"mutate: the {library.name} does not build")
+            configure(tree, way, "-DSQLDB_BUILD_TESTS=OFF")
+            # What includes a header is compiled as a few large files.
+            configure(tree, way, "-DSQLDB_BUILD_TESTS=OFF", "-DCMAKE_UNITY_BUILD=ON",
+                      folder=folder_of(way, pathlib.Path("any.h")))
+            for path in paths:
+                if not self.build(way, path):
+                    raise SystemExit(f"mutate: the {library_of(path).name} does not build")
 
-    def build(self, way, library):
-        command = ["cmake", "--build", self.tree / way, "--target", library.target, "--parallel", str(os.cpu_count())]
-        return run(command).returncode == 0
+    def build(self, way, path):
+        return run(["cmake", "--build", self.tree / folder_of(way, path), "--target", library_of(path).target,
+                    "--parallel", str(os.cpu_count())]).returncode == 0
 
     def tests_pass(self, way, path, limit):
         known = self.killers[path]
@@ -268,7 +276,7 @@ class Worker:
         return all(self.selection_passes(way, path, selection, limit) for selection in selections(path))
 
     def selection_passes(self, way, path, selection, limit):
-        build = self.tree / way
+        build = self.tree / folder_of(way, path)
         environment = dict(os.environ, LD_LIBRARY_PATH=f"{build}:{build / 'kit'}", GTEST_FAIL_FAST="1",
                            GTEST_FILTER=selection,
                            ASAN_OPTIONS=f"hard_rss_limit_mb={MOST_MEMORY}:allocator_may_return_null=0")
@@ -318,7 +326,7 @@ class Worker:
         file.write_text(original[: mutant.begin] + mutant.replacement + original[mutant.end :])
         try:
             for way in FLAGS:
-                if not self.build(way, library_of(mutant.path)):
+                if not self.build(way, mutant.path):
                     return "does not compile"
                 if not self.tests_pass(way, mutant.path, limits[way]):
                     return "killed"
@@ -332,7 +340,7 @@ def build_tests(folder, jobs, libraries):
     copy_tree(base)
     targets = [library.tests.name for library in libraries]
     for way in FLAGS:
-        configure(base, way, with_tests=True)
+        configure(base, way, "-DSQLDB_BUILD_TESTS=ON")
         run_or_die(["cmake", "--build", base / way, "--target", *targets, "--parallel", str(jobs)])
     return {way: base / way for way in FLAGS}
 
@@ -358,8 +366,9 @@ def mutate(mutants, jobs, folder, tests):
         tests = dict(zip(FLAGS, (pathlib.Path(build).resolve() for build in tests)))
     else:
         tests = build_tests(folder, jobs, libraries)
-    everybody = [Worker(folder / f"worker-{i}", tests, libraries) for i in range(jobs)]
-    paths = {selections(mutant.path): mutant.path for mutant in mutants}.values()
+    # One file for all that are compiled and tested alike.
+    paths = {(selections(mutant.path), mutant.path.suffix): mutant.path for mutant in mutants}.values()
+    everybody = [Worker(folder / f"worker-{i}", tests, paths) for i in range(jobs)]
     limits = processor_time_limits(everybody[0], paths)
     workers = queue.Queue()
     for worker in everybody:
