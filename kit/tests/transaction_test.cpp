@@ -968,6 +968,39 @@ TEST_F(TransactionTest, ACoreThatLivesOnIsLeftWithoutTheLevelsOfAClosedDatabase)
   EXPECT_THAT(Seen(), IsEmpty());
 }
 
+TEST_F(TransactionTest, LevelsOfTheCoreAreLeftToItByAClosedDatabaseThatHadSomeInside) {
+  const auto core = boost::make_shared<SQLDatabase>(Path(), false);
+  core->Open();
+  core->BeginTransaction();
+  for (const bool commits : {true, false}) {
+    std::optional<Database> database(core);
+    {
+      Transaction inside(*database);
+      if (commits) inside.Commit();
+    }
+    core->fTransactionOK = true;
+    core->BeginTransaction();
+    database.reset();
+    EXPECT_EQ(core->fTransactionDepth, 2);
+    EXPECT_TRUE(core->fTransactionOK);
+    core->EndTransaction(true, false);
+  }
+  for (const bool commits : {true, false}) {
+    std::optional<Database> database(core);
+    const Transaction open(*database);
+    {
+      Transaction inside(*database);
+      if (commits) inside.Commit();
+    }
+    core->fTransactionOK = true;
+    database.reset();
+    EXPECT_EQ(core->fTransactionDepth, 1);
+    EXPECT_FALSE(core->fTransactionOK);
+    core->fTransactionOK = true;
+  }
+  core->EndTransaction(true, false);
+}
+
 TEST_F(TransactionTest, ALevelThatTheCoreHasEndedIsNotRolledBackWithAClosedDatabase) {
   const auto core = boost::make_shared<SQLDatabase>(Path(), false);
   core->Open();
