@@ -49,12 +49,12 @@ namespace {
 bool MentionsList(std::string_view sql) {
   constexpr std::string_view kList = "list";
   const auto isSame = [](char a, char b) { return (a | 0x20) == b; };
-  for (auto begin = sql.begin();; ++begin) {
+  // No statement begins with it.
+  for (auto begin = sql.begin() + 1;; ++begin) {
     begin = std::search(begin, sql.end(), kList.begin(), kList.end(), isSame);
     if (begin == sql.end()) return false;
     const auto end = begin + kList.size();
-    const bool isWhole = (begin == sql.begin() || !IsOfName(begin[-1])) && (end == sql.end() || !IsOfName(*end));
-    if (isWhole) return true;
+    if (!IsOfName(begin[-1]) && (end == sql.end() || !IsOfName(*end))) return true;
   }
 }
 

@@ -20,9 +20,10 @@ int Compilations([[maybe_unused]] sqlite3_stmt* statement) {
 }
 
 // A field's name may be quoted, as it stands in SQL; a column's is not.
-std::string Unquoted(std::string_view name) {
-  const char quote = name.empty() ? '\0' : name[0];
-  if (quote != '"' && quote != '`' && quote != '[') return std::string(name);
+std::string Unquoted(const char* nameInSql) {
+  const char quote = *nameInSql;
+  if (quote != '"' && quote != '`' && quote != '[') return nameInSql;
+  const std::string_view name(nameInSql);
   std::string unquoted;
   for (std::size_t i = 1; i + 1 < name.size(); ++i) {
     unquoted += name[i];
