@@ -12,9 +12,10 @@ BulkWriter::BulkWriter(const TableHandle& table, RecordWrite what, const BulkOpt
 void BulkWriter::BeginBatch() {
   const ConnectionPointer& connection = fTable.Connection();
   const SQLDatabase& core = connection->Core();
+  fIsInside = core.fTransactionDepth > 0 || !IsOver(core);
   if (core.fTransactionDepth > 0) {
     fSavepoint.emplace(connection);
-  } else if (IsOver(core)) {
+  } else if (!fIsInside) {
     fTransaction.emplace(connection, Begin::kImmediate);
   }
   fStatement = Lease(fTable.Lend(fWhat));
@@ -32,8 +33,9 @@ void BulkWriter::EndBatch() {
 
 // Of those before a failure. SQLite may have rolled back the transaction that they are a part of.
 std::size_t BulkWriter::Kept() const {
-  if (fTransaction) return fWritten;
-  if (IsOver(fTable.Connection()->Core())) return 0;
+  if (!fIsInside) return fWritten;
+  const ConnectionPointer& connection = fTable.Connection();
+  if (!connection->IsOpen() || IsOver(connection->Core())) return 0;
   return fSavepoint ? fWritten : fWritten + fInBatch;
 }
 

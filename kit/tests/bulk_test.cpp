@@ -142,6 +142,34 @@ TEST_F(BulkTest, AfterARollbackOfSQLiteNothingIsSaidToStay) {
   EXPECT_THAT(Ids(), IsEmpty());
 }
 
+TEST_F(BulkTest, BatchesBeforeOneThatCannotBeginStay) {
+  const auto error = ThrownBy([&] {
+    fParts.InsertMany(Numbers(1, 9), {2}, [&](std::size_t) {
+      sqlite3_commit_hook(
+          fDatabase.Core().fConnection, [](void*) { return 0; }, this);
+      return Progress::kGoOn;
+    });
+  });
+  EXPECT_EQ(error.Record(), 2U);
+  EXPECT_EQ(error.Written(), 2U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2));
+}
+
+TEST_F(BulkTest, NothingStaysOfATransactionWhoseDatabaseIsClosed) {
+  Database closed(":memory:");
+  const Table<Part> parts(closed);
+  parts.Create();
+  const sqldb::kit::Transaction transaction(closed);
+  const auto error = ThrownBy([&] {
+    parts.InsertMany(Numbers(1, 9), {2}, [&](std::size_t) {
+      closed.Close();
+      return Progress::kGoOn;
+    });
+  });
+  EXPECT_EQ(error.Record(), 2U);
+  EXPECT_EQ(error.Written(), 0U);
+}
+
 TEST_F(BulkTest, EachBatchIsATransactionAndIsReported) {
   std::vector<Report> reports;
   EXPECT_EQ(fParts.InsertMany(Numbers(1, 7), {3}, Noting(reports)), 7U);

@@ -563,6 +563,7 @@ TEST(Database, ScriptWithAZeroByteIsAnError) {
 }
 
 TEST(Database, ScriptMayConsistOfWhatSQLiteTakesForABlank) {
+  if (support::IsOlderThan(3020000)) GTEST_SKIP() << "a byte order mark is none of a blank";
   Database database(":memory:");
   database.ExecuteScript("\xEF\xBB\xBF");
   database.ExecuteScript(

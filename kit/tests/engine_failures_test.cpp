@@ -132,6 +132,7 @@ TEST_F(EngineFailuresTest, AColumnWhoseNameCannotBeReadIsNotTakenForAnotherOne) 
   ExpectNoMemory("column_name", 1, [&] { fDatabase.One<Part>("SELECT * FROM parts"); });
 }
 
+#ifdef SQLITE_STMTSTATUS_REPREPARE
 TEST_F(EngineFailuresTest, NamesOfColumnsAreReadOnceForAStatement) {
   for (const char* const sql : {"SELECT * FROM parts", "SELECT note, price, name, id FROM parts"}) {
     fDatabase.One<Part>(sql);
@@ -144,6 +145,7 @@ TEST_F(EngineFailuresTest, NamesOfColumnsAreReadOnceForAStatement) {
     failures = 0;
   }
 }
+#endif
 
 TEST_F(EngineFailuresTest, AMessageMayLackTheNameOfTheColumn) {
   const Failure failure("column_name");

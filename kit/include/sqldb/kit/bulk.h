@@ -68,6 +68,8 @@ class SQLDB_EXPORT BulkWriter {
   const std::size_t fBatch;
   std::size_t fWritten = 0;
   std::size_t fInBatch = 0;
+  // Whether the batch is a part of a transaction that was there before.
+  bool fIsInside = false;
   Lease fStatement;
   std::optional<Transaction> fTransaction;
   std::optional<Savepoint> fSavepoint;
