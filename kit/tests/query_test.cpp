@@ -123,19 +123,21 @@ struct Spaced {
   int first = 0;
   int second = 0;
   int third = 0;
+  int fourth = 0;
 
   static constexpr auto Description() {
     return Describe(Field("`a b`", &Spaced::first), Field("[c d]", &Spaced::second),
-                    Field("\"e\"\"f\"", &Spaced::third));
+                    Field("\"e\"\"f\"", &Spaced::third), Field("[g[h]", &Spaced::fourth));
   }
 };
 
 TEST_F(QueryTest, QuotesOfAFieldsNameAreNotOfTheColumns) {
   EXPECT_EQ(fDatabase.One<Loose>("SELECT 2 AS \"b\", 1 AS a").b, 2);
-  const auto spaced = fDatabase.One<Spaced>("SELECT 2 AS \"c d\", 1 AS \"a b\", 3 AS \"e\"\"f\"");
+  const auto spaced = fDatabase.One<Spaced>("SELECT 2 AS \"c d\", 1 AS \"a b\", 3 AS \"e\"\"f\", 4 AS \"g[h\"");
   EXPECT_EQ(spaced.first, 1);
   EXPECT_EQ(spaced.second, 2);
   EXPECT_EQ(spaced.third, 3);
+  EXPECT_EQ(spaced.fourth, 4);
 }
 
 TEST_F(QueryTest, ColumnWhoseNameOnlyBeginsAsTheFieldsIsAnotherOne) {
@@ -215,6 +217,8 @@ TEST_F(QueryTest, AListOutsideOfListIsRefusedAndNotNull) {
         "SELECT count(*) AS playlist FROM[list](?)", "SELECT COUNT(*) FROM list WHERE ?=list"}) {
     EXPECT_EQ(fDatabase.One<int>(sql, List(ids)), 2) << sql;
   }
+  // Which is SQLite's to refuse.
+  EXPECT_EQ(ThrownBy([&] { fDatabase.All<int>("SELECT ? FROM list", List(ids)); }).Code(), SQLITE_ERROR);
 }
 
 TEST_F(QueryTest, AListIsNoValueOfATerm) {
