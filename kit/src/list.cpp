@@ -45,16 +45,16 @@ void ListBuilder::Add(const Argument& value) { value.bind(Target{nullptr, 0, fal
 
 namespace {
 
-// Whether it has the word, without which nothing takes a list.
+// Whether it has the word, without which nothing takes a list, and with which no statement begins. REQUIRES: a zero byte
+// follows.
 bool MentionsList(std::string_view sql) {
   constexpr std::string_view kList = "list";
   const auto isSame = [](char a, char b) { return (a | 0x20) == b; };
-  // No statement begins with it.
-  for (auto begin = sql.begin() + 1;; ++begin) {
-    begin = std::search(begin, sql.end(), kList.begin(), kList.end(), isSame);
-    if (begin == sql.end()) return false;
-    const auto end = begin + kList.size();
-    if (!IsOfName(begin[-1]) && (end == sql.end() || !IsOfName(*end))) return true;
+  const char* const end = sql.data() + sql.size();
+  for (const char* found = sql.data() + 1;; ++found) {
+    found = std::search(found, end, kList.begin(), kList.end(), isSame);
+    if (found == end) return false;
+    if (!IsOfName(found[-1]) && !IsOfName(found[kList.size()])) return true;
   }
 }
 
