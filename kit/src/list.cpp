@@ -45,8 +45,8 @@ void ListBuilder::Add(const Argument& value) { value.bind(Target{nullptr, 0, fal
 
 namespace {
 
-// Whether it has the word, without which nothing takes a list, and with which no statement begins. REQUIRES: a zero byte
-// follows.
+// Whether it has the word, without which nothing takes a list, and with which no statement begins. REQUIRES: a zero
+// byte follows.
 bool MentionsList(std::string_view sql) {
   constexpr std::string_view kList = "list";
   const auto isSame = [](char a, char b) { return (a | 0x20) == b; };
