@@ -104,8 +104,8 @@ int main(int argc, char** argv) {
     subjects.push_back(std::make_unique<Subject>(layer, folder.File(layer.name), reads));
   }
   std::map<const bench::LayerMaker*, Times> times;
-  // The first round fills the caches. Whoever comes second finds what the first has left the system to write, so each
-  // is that as often as the other.
+  // The first round fills the caches. Whoever comes second finds what the first has left the system to write: each is
+  // that in every other round.
   for (int round = 0; round <= rounds; ++round) {
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::size_t turn = round % 2 == 0 ? i : layers.size() - 1 - i;

@@ -77,7 +77,7 @@ int MayNotCommit(void* database) noexcept {
 void NoteRollback(void* database) noexcept {
   auto& core = *static_cast<SQLDatabase*>(database);
   bool& isBegunByKit = ConnectionRecord::Of(core).fIsBegunByKit;
-  if (core.fTransactionDepth == 0) {
+  if (core.fTransactionDepth <= 0) {
     isBegunByKit = false;
   } else if (isBegunByKit) {
     core.fTransactionOK = false;

@@ -47,7 +47,8 @@ std::string RealLiteral(double value) {
   return literal + ")";
 }
 
-// Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob.
+// Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob. A
+// CAST has an affinity, which a literal has not, and loses it by the plus.
 std::string TextLiteral(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return "+CAST(x'" + HexDigits(text) + "' AS TEXT)";
   std::string literal = "'";

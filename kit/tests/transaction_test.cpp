@@ -1,6 +1,7 @@
 #include "sqldb/kit/transaction.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <type_traits>
@@ -398,15 +399,16 @@ TEST_P(OwnRollbackTest, WhatTheProgramBeginsInItsPlaceIsNotCommittedWithTheLevel
 }
 
 TEST_P(OwnRollbackTest, ALevelOfTheCoreAfterOneOfTheKitIsTheCores) {
-  // One that has written, one that has not, and one that was undone.
-  InTransaction(fDatabase, [&] { Write(1); });
-  fDatabase.Execute("DELETE FROM t");
-  InTransaction(fDatabase, [] {});
-  { const Transaction undone(fDatabase); }
-  Core().BeginTransaction();
-  CauseIt();
-  EXPECT_TRUE(Core().fTransactionOK);
-  ThrownBy([&] { sqldb::kit::Run(Core(), [&] { Core().EndTransaction(true, true); }); });
+  const std::function<void()> levels[] = {[&] { InTransaction(fDatabase, [&] { Write(9); }); },
+                                          [&] { InTransaction(fDatabase, [] {}); },
+                                          [&] { const Transaction undone(fDatabase); }};
+  for (const auto& level : levels) {
+    level();
+    Core().BeginTransaction();
+    CauseIt();
+    EXPECT_TRUE(Core().fTransactionOK);
+    ThrownBy([&] { sqldb::kit::Run(Core(), [&] { Core().EndTransaction(true, true); }); });
+  }
 }
 
 TEST_P(OwnRollbackTest, NeitherDoesTheCore) {

@@ -339,7 +339,7 @@ Beside other statements of the connection:
 
 {crowded}
 
-On a file, {reads} reads by key, each on its own, and a fifth as many upserts in one transaction:
+On a file, {reads} reads by key, each on its own, and a fifth as many upserts in one transaction; medians of six rounds:
 
 {on_a_file}
 

@@ -2,7 +2,8 @@
 #define SQLDB_SRC_DATABASE_CONNECTION_RECORD_H
 
 // What a database tells the kit, and nobody else: that its connection is about to end, and which statements a failure
-// left behind. Not installed: the kit is built together with the library.
+// left behind. Also what the objects of the kit that serve the same database share. Not installed: the kit is built
+// together with the library.
 
 #include <cstddef>
 #include <cstdint>

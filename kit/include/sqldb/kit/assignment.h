@@ -45,7 +45,7 @@ class Assignment {
 namespace detail {
 
 // These throw the ConversionError of a value that could not be read into the member of the column again, which names
-// the column and what the member can hold. Nothing has been sent to SQLite by then.
+// the column. Nothing has been sent to SQLite by then.
 
 /// For an integer member, whose bounds are both included.
 SQLDB_EXPORT void CheckInteger(const char* column, std::int64_t value, std::int64_t least, std::int64_t most);

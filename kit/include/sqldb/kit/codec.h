@@ -57,7 +57,7 @@ struct Target {
 /// view shows ends with the call.
 class SQLDB_EXPORT ValueSink {
  public:
-  // All throw std::bad_alloc, and leave what was taken before as it is.
+  // All throw std::bad_alloc, and what they are a part of is then to be thrown away.
 
   virtual void TakeNull() = 0;
   virtual void TakeInteger(std::int64_t value) = 0;

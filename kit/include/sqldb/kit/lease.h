@@ -65,8 +65,8 @@ class SQLDB_EXPORT ConnectionPointer {
     other.fConnection = mine;
     return *this;
   }
-  /// The last share ends the state, with the statements that are kept. The core's connection closes when its own object
-  /// ends.
+  /// The last share ends the state, with the statements that are kept, and with it the core's database, unless others
+  /// share that.
   ~ConnectionPointer();
 
   /// Null for none.

@@ -27,8 +27,8 @@
 #include "sqldb/kit/assignment.h"
 #include "sqldb/kit/bulk.h"
 #include "sqldb/kit/database.h"
+#include "sqldb/kit/key.h"
 #include "sqldb/kit/lease.h"
-#include "sqldb/kit/operand.h"
 #include "sqldb/kit/record.h"
 #include "sqldb/kit/selection.h"
 #include "sqldb/kit/table_handle.h"
@@ -42,40 +42,6 @@ namespace detail {
 template <typename Record>
 constexpr bool HasTable() {
   return Described<Record>::Description().table != nullptr;
-}
-
-/// How many fields make the key.
-template <typename Record>
-constexpr std::size_t KeyCount() {
-  return std::apply([](const auto&... allFields) { return (std::size_t{0} + ... + (allFields.IsKey() ? 1U : 0U)); },
-                    Described<Record>::Description().fields);
-}
-
-/// Whether the field can have a value of type K, as Set has it.
-template <typename K, typename Record, typename T>
-constexpr bool CanBeValueOf(const Field<Record, T>&) {
-  return kCanHold<T, K>;
-}
-
-/// Whether K can be part number `index` of the key, from 0.
-template <typename Record, typename K>
-constexpr bool CanBeKey(std::size_t index) {
-  std::size_t number = 0;
-  bool can = false;
-  std::apply(
-      [&](const auto&... allFields) {
-        ((can = can || (allFields.IsKey() && number == index && CanBeValueOf<K>(allFields)),
-          number += allFields.IsKey() ? 1U : 0U),
-         ...);
-      },
-      Described<Record>::Description().fields);
-  return can;
-}
-
-/// Whether all K, in this order, can be the parts of the key.
-template <typename Record, typename... K, std::size_t... I>
-constexpr bool CanBeKeys(std::index_sequence<I...>) {
-  return (CanBeKey<Record, K>(I) && ...);
 }
 
 /// Makes a record in a std::optional<Record> and returns its address.
@@ -141,7 +107,7 @@ class Table {
   ///     const std::optional<Line> line = lines.Find(7, "bolt");
   template <typename... K>
   std::optional<Record> Find(const K&... key) const {
-    const detail::Arguments<K...> arguments = KeyOf(key...);
+    const detail::Arguments<K...> arguments = detail::KeyOf<Record>(key...);
     std::optional<Record> record;
     fTable.Find(arguments.all, arguments.kCount, &record, &detail::EmplaceRecord<Record>);
     return record;
@@ -171,7 +137,7 @@ class Table {
   /// described is NOT NULL and has no default. Needs SQLite 3.24.
   /// REQUIRES: the key of the description is the table's primary key, or UNIQUE in it.
   void Upsert(const Record& record) const {
-    RequireKey();
+    detail::RequireKey<Record>();
     fTable.Write(detail::RecordWrite::kUpsert, &record);
   }
   /// Inserts a row in the place of those with the same key or the same value of a unique field. Those are deleted, and
@@ -209,7 +175,7 @@ class Table {
   /// The same, but each record is written as Upsert does it: inserted, or into the row with its key.
   template <typename Records, typename Report>
   std::size_t UpsertMany(const Records& records, const BulkOptions& options, Report&& report) const {
-    RequireKey();
+    detail::RequireKey<Record>();
     return WriteMany(detail::RecordWrite::kUpsert, records, options, report);
   }
   /// The same, without a report.
@@ -224,7 +190,7 @@ class Table {
   /// Gives the row with the record's key the record's values. Returns false if there is no such row, or the key is
   /// empty; true also if nothing changes. To give a row another key, Set it in the Update below.
   bool Update(const Record& record) const {
-    RequireKey();
+    detail::RequireKey<Record>();
     return fTable.Write(detail::RecordWrite::kUpdate, &record);
   }
   /// Makes the assignments in every row for which `term` holds, and returns how many those are, whether or not
@@ -259,7 +225,7 @@ class Table {
   /// Deletes the row with this key, given as for Find. Returns false if there is none.
   template <typename... K>
   bool Delete(const K&... key) const {
-    const detail::Arguments<K...> arguments = KeyOf(key...);
+    const detail::Arguments<K...> arguments = detail::KeyOf<Record>(key...);
     return fTable.Delete(arguments.all, arguments.kCount);
   }
   /// Deletes the rows for which `term` holds, and returns how many those were; those that a reference takes with them
@@ -277,11 +243,6 @@ class Table {
   bool Has(const Term& term = {}) const { return fTable.Has(term); }
 
  private:
-  // Refuses a struct without a key in one sentence.
-  static constexpr void RequireKey() {
-    static_assert(detail::KeyCount<Record>() > 0, R"(The struct has no key: describe one with Key("id", &Part::id).)");
-  }
-
   // Whatever ends it, the batch that is under way is undone by the end of the writer.
   template <typename Records, typename Report>
   std::size_t WriteMany(detail::RecordWrite what, const Records& records, const BulkOptions& options,
@@ -292,19 +253,6 @@ class Table {
     }
     if (writer.Finish()) report(writer.Written());
     return writer.Written();
-  }
-
-  // Refuses in one sentence what cannot be the key.
-  template <typename... K>
-  static detail::Arguments<K...> KeyOf(const K&... key) {
-    RequireKey();
-    constexpr bool isComplete = sizeof...(K) == detail::KeyCount<Record>();
-    static_assert(isComplete, "Give one value for each part of the key.");
-    if constexpr (isComplete) {
-      static_assert(detail::CanBeKeys<Record, K...>(std::index_sequence_for<K...>()),
-                    "Give the parts of the key in the order of the fields: numbers for numbers, texts for texts.");
-    }
-    return detail::Arguments<K...>(key...);
   }
 
   detail::TableHandle fTable;
