@@ -187,11 +187,14 @@ TEST_F(ForcedResultTest, ThePausesGrowTo128MillisecondsAndAddUpToTheTimeout) {
   database.Execute("CREATE TABLE t (a)");
   Database other(File());
   other.Execute("BEGIN IMMEDIATE");
-  fCalls.Clear();
-  EXPECT_THROW(database.Execute("INSERT INTO t VALUES (1)"), BusyError);
-  std::vector<int> pauses;
-  for (const support::Call& call : fCalls.CallsOf("sleep")) pauses.push_back(call.result);
-  EXPECT_THAT(pauses, ElementsAre(1, 2, 4, 8, 16, 32, 64, 128, 128, 17));
+  // For the next lock as for the first.
+  for (int i = 0; i < 2; ++i) {
+    fCalls.Clear();
+    EXPECT_THROW(database.Execute("INSERT INTO t VALUES (1)"), BusyError);
+    std::vector<int> pauses;
+    for (const support::Call& call : fCalls.CallsOf("sleep")) pauses.push_back(call.result);
+    EXPECT_THAT(pauses, ElementsAre(1, 2, 4, 8, 16, 32, 64, 128, 128, 17));
+  }
 }
 
 TEST_F(ForcedResultTest, StatementsOfTheProgramDoNotWait) {

@@ -400,7 +400,15 @@ TEST_P(OwnRollbackTest, WhatTheProgramBeginsInItsPlaceIsNotCommittedWithTheLevel
 
 TEST_P(OwnRollbackTest, ALevelOfTheCoreAfterOneOfTheKitIsTheCores) {
   const std::function<void()> levels[] = {[&] { InTransaction(fDatabase, [&] { Write(9); }); },
-                                          [&] { InTransaction(fDatabase, [] {}); },
+                                          [&] {
+                                            InTransaction(
+                                                fDatabase, [] {}, Begin::kDeferred);
+                                          },
+                                          [&] {
+                                            const Transaction ended(fDatabase);
+                                            Write(8);
+                                            Core().EndTransaction(true, false);
+                                          },
                                           [&] { const Transaction undone(fDatabase); }};
   for (const auto& level : levels) {
     level();
