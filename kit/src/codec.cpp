@@ -41,6 +41,9 @@ const char* NameOfClass(int type) {
 
 void Check(const Target& target, int result) { CheckBound(target.statement, result); }
 
+// Without bytes there may be no pointer either, which would bind NULL.
+const char* BeginOf(std::string_view bytes) { return bytes.data() != nullptr ? bytes.data() : ""; }
+
 sqlite3_destructor_type Lifetime(const Target& target) { return target.isLasting ? SQLITE_STATIC : SQLITE_TRANSIENT; }
 
 }  // namespace
@@ -88,10 +91,10 @@ double ReadReal(const Source& source) {
   return real;
 }
 
-bool IsFloat(double value) noexcept {
-  const bool isWithin = std::isinf(value) || std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
-  return isWithin && static_cast<double>(static_cast<float>(value)) == value;
-}
+// What is beyond the largest float becomes infinity, which is another value.
+static_assert(std::numeric_limits<float>::is_iec559);
+
+bool IsFloat(double value) noexcept { return static_cast<double>(static_cast<float>(value)) == value; }
 
 float ReadFloat(const Source& source) {
   const double real = ReadReal(source);
@@ -133,17 +136,14 @@ void BindReal(const Target& target, double value) {
 
 void BindText(const Target& target, std::string_view text) {
   if (target.statement == nullptr) return target.sink->TakeText(text);
-  // Without characters there may be no pointer either, which would bind NULL.
-  const char* const characters = text.empty() ? "" : text.data();
-  Check(target, sqlite3_bind_text64(target.statement, target.parameter, characters, text.size(), Lifetime(target),
+  Check(target, sqlite3_bind_text64(target.statement, target.parameter, BeginOf(text), text.size(), Lifetime(target),
                                     SQLITE_UTF8));
 }
 
 void BindBlob(const Target& target, std::string_view bytes) {
   if (target.statement == nullptr) return target.sink->TakeBlob(bytes);
-  // Without bytes there may be no pointer either, which would bind NULL.
-  const char* const begin = bytes.empty() ? "" : bytes.data();
-  Check(target, sqlite3_bind_blob64(target.statement, target.parameter, begin, bytes.size(), Lifetime(target)));
+  Check(target,
+        sqlite3_bind_blob64(target.statement, target.parameter, BeginOf(bytes), bytes.size(), Lifetime(target)));
 }
 
 std::string_view UpToZero(const char* characters, std::size_t size) noexcept {

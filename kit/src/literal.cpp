@@ -25,15 +25,16 @@ std::string HexDigits(std::string_view bytes) {
 // arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
 // an integer and powers of two up to 2^62, all of which are exact.
 std::string RealLiteral(double value) {
-  if (std::isinf(value)) return value > 0 ? "9e999" : "-9e999";
+  if (std::signbit(value)) return "-" + RealLiteral(-value);
+  if (std::isinf(value)) return "9e999";
   char buffer[64];
   const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
-  if (shortest.ec == std::errc() && std::fabs(value) < 9007199254740992.0) {
+  if (shortest.ec == std::errc() && value < 9007199254740992.0) {
     std::string text(buffer, shortest.ptr);
     const std::size_t point = text.find('.');
     if (point == std::string::npos) return text + ".0";
-    const std::size_t digits = text.size() - (value < 0 ? 2 : 1);
-    if (digits <= 15 && text.size() - point - 1 <= 4) return text;
+    const std::size_t digits = text.size() - 1;
+    if (digits <= 15 && digits - point <= 4) return text;
   }
 
   int exponent = 0;
@@ -43,7 +44,7 @@ std::string RealLiteral(double value) {
   const char operation = exponent < 0 ? '/' : '*';
   int left = std::abs(exponent);
   for (; left >= 62; left -= 62) (literal += operation) += "4611686018427387904.0";
-  if (left > 0) (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
+  (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
   return literal + ")";
 }
 

@@ -19,8 +19,8 @@ namespace {
 }
 
 int FlagsOf(const Options& options) {
-  int flags = options.isSerialized ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX;
-  if (options.isUri) flags |= SQLITE_OPEN_URI;
+  // What is none gets another beginning: see Opened.
+  int flags = SQLITE_OPEN_URI | (options.isSerialized ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX);
   if (options.access == Access::kReadOnly) return flags | SQLITE_OPEN_READONLY;
   flags |= SQLITE_OPEN_READWRITE;
   return options.access == Access::kReadWrite ? flags : flags | SQLITE_OPEN_CREATE;
@@ -31,7 +31,6 @@ class Opened {
  public:
   Opened(const std::string& path, const Options& options, int flags) {
     const char* const vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
-    // SQLite may be built to take such a name for a URI always.
     const bool isPlain = !options.isUri && path.compare(0, 5, "file:") == 0;
     fResult = sqlite3_open_v2((isPlain ? "./" + path : path).c_str(), &fConnection, flags, vfs);
   }
@@ -141,7 +140,6 @@ void Configure(Connection& connection, const Options& options) {
   if (options.wal) EnterWal(connection);
   connection.RunScript(kSynchronous[static_cast<std::size_t>(options.synchronous)]);
   connection.RunScript(options.foreignKeys ? "PRAGMA foreign_keys = ON" : "PRAGMA foreign_keys = OFF");
-  if (options.setUp.empty()) return;
   connection.RunScript(options.setUp);
   CheckEncoding(connection);
 }

@@ -225,8 +225,7 @@ void RowReader::LoadOnly(void* const* places) {
   KeptStatement& kept = fLease.Kept();
   if (!StepFirst(kept, *fShape, fOrder)) ThrowNotOneRow(kept, "The query yields no row.");
   LoadOrReset(kept, *fShape, fOrder, places);
-  // A Type may have closed the database.
-  if (kept.isRunning ? StepOnce(kept) : Next()) ThrowNotOneRow(kept, "The query yields more than one row.");
+  if (Next()) ThrowNotOneRow(kept, "The query yields more than one row.");
 }
 
 bool RowReader::Next() {
@@ -246,10 +245,9 @@ bool RowReader::LoadNext(void* const* places) {
 }
 
 void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), void** places) {
-  KeptStatement& kept = fLease.Kept();
-  for (bool isThere = First(); isThere; isThere = kept.isRunning && StepOnce(kept)) {
+  for (bool isThere = First(); isThere; isThere = Next()) {
     append(rows, places);
-    LoadOrReset(kept, *fShape, fOrder, places);
+    LoadOrReset(fLease.Kept(), *fShape, fOrder, places);
   }
 }
 

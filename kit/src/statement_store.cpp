@@ -38,7 +38,7 @@ inline std::uint64_t Hash(const StatementKey& key) {
   std::uint64_t hash =
       key.text.size() ^ reinterpret_cast<std::uintptr_t>(key.owner) ^ static_cast<std::uint64_t>(key.kind) << 56;
   hash = Mixed(hash, key.text);
-  if (!key.secondPart.empty()) hash = Mixed(hash, key.secondPart);
+  hash = Mixed(hash, key.secondPart);
   // A product has in its low bits nothing of the high ones of its factors.
   return hash ^ hash >> 32;
 }
@@ -66,11 +66,10 @@ KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
 }
 
 KeptStatement* StatementStore::Find(std::string_view text) noexcept {
-  KeptStatement*& last = fByAddress[reinterpret_cast<std::uintptr_t>(text.data()) * kPrime >> (64 - kAddressBits)];
+  const std::uint64_t mixed = reinterpret_cast<std::uintptr_t>(text.data()) * kPrime;
+  KeptStatement*& last = fByAddress[static_cast<std::size_t>(mixed >> (64 - kAddressBits))];
   if (last == nullptr || last->users > 0 || last->key != text) {
-    KeptStatement* const found = Find(StatementKey{text});
-    if (found != nullptr) last = found;
-    return found;
+    return last = Find(StatementKey{text});
   }
   return &Lend(*last);
 }
@@ -190,10 +189,8 @@ void StatementStore::GiveBackWithMore(KeptStatement& kept) noexcept {
 void StatementStore::TakeBack(KeptStatement& kept) noexcept {
   kept.Reset();
   ++fIdle;
-  if (&kept != fNewest) {
-    Unlink(kept);
-    Link(kept);
-  }
+  Unlink(kept);
+  Link(kept);
   if (kept.stay == KeptStatement::Stay::kNone) {
     Discard(kept);
   } else if (fIdle > fMost) {

@@ -131,7 +131,7 @@ class StatementStore {
   static constexpr std::size_t kFewestBuckets = 64;
   static constexpr int kAddressBits = 4;
 
-  KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[hash & fMask]; }
+  KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[static_cast<std::size_t>(hash) & fMask]; }
   KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
   std::unique_ptr<KeptStatement> Compiled(sqlite3* handle, std::string sql) const;
   KeptStatement& Enter(std::unique_ptr<KeptStatement> made) noexcept;

@@ -1,6 +1,7 @@
 #include "sqldb/kit/table_handle.h"
 
 #include <string>
+#include <utility>
 
 #include "binding.h"
 #include "connection.h"
@@ -105,11 +106,9 @@ TableHandle::TableHandle(const TableHandle& other) noexcept : fConnection(other.
 }
 
 TableHandle& TableHandle::operator=(const TableHandle& other) noexcept {
-  if (this == &other) return *this;
-  ++other.fState->users;
-  fConnection->fTables.Release(*fState);
-  fConnection = other.fConnection;
-  fState = other.fState;
+  TableHandle copy(other);
+  std::swap(fConnection, copy.fConnection);
+  std::swap(fState, copy.fState);
   return *this;
 }
 
@@ -218,8 +217,7 @@ Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime)
   const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
   if (wanted.isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  VaryingStatement statement(*fConnection, *fState, kind,
-                             Parts{wanted.term, wanted.order.IsEmpty() ? nullptr : &wanted.order});
+  VaryingStatement statement(*fConnection, *fState, kind, Parts{wanted.term, &wanted.order});
   Lease lease(statement.Lend());
   statement.Bind(lease.Kept(), lifetime);
   if (isLimited) {

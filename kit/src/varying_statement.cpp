@@ -15,7 +15,7 @@ void AddWhere(std::string& sql, std::string_view term) {
 
 std::string Written(const Piece* piece, bool asLiterals) {
   std::string sql;
-  if (piece == nullptr || piece->IsEmpty()) return sql;
+  if (piece == nullptr) return sql;
   asLiterals ? WriteLiterals(sql, piece->Text(), piece->Values()) : WriteSql(sql, piece->Text());
   return sql;
 }

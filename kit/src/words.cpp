@@ -46,19 +46,19 @@ void Words::AddShared(std::uint64_t word) { Add(&word, 1); }
 
 void Words::Add(const std::uint64_t* words, std::size_t count) {
   const std::size_t size = fSize + count;
-  if (fShared == nullptr && size <= kRoom) {
-    for (std::size_t i = 0; i < count; ++i) fRoom[fSize + i] = words[i];
+  if (HasRoom(count)) {
+    std::memcpy(fRoom + fSize, words, count * sizeof *words);
     fSize = size;
     return;
   }
   // Otherwise another one has gone on from here in its own way, or there is no room.
   if (fShared == nullptr || !fShared->Claim(fSize, size)) {
     auto* const larger = new (::operator new(sizeof(Shared) + 2 * size * sizeof *words)) Shared(size, 2 * size);
-    if (fSize > 0) std::memcpy(larger->Memory(), begin(), fSize * sizeof *words);
-    if (count > 0) std::memcpy(larger->Memory() + fSize, words, count * sizeof *words);
+    std::memcpy(larger->Memory(), begin(), fSize * sizeof *words);
+    std::memcpy(larger->Memory() + fSize, words, count * sizeof *words);
     if (fShared != nullptr) Release();
     fShared = larger;
-  } else if (count > 0) {
+  } else {
     std::memcpy(fShared->Memory() + fSize, words, count * sizeof *words);
   }
   fSize = size;

@@ -359,6 +359,7 @@ TEST(Database, PragmaThatWouldEndTheWaitingIsRefused) {
     EXPECT_EQ(database.All<std::string>("SELECT name FROM pragma_table_info('busy_timeout')").size(), 1U);
   }
   database.Execute("PRAGMA table_info(busy_timeout)");
+  EXPECT_EQ(database.One<int>("SELECT busy_timeout FROM (SELECT 3 AS busy_timeout)"), 3);
   // No PRAGMA of SQLite, which takes no notice of it.
   for (const char* const sql : {"PRAGMA busy_timeout2 = 10", "PRAGMA busy_timeout\u00e9 = 10",
                                 "PRAGMA encoding_ = 'UTF-16'", "PRAGMA encoding$ = 'UTF-16'"}) {

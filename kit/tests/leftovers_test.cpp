@@ -122,6 +122,12 @@ TEST_F(LeftoversTest, AFailedStepIsToldInItsTellingWordsAndAsWhatItIs) {
   EXPECT_EQ(Unfinalized(), 0);
 }
 
+TEST_F(LeftoversTest, AFailedStepInsideALevelIsToldAsWhatItIs) {
+  fDatabase.BeginTransaction();
+  ExpectUniqueFailure(ErrorOfRun<ConstraintError>([&] { WriteTwice(); }));
+  fDatabase.EndTransaction(false, false);
+}
+
 TEST_F(LeftoversTest, ATextThatDoesNotCompileKeepsItsWords) {
   const Error error = ErrorOfRun([&] { Send("DELETE FROM missing"); });
   EXPECT_STREQ(error.what(), "no such table: missing");

@@ -41,6 +41,15 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
+// How much more memory SQLite had at most during the action than before it, in bytes.
+template <typename Action>
+std::int64_t MostMemory(Action action) {
+  sqlite3_memory_highwater(1);
+  const sqlite3_int64 before = sqlite3_memory_used();
+  action();
+  return sqlite3_memory_highwater(1) - before;
+}
+
 struct Kind {
   std::int64_t id = 0;
   std::string label;
@@ -730,6 +739,18 @@ TEST_F(QueryTest, ValueOfAListThatCannotBeStoredIsAnErrorAndNothingIsDone) {
 TEST_F(QueryTest, TableOfThisNameHidesTheList) {
   fDatabase.ExecuteScript("CREATE TABLE list (value); INSERT INTO list VALUES (5)");
   EXPECT_EQ(fDatabase.One<int>("SELECT value FROM list"), 5);
+}
+
+TEST_F(QueryTest, OnlyWhatMayEndBeforeTheQueryIsCopied) {
+  const std::string large(1000000, 'x');
+  const sqldb::kit::Blob bytes(1000000, 0xFF);
+  const auto use = [&] {
+    fDatabase.One<int>("SELECT ? IS NULL", large);
+    fDatabase.One<int>("SELECT ? IS NULL", bytes);
+  };
+  use();
+  EXPECT_LT(MostMemory(use), 500000);
+  EXPECT_GT(MostMemory([&] { static_cast<void>(fDatabase.Query<int>("SELECT ? IS NULL", large)); }), 500000);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "kit_test.h"
 #include "sqldb/kit/table.h"
+#include "sqldb/kit/transaction.h"
 #include "support/allocations.h"
 
 // What a connection knows of its tables is seen by the statements that it keeps for them.
@@ -12,8 +13,10 @@ namespace {
 
 using namespace sqldb::kit;
 using kit_test::id;
+using kit_test::name;
 using kit_test::Part;
 using kit_test::StatementsOf;
+using kit_test::ThrownBy;
 using ::testing::ElementsAre;
 
 class TableStateTest : public testing::Test {
@@ -30,6 +33,16 @@ class TableStateTest : public testing::Test {
     for (int i = 0; i < count; ++i) EXPECT_EQ(Table<Part>(fDatabase, NameOf(i)).Count(), 1);
   }
   int KeptCount() const { return StatementsOf(fDatabase).all; }
+  // The texts of the statements that are kept, the oldest one first.
+  std::vector<std::string> KeptTexts() const {
+    std::vector<std::string> texts;
+    sqlite3* const handle = fDatabase.Core().fConnection;
+    for (sqlite3_stmt* each = sqlite3_next_stmt(handle, nullptr); each != nullptr;
+         each = sqlite3_next_stmt(handle, each)) {
+      texts.insert(texts.begin(), sqlite3_sql(each));
+    }
+    return texts;
+  }
 
   Database fDatabase{":memory:", [] {
                        Options options;
@@ -143,6 +156,105 @@ TEST_F(TableStateTest, HandlesThatOutliveTheDatabaseCanBeCopiedAndDestroyed) {
   copy = Table<Part>(fDatabase);
   EXPECT_EQ(copy.Count(), 1);
   EXPECT_THROW(static_cast<void>(selection.begin()), Error);
+}
+
+struct OrderLine {
+  int order = 0;
+  int number = 0;
+  std::string article;
+  std::int64_t count = 0;
+  static constexpr auto Description() {
+    return Describe("lines", Key("\"order\"", &OrderLine::order), Key("number", &OrderLine::number),
+                    Field("article", &OrderLine::article).Unique().Collate("NOCASE"), Field("count", &OrderLine::count));
+  }
+};
+
+constexpr Column ordered(&OrderLine::count);
+
+TEST_F(TableStateTest, ATextIsPlainAndOneForEachOperation) {
+  Table<OrderLine> lines(fDatabase);
+  lines.Create();
+  const std::size_t before = KeptTexts().size();
+  for (int i = 0; i < 2; ++i) {
+    lines.Insert({1, i, std::to_string(i), 1});
+    lines.Find(1, i);
+    lines.InsertOrIgnore({1, i, std::to_string(i), 1});
+    lines.Replace({1, i, std::to_string(i), 1});
+    lines.Update({1, i, std::to_string(i), 1});
+    lines.Select(ordered > 1 && ordered < 5).All();
+    lines.Select().OrderBy(ordered).OrderBy(Descending(ordered)).All();
+    lines.Select().Limit(3).All();
+    lines.Select().Offset(3).Distinct().All();
+    lines.Select(ordered == 1).Limit(3).Count();
+    lines.Count(ordered > 1);
+    lines.Has(ordered > 1);
+    lines.Update(ordered > 7, Set(ordered, 1));
+    lines.Delete(ordered > 7);
+    lines.Delete(2, i);
+  }
+  std::vector<std::string> texts = KeptTexts();
+  texts.erase(texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(before));
+  EXPECT_THAT(
+      texts,
+      ElementsAre("INSERT INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+                  "SELECT \"order\", number, article, count FROM lines WHERE \"order\" = ? AND number = ?",
+                  "INSERT OR IGNORE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+                  "REPLACE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+                  "UPDATE lines SET article = ?3, count = ?4 WHERE \"order\" = ?1 AND number = ?2",
+                  "SELECT \"order\", number, article, count FROM lines WHERE count > ? AND count < ?",
+                  "SELECT \"order\", number, article, count FROM lines ORDER BY count, count DESC",
+                  "SELECT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
+                  "SELECT DISTINCT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
+                  "SELECT COUNT(*) FROM (SELECT \"order\", number, article, count FROM lines WHERE count = ? LIMIT ? OFFSET ?)",
+                  "SELECT COUNT(*) FROM lines WHERE count > ?", "SELECT 1 FROM lines WHERE count > ? LIMIT 1",
+                  "UPDATE lines SET count = ? WHERE count > ?", "DELETE FROM lines WHERE count > ?",
+                  "DELETE FROM lines WHERE \"order\" = ? AND number = ?"));
+}
+
+TEST_F(TableStateTest, TheTextThatFailedIsTold) {
+  Table<OrderLine> lines(fDatabase);
+  lines.Create();
+  EXPECT_EQ(ThrownBy([&] { lines.Create(); }).Sql(),
+            "CREATE TABLE lines (\"order\" INTEGER NOT NULL, number INTEGER NOT NULL, article TEXT NOT NULL UNIQUE "
+            "COLLATE NOCASE, count INTEGER NOT NULL, PRIMARY KEY (\"order\", number))");
+  lines.Drop();
+  EXPECT_EQ(ThrownBy([&] { lines.Drop(); }).Sql(), "DROP TABLE lines");
+  fDatabase.Execute("CREATE TABLE lines (number)");
+  EXPECT_EQ(ThrownBy([&] { lines.CreateIfMissing(); }).Sql(),
+            "SELECT lines.\"order\", lines.number, lines.article, lines.count FROM lines");
+  EXPECT_EQ(ThrownBy([&] { Table<Part>(fDatabase).Create(); }).Sql(),
+            "CREATE TABLE parts (id INTEGER PRIMARY KEY NOT NULL, name TEXT NOT NULL, price REAL NOT NULL, note TEXT)");
+  if (sqlite3_libversion_number() < 3024000) return;
+  EXPECT_EQ(ThrownBy([&] { lines.Upsert({1, 2, "bolt", 3}); }).Sql(),
+            "INSERT INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?) ON CONFLICT (\"order\", number) "
+            "DO UPDATE SET article = excluded.article, count = excluded.count");
+}
+
+TEST_F(TableStateTest, NoTextIsCompiledTwice) {
+  Table<Part> parts(fDatabase);
+  // SQLite asks it while it compiles, and only then.
+  int asked = 0;
+  const auto ask = [](void* count, int, const char*, const char*, const char*, const char*) {
+    ++*static_cast<int*>(count);
+    return SQLITE_OK;
+  };
+  sqlite3* const handle = fDatabase.Core().fConnection;
+  sqlite3_set_authorizer(handle, ask, &asked);
+  const auto use = [&] {
+    parts.Find(1);
+    parts.Replace({2, "nut", 0.5, {}});
+    parts.Count(id > 1);
+    parts.Select(id > 1).OrderBy(name).Limit(1).All();
+    fDatabase.One<int>("SELECT COUNT(*) FROM parts");
+    fDatabase.Execute("UPDATE parts SET name = ? WHERE id = ?", "nut", 2);
+    Transaction(fDatabase).Commit();
+  };
+  use();
+  EXPECT_GT(asked, 0);
+  asked = 0;
+  use();
+  EXPECT_EQ(asked, 0);
+  sqlite3_set_authorizer(handle, nullptr, nullptr);
 }
 
 }  // namespace

@@ -353,7 +353,7 @@ TEST_P(OwnRollbackTest, AnActionThatGoesOnWritesNothing) {
         ExpectError(ThrownBy([&] { Write(10 + i); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         ExpectError(ThrownBy([&] { fDatabase.ExecuteScript("SELECT 1; INSERT INTO t VALUES (20)"); }), kRolledBack,
                     SQLITE_ABORT_ROLLBACK);
-        fDatabase.ExecuteScript("SELECT 1");
+        EXPECT_NO_THROW(fDatabase.ExecuteScript("SELECT 1"));
         ExpectError(ThrownBy([&] { const Transaction inner(fDatabase); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         ExpectError(ThrownBy([&] { const Savepoint part(fDatabase); }), kRolledBack, SQLITE_ABORT_ROLLBACK);
         EXPECT_THAT(fDatabase.All<int>("SELECT a FROM t"), IsEmpty());
@@ -366,6 +366,17 @@ TEST_P(OwnRollbackTest, AnActionThatGoesOnWritesNothing) {
   Write(2);
   InTransaction(fDatabase, [&] { Write(3); });
   EXPECT_THAT(Seen(), ElementsAre(2, 3));
+}
+
+TEST_P(OwnRollbackTest, TheEndOfTheLevelSendsNothing) {
+  {
+    const Transaction transaction(fDatabase);
+    CauseIt();
+    fDatabase.One<int>("SELECT 1");
+    EXPECT_EQ(sqlite3_errcode(Core().fConnection), SQLITE_OK);
+  }
+  // A ROLLBACK would have failed.
+  EXPECT_EQ(sqlite3_errcode(Core().fConnection), SQLITE_OK);
 }
 
 TEST_P(OwnRollbackTest, WhatTheProgramBeginsInItsPlaceIsNotCommittedWithTheLevel) {

@@ -470,7 +470,7 @@ class AnyValuesTest : public ::testing::Test {
                                                      "\xED\xA0\x80"s,
                                                      "a"s};
     std::string text;
-    for (auto left = Below(8) * Below(6); left > 0; --left) text += kPieces[Below(kPieces.size())];
+    for (auto left = Below(8) * Below(6); left > 0; --left) text += kPieces[static_cast<std::size_t>(Below(kPieces.size()))];
     if (Below(4) == 0) text += static_cast<char>(fGenerator());
     return text;
   }
@@ -534,7 +534,10 @@ TEST(AnyValues, LiteralsAreWhatTheyAlwaysWere) {
   EXPECT_EQ(LiteralOf(0.1), "0.1");
   EXPECT_EQ(LiteralOf(-0.0), "-0.0");
   EXPECT_EQ(LiteralOf(-2.0), "-2.0");
+  EXPECT_EQ(LiteralOf(-12345678901.2345), "-12345678901.2345");
+  EXPECT_EQ(LiteralOf(123456789012.3456), "(8090864124713081*1.0/65536.0)");
   EXPECT_EQ(LiteralOf(0.00001), "(5902958103587057*1.0/4611686018427387904.0/128.0)");
+  EXPECT_EQ(LiteralOf(-0.00001), "-(5902958103587057*1.0/4611686018427387904.0/128.0)");
   EXPECT_EQ(LiteralOf(9007199254740992.0), "(4503599627370496*1.0*2.0)");
   EXPECT_EQ(LiteralOf(kInfinity), "9e999");
   EXPECT_EQ(LiteralOf(std::string("'it''s'")), "'''it''''s'''");

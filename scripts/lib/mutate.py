@@ -22,7 +22,7 @@ MOST_MEMORY = 1500  # MB
 # How the libraries and their tests are compiled. What the quick ones do not notice the sanitized ones may.
 QUICK = "quick"
 SANITIZED = "sanitized"
-FLAGS = {QUICK: "", SANITIZED: "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"}
+FLAGS = {QUICK: "", SANITIZED: "-fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer"}
 
 # Run only where the others have noticed nothing: they take longer than all of those together.
 SLOW = "TermInStatements.AnyNumberOfOperandsWorks:TermInStatements.GroupsNestAsDeepAsSQLiteTakesThemAndThenSaySo"
@@ -78,9 +78,12 @@ class Mutant:
 
 
 def blanked(text):
-    """The text with comments, literals and preprocessor lines replaced by blanks, and the spans of string literals."""
+    """The text with comments, literals and preprocessor lines replaced by blanks, and the spans of string literals.
+
+    What stands behind an #else is for other engines and compilers: it is not compiled here, and so is blank as well.
+    """
     token = re.compile(
-        r'(?P<comment>//[^\n]*|/\*.*?\*/)|(?P<directive>^#[^\n]*)|(?P<string>"(?:\\.|[^"\\\n])*")'
+        r'(?P<comment>//[^\n]*|/\*.*?\*/)|(?P<directive>^#else\b.*?^#endif\b|^#[^\n]*)|(?P<string>"(?:\\.|[^"\\\n])*")'
         r"|(?P<char>'(?:\\.|[^'\\\n])*')",
         re.DOTALL | re.MULTILINE,
     )
@@ -165,8 +168,8 @@ def conditions(code):
         begin, end = match.end(), matching(code, match.end() - 1)
         if match.group(1) == "for":
             parts = code[begin:end].split(";")
-            if len(parts) == 1:
-                continue  # over a range
+            if len(parts) == 1 or not parts[1].strip():
+                continue  # over a range, or for ever
             begin += len(parts[0]) + 1
             end = begin + len(parts[1])
         else:
