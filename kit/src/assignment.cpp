@@ -27,7 +27,7 @@ void CheckInteger(const char* column, double value, std::int64_t least, std::int
 }
 
 void CheckDouble(const char* column, std::int64_t value) {
-  CheckInteger(column, static_cast<double>(value), value, value);
+  if (!IsDouble(value)) ThrowCannotHoldNumber(column);
 }
 
 void CheckFloat(const char* column, double value) {

@@ -84,11 +84,16 @@ double ReadReal(const Source& source) {
   if (type == SQLITE_FLOAT) return sqlite3_value_double(ValueOf(source));
   if (type != SQLITE_INTEGER) ThrowOtherClass(source, "a real number");
   const std::int64_t integer = sqlite3_value_int64(ValueOf(source));
-  const auto real = static_cast<double>(integer);
-  if (real >= kTwoTo63 || static_cast<std::int64_t>(real) != integer) {
-    ThrowUnfit(source, "an integer that no double holds exactly");
-  }
-  return real;
+  if (!IsDouble(integer)) ThrowUnfit(source, "an integer that no double holds exactly");
+  return static_cast<double>(integer);
+}
+
+// As integers: some processors compute with more digits than a double has.
+bool IsDouble(std::int64_t value) noexcept {
+  constexpr std::uint64_t kTwoTo53 = 9007199254740992;
+  auto odd = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+  while (odd > kTwoTo53 && odd % 2 == 0) odd /= 2;
+  return odd <= kTwoTo53;
 }
 
 // What is beyond the largest float becomes infinity, which is another value.

@@ -219,9 +219,15 @@ TEST_F(TypeTest, NotANumberIsAnErrorRatherThanNull) {
 TEST_F(TypeTest, IntegerIsReadAsARealIfThatHoldsItExactly) {
   EXPECT_EQ(ReadFrom<double>("7"), 7.0);
   EXPECT_EQ(ReadFrom<double>("9007199254740992"), 9007199254740992.0);
+  EXPECT_EQ(ReadFrom<double>("9007199254740994"), 9007199254740994.0);
+  EXPECT_EQ(ReadFrom<double>("-36028797018963976"), -36028797018963976.0);
+  EXPECT_EQ(ReadFrom<double>("9223372036854774784"), 9223372036854774784.0);
   EXPECT_EQ(ReadFrom<double>("-9223372036854775808"), -9223372036854775808.0);
   EXPECT_EQ(UnfitFrom<double>("9007199254740993"), "column c has an integer that no double holds exactly");
-  EXPECT_THAT(UnfitFrom<double>("9223372036854775807"), HasSubstr("no double holds"));
+  for (const char* const other :
+       {"-9007199254740993", "36028797018963972", "9223372036854774783", "9223372036854775807"}) {
+    EXPECT_THAT(UnfitFrom<double>(other), HasSubstr("no double holds")) << other;
+  }
 }
 
 // --- Texts -----------------------------------------------------------------------------------------------------------

@@ -81,6 +81,8 @@ SQLDB_EXPORT bool IsNull(const Source& source) noexcept;
 SQLDB_EXPORT std::int64_t ReadInteger(const Source& source);
 /// An integer, too, if a double holds it exactly.
 SQLDB_EXPORT double ReadReal(const Source& source);
+/// Whether a double holds it exactly.
+SQLDB_EXPORT bool IsDouble(std::int64_t value) noexcept;
 /// Whether a float holds it exactly; infinity, too.
 SQLDB_EXPORT bool IsFloat(double value) noexcept;
 /// What ReadReal reads, if a float holds it exactly.
