@@ -143,7 +143,7 @@ TableState& TableStates::Use(const RecordLayout& layout, std::string_view name) 
   for (TableState* state = fFirst; state != nullptr; state = state->next) {
     if (&state->layout != &layout || state->name != name) continue;
     if (state->users++ == 0) --fIdle;
-    if (state != fFirst) MoveToFront(*state);
+    MoveToFront(*state);
     return *state;
   }
   auto made = std::make_unique<TableState>(layout, name);

@@ -27,6 +27,7 @@ namespace {
 using kit_test::Part;
 using kit_test::ThrownBy;
 using sqldb::kit::Columns;
+using sqldb::kit::ConstraintError;
 using sqldb::kit::ConversionError;
 using sqldb::kit::Database;
 using sqldb::kit::Describe;
@@ -559,6 +560,18 @@ TEST_F(QueryTest, FirstOfAQueryThatWritesWritesAll) {
   EXPECT_EQ((fDatabase.First<int, double>(kRaise, 3)), std::make_tuple(1, 0.5));
   EXPECT_EQ(fDatabase.One<double>("SELECT SUM(price) FROM parts"), 5.5);
   EXPECT_FALSE(IsAnyRunning());
+}
+
+TEST_F(QueryTest, FirstOfAQueryThatWritesTellsWhyItCannotEnd) {
+  SKIP_BEFORE_RETURNING();
+  fDatabase.Execute("CREATE TABLE owned (kind REFERENCES kinds(id) DEFERRABLE INITIALLY DEFERRED)");
+  const auto write = [&] { fDatabase.First<int>("INSERT INTO owned VALUES (99) RETURNING kind"); };
+  EXPECT_EQ(ThrownBy<ConstraintError>(write).Message(), "FOREIGN KEY constraint failed");
+  EXPECT_EQ(Count("owned"), 0);
+}
+
+TEST_F(QueryTest, FirstOfAQueryThatReadsStopsThere) {
+  EXPECT_EQ(fDatabase.First<int>("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n"), 1);
 }
 
 TEST_F(QueryTest, WhatAQueryHasWrittenStaysWhereItsRowsAreRefused) {

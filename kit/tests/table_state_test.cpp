@@ -1,3 +1,5 @@
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -165,7 +167,8 @@ struct OrderLine {
   std::int64_t count = 0;
   static constexpr auto Description() {
     return Describe("lines", Key("\"order\"", &OrderLine::order), Key("number", &OrderLine::number),
-                    Field("article", &OrderLine::article).Unique().Collate("NOCASE"), Field("count", &OrderLine::count));
+                    Field("article", &OrderLine::article).Unique().Collate("NOCASE"),
+                    Field("count", &OrderLine::count));
   }
 };
 
@@ -196,19 +199,20 @@ TEST_F(TableStateTest, ATextIsPlainAndOneForEachOperation) {
   texts.erase(texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(before));
   EXPECT_THAT(
       texts,
-      ElementsAre("INSERT INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
-                  "SELECT \"order\", number, article, count FROM lines WHERE \"order\" = ? AND number = ?",
-                  "INSERT OR IGNORE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
-                  "REPLACE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
-                  "UPDATE lines SET article = ?3, count = ?4 WHERE \"order\" = ?1 AND number = ?2",
-                  "SELECT \"order\", number, article, count FROM lines WHERE count > ? AND count < ?",
-                  "SELECT \"order\", number, article, count FROM lines ORDER BY count, count DESC",
-                  "SELECT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
-                  "SELECT DISTINCT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
-                  "SELECT COUNT(*) FROM (SELECT \"order\", number, article, count FROM lines WHERE count = ? LIMIT ? OFFSET ?)",
-                  "SELECT COUNT(*) FROM lines WHERE count > ?", "SELECT 1 FROM lines WHERE count > ? LIMIT 1",
-                  "UPDATE lines SET count = ? WHERE count > ?", "DELETE FROM lines WHERE count > ?",
-                  "DELETE FROM lines WHERE \"order\" = ? AND number = ?"));
+      ElementsAre(
+          "INSERT INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+          "SELECT \"order\", number, article, count FROM lines WHERE \"order\" = ? AND number = ?",
+          "INSERT OR IGNORE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+          "REPLACE INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?)",
+          "UPDATE lines SET article = ?3, count = ?4 WHERE \"order\" = ?1 AND number = ?2",
+          "SELECT \"order\", number, article, count FROM lines WHERE count > ? AND count < ?",
+          "SELECT \"order\", number, article, count FROM lines ORDER BY count, count DESC",
+          "SELECT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
+          "SELECT DISTINCT \"order\", number, article, count FROM lines LIMIT ? OFFSET ?",
+          "SELECT COUNT(*) FROM (SELECT \"order\", number, article, count FROM lines WHERE count = ? LIMIT ? OFFSET ?)",
+          "SELECT COUNT(*) FROM lines WHERE count > ?", "SELECT 1 FROM lines WHERE count > ? LIMIT 1",
+          "UPDATE lines SET count = ? WHERE count > ?", "DELETE FROM lines WHERE count > ?",
+          "DELETE FROM lines WHERE \"order\" = ? AND number = ?"));
 }
 
 TEST_F(TableStateTest, TheTextThatFailedIsTold) {
@@ -225,9 +229,32 @@ TEST_F(TableStateTest, TheTextThatFailedIsTold) {
   EXPECT_EQ(ThrownBy([&] { Table<Part>(fDatabase).Create(); }).Sql(),
             "CREATE TABLE parts (id INTEGER PRIMARY KEY NOT NULL, name TEXT NOT NULL, price REAL NOT NULL, note TEXT)");
   if (sqlite3_libversion_number() < 3024000) return;
-  EXPECT_EQ(ThrownBy([&] { lines.Upsert({1, 2, "bolt", 3}); }).Sql(),
+  EXPECT_EQ(ThrownBy([&] {
+              lines.Upsert({1, 2, "bolt", 3});
+            }).Sql(),
             "INSERT INTO lines (\"order\", number, article, count) VALUES (?, ?, ?, ?) ON CONFLICT (\"order\", number) "
             "DO UPDATE SET article = excluded.article, count = excluded.count");
+}
+
+TEST_F(TableStateTest, AStatementOfManyValuesIsNotKept) {
+  const Table<Part> parts(fDatabase);
+  const std::vector<int> few(10, 1);
+  const std::vector<int> many(2000, 1);
+  const int before = KeptCount();
+  EXPECT_EQ(parts.Count(In(id, few)), 1);
+  EXPECT_EQ(KeptCount(), before + 1);
+  EXPECT_EQ(parts.Count(In(id, many)), 1);
+  EXPECT_EQ(KeptCount(), before + 1);
+}
+
+TEST_F(TableStateTest, TheTextOfAFailedStepIsToldWithoutItsValues) {
+  const Table<Part> parts(fDatabase);
+  const auto least = std::numeric_limits<std::int64_t>::min();
+  const std::string text = "SELECT id, name, price, note FROM parts WHERE (abs(?) > ";
+  EXPECT_EQ(ThrownBy([&] { parts.Select(Where("abs(?) > 0", least)).All(); }).Sql(), text + "0)");
+  // There is no parameter left for the value, which is a part of what is compiled then.
+  sqlite3_limit(fDatabase.Core().fConnection, SQLITE_LIMIT_VARIABLE_NUMBER, 2);
+  EXPECT_EQ(ThrownBy([&] { parts.Select(Where("abs(?) > 1", least)).All(); }).Sql(), text + "1)");
 }
 
 TEST_F(TableStateTest, NoTextIsCompiledTwice) {

@@ -396,6 +396,24 @@ struct Unnumbered {
   }
 };
 
+struct Counted {
+  std::int64_t id = 0;
+  std::int64_t count = 0;
+  static constexpr auto Description() {
+    return Describe("counted", Key("id", &Counted::id), Field("count", &Counted::count));
+  }
+};
+
+TEST_F(TableTest, OnlyAKeyOfZeroIsToldAboutNumbering) {
+  const Table<Counted> counted(database);
+  counted.Create();
+  counted.Insert({1, 0});
+  EXPECT_EQ(ThrownBy<ConstraintError>([&] {
+              counted.Insert({1, 0});
+            }).Message(),
+            "UNIQUE constraint failed: counted.id");
+}
+
 TEST_F(TableTest, SecondRowOfRowidZeroIsToldAboutNumberingToo) {
   database.Execute("CREATE TABLE plain (name TEXT)");
   const Table<Unnumbered> plain(database);

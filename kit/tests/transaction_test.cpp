@@ -287,6 +287,32 @@ TEST_F(TransactionTest, OneThatHasEndedLeavesALaterOneAlone) {
   EXPECT_THAT(Seen(), ElementsAre(1));
 }
 
+TEST_F(TransactionTest, OneInsideThatHasEndedLeavesALaterOneAlone) {
+  Transaction outer(fDatabase);
+  std::optional<Transaction> ended(std::in_place, fDatabase);
+  ended->Commit();
+  Transaction later(fDatabase);
+  ExpectError(CommitError(*ended), kMisused, SQLITE_MISUSE);
+  ended.reset();
+  Write(1);
+  later.Commit();
+  outer.Commit();
+  EXPECT_THAT(Seen(), ElementsAre(1));
+}
+
+TEST_F(TransactionTest, ASavepointThatHasEndedLeavesALaterOneAlone) {
+  Transaction transaction(fDatabase);
+  std::optional<Savepoint> ended(std::in_place, fDatabase);
+  ended->Release();
+  Savepoint later(fDatabase);
+  Write(1);
+  ExpectError(ThrownBy([&] { ended->Release(); }), kSavepointMisused, SQLITE_MISUSE);
+  ended.reset();
+  later.Release();
+  transaction.Commit();
+  EXPECT_THAT(Seen(), ElementsAre(1));
+}
+
 TEST_F(TransactionTest, ALevelThatWasEndedElsewhereIsLeftAlone) {
   {
     Transaction transaction(fDatabase);
@@ -371,6 +397,7 @@ TEST_P(OwnRollbackTest, AnActionThatGoesOnWritesNothing) {
 TEST_P(OwnRollbackTest, TheEndOfTheLevelSendsNothing) {
   {
     const Transaction transaction(fDatabase);
+    const Savepoint part(fDatabase);
     CauseIt();
     fDatabase.One<int>("SELECT 1");
     EXPECT_EQ(sqlite3_errcode(Core().fConnection), SQLITE_OK);

@@ -476,7 +476,8 @@ class AnyValuesTest : public ::testing::Test {
                                                      "\xED\xA0\x80"s,
                                                      "a"s};
     std::string text;
-    for (auto left = Below(8) * Below(6); left > 0; --left) text += kPieces[static_cast<std::size_t>(Below(kPieces.size()))];
+    for (auto left = Below(8) * Below(6); left > 0; --left)
+      text += kPieces[static_cast<std::size_t>(Below(kPieces.size()))];
     if (Below(4) == 0) text += static_cast<char>(fGenerator());
     return text;
   }
