@@ -201,7 +201,7 @@ TEST_F(DatabaseFileTest, UriIsOneOnlyIfAskedFor) {
   std::filesystem::current_path(before);
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(fFolder.Path("")))
-    names.push_back(entry.path().filename());
+    names.push_back(entry.path().filename().string());
   EXPECT_THAT(names, ::testing::UnorderedElementsAre("t.db", "file:odd", "new"));
 }
 

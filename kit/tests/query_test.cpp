@@ -20,6 +20,7 @@
 #include "sqldb/kit/term.h"
 #include "sqldb/kit/transaction.h"
 #include "support/allocations.h"
+#include "support/engine.h"
 #include "support/temporary_folder.h"
 
 namespace {

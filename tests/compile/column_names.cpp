@@ -23,6 +23,7 @@ constexpr Column id(&Part::id);
 constexpr Column name(&Part::name);
 constexpr Column price(&Part::price);
 
+// Not those of functions of C that a standard library may declare as well, such as index.
 #define COLUMN(local) [[maybe_unused]] constexpr Column local(&Part::name);
 COLUMN(a)
 COLUMN(action)
@@ -54,7 +55,6 @@ COLUMN(field)
 COLUMN(fields)
 COLUMN(first)
 COLUMN(high)
-COLUMN(index)
 COLUMN(indexes)
 COLUMN(key)
 COLUMN(kind)

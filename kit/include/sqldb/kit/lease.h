@@ -120,6 +120,17 @@ Argument ArgumentOf(const NamedValue<T>& named) {
   return argument;
 }
 
+/// Of which type the elements of a range are, that gives `Given`: its value_type, if it says so, since some give
+/// another type in the place of bool.
+template <typename Range, typename Given, typename = void>
+struct ElementOf {
+  using Type = std::decay_t<Given>;
+};
+template <typename Range, typename Given>
+struct ElementOf<Range, Given, std::void_t<typename Range::value_type>> {
+  using Type = typename Range::value_type;
+};
+
 template <typename T>
 constexpr bool kIsNamed = false;
 template <typename T>

@@ -53,7 +53,10 @@ class SQLDB_EXPORT ListBuilder {
 template <typename Range>
 void BindList(const Target& target, const void* list) {
   ListBuilder builder;
-  for (const auto& value : static_cast<const ListValue<Range>*>(list)->range) builder.Add(ArgumentOf(value));
+  for (const auto& given : static_cast<const ListValue<Range>*>(list)->range) {
+    const typename ElementOf<Range, decltype(given)>::Type& value = given;
+    builder.Add(ArgumentOf(value));
+  }
   builder.Bind(target);
 }
 

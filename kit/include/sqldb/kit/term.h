@@ -251,8 +251,9 @@ Term In(const A& expression, const Values& values) {
   const char* separator = " IN (";
   piece.AddStatic(separator);
   separator = "";
-  for (const auto& value : values) {
-    using Value = std::decay_t<decltype(value)>;
+  for (const auto& given : values) {
+    using Value = typename detail::ElementOf<Values, decltype(given)>::Type;
+    const Value& value = given;
     detail::RequireComparable<A, Value>();
     piece.AddStatic(separator);
     detail::Operand<Value>::Add(piece, value);
