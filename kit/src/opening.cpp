@@ -2,7 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include <boost/make_shared.hpp>
@@ -48,7 +48,7 @@ class Opened {
     if (fConnection == nullptr) return sqlite3_errstr(fResult);
     std::string why = sqlite3_errmsg(fConnection);
     const int reason = sqlite3_system_errno(fConnection);
-    if (reason != 0) why.append(": ").append(std::strerror(reason));
+    if (reason != 0) why.append(": ").append(std::system_category().message(reason));
     return why;
   }
   int Code() const { return fConnection != nullptr ? sqlite3_extended_errcode(fConnection) : fResult; }
