@@ -24,8 +24,7 @@ std::string HexDigits(std::string_view bytes) {
 // to four decimals: they are an integer divided by a power of ten, both exact, which is rounded once in double
 // arithmetic, and in wider arithmetic so that the second rounding does no harm. The others are products or quotients of
 // an integer and powers of two up to 2^62, all of which are exact.
-std::string RealLiteral(double value) {
-  if (std::signbit(value)) return "-" + RealLiteral(-value);
+std::string PositiveLiteral(double value) {
   if (std::isinf(value)) return "9e999";
   char buffer[64];
   const std::to_chars_result shortest = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
@@ -46,6 +45,10 @@ std::string RealLiteral(double value) {
   for (; left >= 62; left -= 62) (literal += operation) += "4611686018427387904.0";
   (literal += operation) += std::to_string(std::int64_t{1} << left) + ".0";
   return literal + ")";
+}
+
+std::string RealLiteral(double value) {
+  return std::signbit(value) ? "-" + PositiveLiteral(-value) : PositiveLiteral(value);
 }
 
 // Between quotes, with quotes inside doubled. SQLite ends a text at a zero byte, so those go by way of a blob. A

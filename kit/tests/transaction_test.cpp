@@ -775,11 +775,13 @@ TEST_F(TransactionTest, AVetoedCommitWhoseRollbackIsRefusedMayBeRepeated) {
 }
 
 TEST_F(TransactionTest, AVetoThatStandsForNothingIsLifted) {
-  Core().fTransactionOK = false;
-  Transaction transaction(fDatabase);
-  Write(1);
-  transaction.Commit();
-  EXPECT_THAT(Seen(), ElementsAre(1));
+  for (int i = 1; i <= 2; ++i) {
+    Core().fTransactionOK = false;
+    Transaction transaction(fDatabase);
+    Write(i);
+    transaction.Commit();
+  }
+  EXPECT_THAT(Seen(), ElementsAre(1, 2));
 }
 
 TEST_F(TransactionTest, ADepthBelowZeroIsPutRight) {
