@@ -1,5 +1,7 @@
 #include "sqldb/kit/statement.h"
 
+#include <cstdint>
+#include <limits>
 #include <type_traits>
 #include <vector>
 
@@ -154,6 +156,11 @@ TEST_F(StatementTest, IsNotMissedByOthersOfItsTextWhileItIsHeld) {
     EXPECT_EQ(fDatabase.One<int>(kText), 2);
     EXPECT_EQ(count(), before + 1);
   }
+}
+
+TEST_F(StatementTest, FailureOfAStepTellsItsText) {
+  Statement fail = fDatabase.Prepare("SELECT abs(?)");
+  EXPECT_EQ(ThrownBy([&] { fail.One<int>(std::numeric_limits<std::int64_t>::min()); }).Sql(), "SELECT abs(?)");
 }
 
 TEST_F(StatementTest, SurvivesAChangeOfTheSchema) {
