@@ -1,6 +1,7 @@
 #include "opening.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <system_error>
 #include <utility>
@@ -123,8 +124,23 @@ void LoadModule(sqlite3* connection, const std::string& module) {
   throw Error("the module '" + module + "' cannot be loaded: " + why, result);
 }
 
-void EnterWal(Connection& connection) {
-  const std::string mode = connection.Ask("PRAGMA journal_mode = WAL");
+// To change the mode, SQLite reads the file and then wants it for itself alone. For that it waits for nobody, since two
+// that did so would wait for each other; here they let go of it, and begin anew.
+std::string ModeAfterWal(Connection& connection, int busyTimeout) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(busyTimeout);
+  for (;;) {
+    try {
+      return connection.Ask("PRAGMA journal_mode = WAL");
+    } catch (const BusyError&) {
+      if (Clock::now() >= end) throw;
+    }
+    sqlite3_sleep(1);
+  }
+}
+
+void EnterWal(Connection& connection, int busyTimeout) {
+  const std::string mode = ModeAfterWal(connection, busyTimeout);
   if (mode != "wal") throw Error("it cannot be put into WAL mode, and stays in mode " + mode, SQLITE_CANTOPEN);
 }
 
@@ -137,7 +153,7 @@ void Configure(Connection& connection, const Options& options) {
   if (!options.module.empty()) LoadModule(connection.Handle(), options.module);
   // Reads the file, and so tells whether it is a database.
   CheckEncoding(connection);
-  if (options.wal) EnterWal(connection);
+  if (options.wal) EnterWal(connection, options.busyTimeout);
   connection.RunScript(kSynchronous[static_cast<std::size_t>(options.synchronous)]);
   connection.RunScript(options.foreignKeys ? "PRAGMA foreign_keys = ON" : "PRAGMA foreign_keys = OFF");
   connection.RunScript(options.setUp);

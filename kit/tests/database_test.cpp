@@ -1,9 +1,12 @@
 #include "sqldb/kit/database.h"
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <sqlite3.h>
 #include <boost/make_shared.hpp>
@@ -259,6 +262,33 @@ TEST_F(DatabaseFileTest, WalIsEnteredOrOpeningFails) {
   EXPECT_EQ(database.One<std::string>("PRAGMA journal_mode"), "wal");
   EXPECT_THAT(Why(ThrownBy([&] { const Database memory(":memory:", options); })),
               HasSubstr("':memory:' cannot be opened: it cannot be put into WAL mode, and stays in mode memory"));
+}
+
+TEST_F(DatabaseFileTest, WalIsEnteredAfterThoseWhoRead) {
+  Database reader(File());
+  reader.Execute("CREATE TABLE t (a)");
+  reader.ExecuteScript("BEGIN; SELECT * FROM t");
+  Options options;
+  options.wal = true;
+  options.busyTimeout = 20;
+  EXPECT_THROW(Database(File(), options), BusyError);
+  options.busyTimeout = 60000;
+  std::thread waiting([&] { EXPECT_EQ(Database(File(), options).One<std::string>("PRAGMA journal_mode"), "wal"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  reader.ExecuteScript("COMMIT");
+  waiting.join();
+}
+
+TEST_F(DatabaseFileTest, SeveralMayEnterWalAtOnce) {
+  Options options;
+  options.wal = true;
+  options.busyTimeout = 60000;
+  for (int i = 0; i < 10; ++i) {
+    const std::string path = File(std::to_string(i));
+    std::vector<std::thread> threads;
+    for (int j = 0; j < 4; ++j) threads.emplace_back([&] { EXPECT_NO_THROW(Database(path, options)); });
+    for (std::thread& thread : threads) thread.join();
+  }
 }
 
 TEST(Database, SynchronousIsAsAsked) {
