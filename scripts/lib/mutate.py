@@ -22,7 +22,10 @@ MOST_MEMORY = 1500  # MB
 # How the libraries and their tests are compiled. What the quick ones do not notice the sanitized ones may.
 QUICK = "quick"
 SANITIZED = "sanitized"
-FLAGS = {QUICK: "", SANITIZED: "-fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer"}
+FLAGS = {
+    QUICK: "",
+    SANITIZED: "-fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer",
+}
 
 # Run only where the others have noticed nothing: they take longer than all of those together.
 SLOW = "TermInStatements.AnyNumberOfOperandsWorks:TermInStatements.GroupsNestAsDeepAsSQLiteTakesThemAndThenSaySo"

@@ -120,8 +120,8 @@ Argument ArgumentOf(const NamedValue<T>& named) {
   return argument;
 }
 
-/// Of which type the elements of a range are, that gives `Given`: its value_type, if it says so, since some give
-/// another type in the place of bool.
+/// The type of the elements of a range, whose iterators give a `Given`: its value_type where it has one, since the
+/// iterators of std::vector<bool> may give a stand-in for a bool.
 template <typename Range, typename Given, typename = void>
 struct ElementOf {
   using Type = std::decay_t<Given>;

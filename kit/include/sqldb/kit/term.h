@@ -239,9 +239,8 @@ Term Between(const A& expression, const B& low, const C& high) {
 }
 
 /// Holds for the rows whose value is one of `values`, a range of them: for none, if there are none. The values are
-/// copied. Any number works; each number makes a statement of its own, so where the number changes all the time
-/// a query with a List compiles less. NULL is in no set, and cannot be a value of
-/// one: a range of std::optional does not compile.
+/// copied. Any number works; each number makes a statement of its own, so where the number changes all the time a query
+/// with a List compiles less. NULL is in no set and cannot be a value of one: a range of optionals does not compile.
 template <typename A, typename Values>
 Term In(const A& expression, const Values& values) {
   detail::RequireExpression<A>();

@@ -57,8 +57,8 @@ struct EncodedBytes {
 ///     static T Load(const Stored&)
 ///
 /// What the two functions throw passes through the operation that they are part of; a ConversionError of Store gets the
-/// name of the column that it was for. They may use the database that the
-/// operation is of. REQUIRES: they do not close it.
+/// name of the column that it was for. They may use the database that the operation is of. REQUIRES: they do not close
+/// it.
 template <typename T, typename = void>
 struct Type;
 
