@@ -264,10 +264,10 @@ TEST_F(DatabaseFileTest, WalIsEnteredOrOpeningFails) {
               HasSubstr("':memory:' cannot be opened: it cannot be put into WAL mode, and stays in mode memory"));
 }
 
-TEST_F(DatabaseFileTest, WalIsEnteredAfterThoseWhoRead) {
-  Database reader(File());
-  reader.Execute("CREATE TABLE t (a)");
-  reader.ExecuteScript("BEGIN; SELECT * FROM t");
+TEST_F(DatabaseFileTest, WalIsEnteredAfterThoseWhoWrite) {
+  Database writer(File());
+  writer.Execute("CREATE TABLE t (a)");
+  writer.ExecuteScript("BEGIN IMMEDIATE");
   Options options;
   options.wal = true;
   options.busyTimeout = 20;
@@ -275,7 +275,7 @@ TEST_F(DatabaseFileTest, WalIsEnteredAfterThoseWhoRead) {
   options.busyTimeout = 60000;
   std::thread waiting([&] { EXPECT_EQ(Database(File(), options).One<std::string>("PRAGMA journal_mode"), "wal"); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  reader.ExecuteScript("COMMIT");
+  writer.ExecuteScript("COMMIT");
   waiting.join();
 }
 
