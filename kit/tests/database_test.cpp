@@ -279,18 +279,6 @@ TEST_F(DatabaseFileTest, WalIsEnteredAfterThoseWhoWrite) {
   waiting.join();
 }
 
-TEST_F(DatabaseFileTest, SeveralMayEnterWalAtOnce) {
-  Options options;
-  options.wal = true;
-  options.busyTimeout = 60000;
-  for (int i = 0; i < 10; ++i) {
-    const std::string path = File(std::to_string(i));
-    std::vector<std::thread> threads;
-    for (int j = 0; j < 4; ++j) threads.emplace_back([&] { EXPECT_NO_THROW(Database(path, options)); });
-    for (std::thread& thread : threads) thread.join();
-  }
-}
-
 TEST(Database, SynchronousIsAsAsked) {
   const auto level = [](Synchronous synchronous) {
     Options options;
