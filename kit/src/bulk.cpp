@@ -1,5 +1,8 @@
 #include "sqldb/kit/bulk.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "connection.h"
 #include "record_values.h"
 #include "step.h"
@@ -7,7 +10,7 @@
 namespace sqldb::kit::detail {
 
 BulkWriter::BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options)
-    : fTable(table), fWhat(what), fBatch(options.batch) {}
+    : fTable(table), fLayout(table.Layout()), fWhat(what), fBatch(options.batch != 0 ? options.batch : std::numeric_limits<std::size_t>::max()) {}
 
 void BulkWriter::BeginBatch() {
   const ConnectionPointer& connection = fTable.Connection();
@@ -21,7 +24,8 @@ void BulkWriter::BeginBatch() {
   fStatement = Lease(fTable.Lend(fWhat));
 }
 
-void BulkWriter::EndBatch() {
+// Not inlined: what guards the stack of a function that ends leases would cost each record.
+[[gnu::noinline]] void BulkWriter::EndBatch() {
   fStatement = Lease();
   if (fSavepoint) fSavepoint->Release();
   if (fTransaction) fTransaction->Commit();
@@ -39,21 +43,25 @@ std::size_t BulkWriter::Kept() const {
   return fSavepoint ? fWritten : fWritten + fInBatch;
 }
 
-bool BulkWriter::Write(const void* record) {
+std::size_t BulkWriter::Write(const void* records, std::size_t count, std::size_t size) {
   try {
     if (fInBatch == 0) BeginBatch();
-    BindRecord(fStatement.Statement(), fTable.Layout(), record);
+    const std::size_t written = std::min(count, fBatch - fInBatch);
+    const char* record = static_cast<const char*>(records);
+    const char* const end = record + written * size;
     KeptStatement& kept = fStatement.Kept();
-    try {
-      while (StepOnce(kept)) {
+    for (; record != end; record += size) {
+      if (kept.statement == nullptr) ThrowLetGo(kept);
+      BindRecord(kept.statement, fLayout, record);
+      try {
+        RunToEnd(kept);
+      } catch (const ConstraintError& error) {
+        fTable.ThrowNotInserted(error, record);
       }
-    } catch (const ConstraintError& error) {
-      fTable.ThrowNotInserted(error, record);
+      ++fInBatch;
     }
-    kept.Reset();
-    if (++fInBatch != fBatch) return false;
-    EndBatch();
-    return true;
+    if (fInBatch == fBatch) EndBatch();
+    return written;
   } catch (Error& error) {
     error.SetRecord(fWritten + fInBatch, Kept());
     throw;

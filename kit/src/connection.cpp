@@ -38,8 +38,8 @@ int Connection::Wait(void* connection, int tries) {
   if (tries == 0) self.fWaited = 0;
   const int pause = std::min(1 << std::min(tries, kLongest), self.fBusyTimeout - self.fWaited);
   if (pause <= 0) return 0;
-  self.fWaited += pause;
-  sqlite3_sleep(pause);
+  // An engine that can only sleep for whole seconds has waited for longer.
+  self.fWaited += std::max(pause, sqlite3_sleep(pause));
   return 1;
 }
 

@@ -1,6 +1,6 @@
 #include "sqldb/kit/error.h"
 
-#include <cstring>
+#include <algorithm>
 
 namespace sqldb::kit {
 
@@ -11,6 +11,8 @@ constexpr std::string_view kBeforeSql = ", in: ";
 std::string WithSql(std::string_view message, std::string_view sql) {
   std::string text(message);
   if (!sql.empty()) text.append(kBeforeSql).append(sql);
+  // What keeps the text may keep it as C does.
+  std::replace(text.begin(), text.end(), '\0', '?');
   return text;
 }
 

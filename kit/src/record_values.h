@@ -9,6 +9,7 @@
 
 #include <sqlite3.h>
 
+#include "binding.h"
 #include "sqldb/kit/record.h"
 
 namespace sqldb::kit::detail {
@@ -71,15 +72,46 @@ inline void LoadField(sqlite3_stmt* statement, int column, const FieldEntry& fie
 
 // Loads the fields from the columns, in their order. A part of what reads row after row, and so without a call.
 [[gnu::always_inline]] inline void LoadRecord(sqlite3_stmt* statement, const RecordLayout& layout, void* record) {
-  const FieldEntry* const end = layout.fields + layout.count;
-  int column = 0;
-  for (const FieldEntry* field = layout.fields; field != end; ++field, ++column) {
-    LoadField(statement, column, *field, record);
-  }
+  const FieldEntry* field = layout.fields;
+  for (int column = 0; column != layout.count; ++column, ++field) LoadField(statement, column, *field, record);
 }
 
-// Binds the fields to the parameters, in their order. REQUIRES: the record stays until the statement has run.
-void BindRecord(sqlite3_stmt* statement, const RecordLayout& layout, const void* record);
+// Binds a value of any type. A ConversionError then names the column.
+void BindByCodec(sqlite3_stmt* statement, int parameter, const FieldEntry& field, const void* member);
+
+inline int BindTextAtOnce(sqlite3_stmt* statement, int parameter, const std::string& text) {
+  return sqlite3_bind_text64(statement, parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+inline void BindField(sqlite3_stmt* statement, int parameter, const FieldEntry& field, const void* member) {
+  int result = SQLITE_OK;
+  if (field.shortcut == Shortcut::kInt64) {
+    result = sqlite3_bind_int64(statement, parameter, *static_cast<const std::int64_t*>(member));
+  } else if (field.shortcut == Shortcut::kString) {
+    result = BindTextAtOnce(statement, parameter, *static_cast<const std::string*>(member));
+  } else if (field.shortcut == Shortcut::kDouble) {
+    const double value = *static_cast<const double*>(member);
+    // SQLite would store NaN as NULL.
+    if (value != value) return BindByCodec(statement, parameter, field, member);
+    result = sqlite3_bind_double(statement, parameter, value);
+  } else if (field.shortcut == Shortcut::kOptionalString) {
+    const auto& text = *static_cast<const std::optional<std::string>*>(member);
+    result = text ? BindTextAtOnce(statement, parameter, *text) : sqlite3_bind_null(statement, parameter);
+  } else {
+    return BindByCodec(statement, parameter, field, member);
+  }
+  CheckBound(statement, result);
+}
+
+// Binds the fields to the parameters, in their order. A part of what writes record after record, and so without a call.
+// REQUIRES: the record stays until the statement has run.
+[[gnu::always_inline]] inline void BindRecord(sqlite3_stmt* statement, const RecordLayout& layout,
+                                              const void* record) {
+  const FieldEntry* field = layout.fields;
+  for (int parameter = 1; parameter <= layout.count; ++parameter, ++field) {
+    BindField(statement, parameter, *field, static_cast<const char*>(record) + field->offset);
+  }
+}
 
 }  // namespace sqldb::kit::detail
 

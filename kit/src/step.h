@@ -30,6 +30,21 @@ inline bool StepOnce(KeptStatement& kept) {
   return false;
 }
 
+// Runs a statement that writes from its beginning to its end, and resets it. It may yield rows even so, which are passed
+// over: PRAGMA count_changes. Throws Error; the statement is then reset, too.
+// REQUIRES: the connection has not let go of it.
+inline void RunToEnd(KeptStatement& kept) {
+  kept.connection->fLevels.BeforeWrite(kept.connection->Core());
+  int result;
+  do {
+    const Working working(*kept.connection);
+    result = sqlite3_step(kept.statement);
+  } while (result == SQLITE_ROW);
+  kept.isOld = true;
+  if (result != SQLITE_DONE) ThrowFailedStep(kept, result);
+  sqlite3_reset(kept.statement);
+}
+
 // The use of a lent statement for one operation: a Lease that does not leave the library, and costs a call less at each
 // end.
 class Loan {
@@ -43,11 +58,8 @@ class Loan {
   KeptStatement& Kept() const noexcept { return fKept; }
   // See StepOnce.
   bool Step() const { return StepOnce(fKept); }
-  // Runs a statement that writes to its end. It may yield a row even so: PRAGMA count_changes.
-  void Finish() const {
-    while (StepOnce(fKept)) {
-    }
-  }
+  // See RunToEnd.
+  void Finish() const { RunToEnd(fKept); }
 
  private:
   KeptStatement& fKept;

@@ -45,6 +45,13 @@ TEST(ErrorTest, CopyHasTheSame) {
   EXPECT_EQ(copy.Sql(), "SELECT 1");
 }
 
+TEST(ErrorTest, ZeroByteDoesNotEndTheTexts) {
+  const Error error(std::string("a\0b", 3), SQLITE_ERROR, std::string("c\0d", 3));
+  EXPECT_STREQ(error.what(), "a?b, in: c?d");
+  EXPECT_EQ(error.Message(), "a?b");
+  EXPECT_EQ(error.Sql(), "c?d");
+}
+
 TEST(ErrorTest, ConstraintSaysWhichAndHasNoValue) {
   Database database(":memory:");
   database.Execute("CREATE TABLE t (a UNIQUE, b NOT NULL, c CHECK (c > 0))");

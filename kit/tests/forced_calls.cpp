@@ -98,7 +98,10 @@ int sqlite3_sleep(int milliseconds) {
   call.function = "sleep";
   call.result = milliseconds;
   Interposer::Record(call);
-  return milliseconds;
+  // Also inside of SQLite's own calls, where nothing else is forced.
+  int slept = milliseconds;
+  Interposer::TakeForced("sleep", slept);
+  return slept;
 }
 
 }  // extern "C"

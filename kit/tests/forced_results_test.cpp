@@ -197,6 +197,18 @@ TEST_F(ForcedResultTest, ThePausesGrowTo128MillisecondsAndAddUpToTheTimeout) {
   }
 }
 
+TEST_F(ForcedResultTest, PausesThatLastLongerThanAskedForCountAsLongAsTheyLast) {
+  Options options;
+  options.busyTimeout = 2500;
+  Database database(File(), options);
+  database.Execute("CREATE TABLE t (a)");
+  Database other(File());
+  other.Execute("BEGIN IMMEDIATE");
+  fCalls.Force("sleep", 1000, 100);
+  EXPECT_THROW(database.Execute("INSERT INTO t VALUES (1)"), BusyError);
+  EXPECT_EQ(fCalls.Count("sleep"), 3U);
+}
+
 TEST_F(ForcedResultTest, StatementsOfTheProgramDoNotWait) {
   Database database(File());
   database.Execute("CREATE TABLE t (a)");

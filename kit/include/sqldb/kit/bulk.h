@@ -49,10 +49,14 @@ class SQLDB_EXPORT BulkWriter {
   /// REQUIRES: the table outlives the object.
   BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options);
 
-  /// Begins a batch if none has begun, which waits for the write lock, and writes a record of the table's struct.
-  /// Returns whether that ended the batch. What it throws ends the work; the object is then to be destroyed, which
-  /// undoes the batch. An Error tells the number of the record and how many stay.
-  bool Write(const void* record);
+  /// Begins a batch if none has begun, which waits for the write lock, and writes records of the table's struct, which
+  /// stand one every `size` bytes, until the batch is full. Returns how many it wrote, at least one. What it throws ends
+  /// the work; the object is then to be destroyed, which undoes the batch. An Error tells the number of the record and
+  /// how many stay.
+  /// REQUIRES: there is a record.
+  std::size_t Write(const void* records, std::size_t count, std::size_t size);
+  /// Whether the last Write has ended its batch.
+  bool IsBatchEnded() const noexcept { return fInBatch == 0; }
   /// Ends the last batch. Returns whether there was one. Throws as Write does.
   bool Finish();
   /// How many records the batches had that have ended.
@@ -64,6 +68,7 @@ class SQLDB_EXPORT BulkWriter {
   std::size_t Kept() const;
 
   const TableHandle& fTable;
+  const RecordLayout& fLayout;
   const RecordWrite fWhat;
   const std::size_t fBatch;
   std::size_t fWritten = 0;

@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -49,6 +50,12 @@ template <typename Record>
 void* EmplaceRecord(void* optional) {
   return &static_cast<std::optional<Record>*>(optional)->emplace();
 }
+
+/// Whether the elements of Records are a Record each, one behind the other.
+template <typename Records, typename Record, typename = const Record*>
+constexpr bool kIsArrayOf = false;
+template <typename Records, typename Record>
+inline constexpr bool kIsArrayOf<Records, Record, decltype(std::data(std::declval<const Records&>()))> = true;
 
 }  // namespace detail
 
@@ -248,11 +255,26 @@ class Table {
   std::size_t WriteMany(detail::RecordWrite what, const Records& records, const BulkOptions& options,
                         Report& report) const {
     detail::BulkWriter writer(fTable, what, options);
-    for (const Record& record : records) {
-      if (writer.Write(&record) && report(writer.Written()) == Progress::kStop) return writer.Written();
+    if constexpr (detail::kIsArrayOf<Records, Record>) {
+      if (!WriteArray(writer, std::data(records), std::size(records), report)) return writer.Written();
+    } else {
+      for (const Record& record : records) {
+        if (!WriteArray(writer, &record, 1, report)) return writer.Written();
+      }
     }
     if (writer.Finish()) report(writer.Written());
     return writer.Written();
+  }
+  // Returns false if the report ends the work.
+  template <typename Report>
+  static bool WriteArray(detail::BulkWriter& writer, const Record* records, std::size_t count, Report& report) {
+    while (count > 0) {
+      const std::size_t written = writer.Write(records, count, sizeof(Record));
+      if (writer.IsBatchEnded() && report(writer.Written()) == Progress::kStop) return false;
+      records += written;
+      count -= written;
+    }
+    return true;
   }
 
   detail::TableHandle fTable;
