@@ -10,7 +10,7 @@
 namespace sqldb::kit::detail {
 
 BulkWriter::BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options)
-    : fTable(table), fLayout(table.Layout()), fWhat(what), fBatch(options.batch != 0 ? options.batch : std::numeric_limits<std::size_t>::max()) {}
+    : fTable(table), fWhat(what), fBatch(options.batch != 0 ? options.batch : std::numeric_limits<std::size_t>::max()) {}
 
 void BulkWriter::BeginBatch() {
   const ConnectionPointer& connection = fTable.Connection();
@@ -46,22 +46,22 @@ std::size_t BulkWriter::Kept() const {
 std::size_t BulkWriter::Write(const void* records, std::size_t count, std::size_t size) {
   try {
     if (fInBatch == 0) BeginBatch();
-    const std::size_t written = std::min(count, fBatch - fInBatch);
+    const std::size_t first = fInBatch;
+    const std::size_t end = first + std::min(count, fBatch - first);
     const char* record = static_cast<const char*>(records);
-    const char* const end = record + written * size;
     KeptStatement& kept = fStatement.Kept();
-    for (; record != end; record += size) {
+    const RecordLayout& layout = fTable.Layout();
+    for (; fInBatch != end; ++fInBatch, record += size) {
       if (kept.statement == nullptr) ThrowLetGo(kept);
-      BindRecord(kept.statement, fLayout, record);
+      BindRecord(kept.statement, layout, record);
       try {
         RunToEnd(kept);
       } catch (const ConstraintError& error) {
         fTable.ThrowNotInserted(error, record);
       }
-      ++fInBatch;
     }
-    if (fInBatch == fBatch) EndBatch();
-    return written;
+    if (end == fBatch) EndBatch();
+    return end - first;
   } catch (Error& error) {
     error.SetRecord(fWritten + fInBatch, Kept());
     throw;

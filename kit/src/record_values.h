@@ -41,29 +41,35 @@ inline bool LoadTextAtOnce(sqlite3_value* source, void* record, const FieldEntry
 // Calls nothing that would cost each field what only few need, and looks at the field anew rather than to keep what it
 // says beside all else in a register.
 inline bool LoadAtOnce(sqlite3_stmt* statement, int column, const FieldEntry& field, void* record) {
-  if (field.shortcut == Shortcut::kInt64) {
-    sqlite3_value* const source = sqlite3_column_value(statement, column);
-    if (sqlite3_value_type(source) != SQLITE_INTEGER) return false;
-    *static_cast<std::int64_t*>(MemberOf(record, field)) = sqlite3_value_int64(source);
-    return true;
+  switch (field.shortcut) {
+    case Shortcut::kInt64: {
+      sqlite3_value* const source = sqlite3_column_value(statement, column);
+      if (sqlite3_value_type(source) != SQLITE_INTEGER) return false;
+      *static_cast<std::int64_t*>(MemberOf(record, field)) = sqlite3_value_int64(source);
+      return true;
+    }
+    case Shortcut::kDouble: {
+      sqlite3_value* const source = sqlite3_column_value(statement, column);
+      if (sqlite3_value_type(source) != SQLITE_FLOAT) return false;
+      *static_cast<double*>(MemberOf(record, field)) = sqlite3_value_double(source);
+      return true;
+    }
+    case Shortcut::kString: {
+      sqlite3_value* const source = sqlite3_column_value(statement, column);
+      return sqlite3_value_type(source) == SQLITE_TEXT && LoadTextAtOnce<std::string>(source, record, field);
+    }
+    case Shortcut::kOptionalString: {
+      sqlite3_value* const source = sqlite3_column_value(statement, column);
+      const int type = sqlite3_value_type(source);
+      if (type == SQLITE_TEXT) return LoadTextAtOnce<std::optional<std::string>>(source, record, field);
+      if (type != SQLITE_NULL) return false;
+      static_cast<std::optional<std::string>*>(MemberOf(record, field))->reset();
+      return true;
+    }
+    default:
+      break;
   }
-  if (field.shortcut == Shortcut::kString) {
-    sqlite3_value* const source = sqlite3_column_value(statement, column);
-    return sqlite3_value_type(source) == SQLITE_TEXT && LoadTextAtOnce<std::string>(source, record, field);
-  }
-  if (field.shortcut == Shortcut::kDouble) {
-    sqlite3_value* const source = sqlite3_column_value(statement, column);
-    if (sqlite3_value_type(source) != SQLITE_FLOAT) return false;
-    *static_cast<double*>(MemberOf(record, field)) = sqlite3_value_double(source);
-    return true;
-  }
-  if (field.shortcut == Shortcut::kNone) return false;
-  sqlite3_value* const source = sqlite3_column_value(statement, column);
-  const int type = sqlite3_value_type(source);
-  if (type == SQLITE_TEXT) return LoadTextAtOnce<std::optional<std::string>>(source, record, field);
-  if (type != SQLITE_NULL) return false;
-  static_cast<std::optional<std::string>*>(MemberOf(record, field))->reset();
-  return true;
+  return false;
 }
 
 inline void LoadField(sqlite3_stmt* statement, int column, const FieldEntry& field, void* record) {
@@ -85,20 +91,27 @@ inline int BindTextAtOnce(sqlite3_stmt* statement, int parameter, const std::str
 
 inline void BindField(sqlite3_stmt* statement, int parameter, const FieldEntry& field, const void* member) {
   int result = SQLITE_OK;
-  if (field.shortcut == Shortcut::kInt64) {
-    result = sqlite3_bind_int64(statement, parameter, *static_cast<const std::int64_t*>(member));
-  } else if (field.shortcut == Shortcut::kString) {
-    result = BindTextAtOnce(statement, parameter, *static_cast<const std::string*>(member));
-  } else if (field.shortcut == Shortcut::kDouble) {
-    const double value = *static_cast<const double*>(member);
-    // SQLite would store NaN as NULL.
-    if (value != value) return BindByCodec(statement, parameter, field, member);
-    result = sqlite3_bind_double(statement, parameter, value);
-  } else if (field.shortcut == Shortcut::kOptionalString) {
-    const auto& text = *static_cast<const std::optional<std::string>*>(member);
-    result = text ? BindTextAtOnce(statement, parameter, *text) : sqlite3_bind_null(statement, parameter);
-  } else {
-    return BindByCodec(statement, parameter, field, member);
+  switch (field.shortcut) {
+    case Shortcut::kInt64:
+      result = sqlite3_bind_int64(statement, parameter, *static_cast<const std::int64_t*>(member));
+      break;
+    case Shortcut::kDouble: {
+      const double value = *static_cast<const double*>(member);
+      // SQLite would store NaN as NULL.
+      if (value != value) return BindByCodec(statement, parameter, field, member);
+      result = sqlite3_bind_double(statement, parameter, value);
+      break;
+    }
+    case Shortcut::kString:
+      result = BindTextAtOnce(statement, parameter, *static_cast<const std::string*>(member));
+      break;
+    case Shortcut::kOptionalString: {
+      const auto& text = *static_cast<const std::optional<std::string>*>(member);
+      result = text ? BindTextAtOnce(statement, parameter, *text) : sqlite3_bind_null(statement, parameter);
+      break;
+    }
+    default:
+      return BindByCodec(statement, parameter, field, member);
   }
   CheckBound(statement, result);
 }

@@ -13,15 +13,17 @@ namespace sqldb::kit::detail {
 // Throws the Error of a step, and resets the statement.
 [[noreturn]] void ThrowFailedStep(KeptStatement& kept, int result);
 
+// As one of the kit's own statements, which may wait. Returns SQLite's result.
+inline int StepAsOwn(const KeptStatement& kept) {
+  const Working working(*kept.connection);
+  return sqlite3_step(kept.statement);
+}
+
 // Runs to the next row. Returns false if there is none left. Throws Error; the statement is then reset.
 // REQUIRES: the connection has not let go of it.
 inline bool StepOnce(KeptStatement& kept) {
   if (kept.isWriting) kept.connection->fLevels.BeforeWrite(kept.connection->Core());
-  int result;
-  {
-    const Working working(*kept.connection);
-    result = sqlite3_step(kept.statement);
-  }
+  const int result = StepAsOwn(kept);
   kept.isRunning = result == SQLITE_ROW;
   kept.isUsed = true;
   kept.isOld = true;
@@ -35,13 +37,11 @@ inline bool StepOnce(KeptStatement& kept) {
 // REQUIRES: the connection has not let go of it.
 inline void RunToEnd(KeptStatement& kept) {
   kept.connection->fLevels.BeforeWrite(kept.connection->Core());
-  int result;
-  do {
-    const Working working(*kept.connection);
-    result = sqlite3_step(kept.statement);
-  } while (result == SQLITE_ROW);
-  kept.isOld = true;
-  if (result != SQLITE_DONE) ThrowFailedStep(kept, result);
+  for (;;) {
+    const int result = StepAsOwn(kept);
+    if (result == SQLITE_DONE) break;
+    if (result != SQLITE_ROW) ThrowFailedStep(kept, result);
+  }
   sqlite3_reset(kept.statement);
 }
 

@@ -68,7 +68,6 @@ class SQLDB_EXPORT BulkWriter {
   std::size_t Kept() const;
 
   const TableHandle& fTable;
-  const RecordLayout& fLayout;
   const RecordWrite fWhat;
   const std::size_t fBatch;
   std::size_t fWritten = 0;

@@ -44,7 +44,7 @@ SQLDB_EXPORT void BindString(const Target& target, const void* value);
 SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
 
 /// What is read and bound without a call by its address.
-enum class Shortcut : unsigned char { kNone, kInt64, kDouble, kString, kOptionalString };
+enum class Shortcut : unsigned char { kInt64, kDouble, kString, kOptionalString, kNone };
 
 /// How values of type T are read and bound: through its Codec, unless it is one of the most frequent types. A layout
 /// keeps the two addresses for each field, so that compiled code can walk a record without its type.
