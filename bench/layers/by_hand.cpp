@@ -35,12 +35,15 @@ void Finish(sqlite3_stmt* statement) {
 
 void ReadText(sqlite3_stmt* statement, int column, std::string& text) {
   const auto* const characters = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+  if (characters == nullptr) Fail("no text");
   text.assign(characters, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
 void ReadNote(sqlite3_stmt* statement, std::optional<std::string>& note) {
   const auto* const characters = reinterpret_cast<const char*>(sqlite3_column_text(statement, 3));
   if (characters == nullptr) {
+    // Or there was no memory for it.
+    if (sqlite3_column_type(statement, 3) != SQLITE_NULL) Fail("no text");
     note.reset();
     return;
   }

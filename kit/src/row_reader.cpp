@@ -103,9 +103,8 @@ bool IsInOrder(const std::vector<int>& columns) {
   return true;
 }
 
-void FindNames(KeptStatement& kept, const RowShape& shape) {
-  const int compilations = Compilations(kept.statement);
-  if (kept.map.shape == &shape && kept.map.compilations == compilations) return;
+// Not inlined: what guards the stack of a function that makes strings would cost each row.
+[[gnu::noinline]] void FindNamesAnew(KeptStatement& kept, const RowShape& shape, [[maybe_unused]] int compilations) {
   kept.map.shape = nullptr;
   kept.map.columns = ColumnFinder(kept.statement, shape).Find();
   if (IsInOrder(kept.map.columns)) kept.map.columns.clear();
@@ -115,6 +114,13 @@ void FindNames(KeptStatement& kept, const RowShape& shape) {
 #else
     // The engine does not count it, and is taken to have done so each time.
 #endif
+}
+
+// A part of what reads row after row, and so without a call.
+inline void FindNames(KeptStatement& kept, const RowShape& shape) {
+  const int compilations = Compilations(kept.statement);
+  const bool isFound = kept.map.shape == &shape && kept.map.compilations == compilations;
+  if (!isFound) FindNamesAnew(kept, shape, compilations);
 }
 
 // Scalars take their columns as they come.
@@ -221,6 +227,14 @@ bool RowReader::LoadFirst(void* const* places) {
   return true;
 }
 
+bool RowReader::LoadFirstAndFinish(void* const* places) {
+  KeptStatement& kept = fLease.Kept();
+  const bool isThere = StepFirst(kept, *fShape, fOrder);
+  if (isThere) LoadOrReset(kept, *fShape, fOrder, places);
+  if (kept.isWriting) Finish();
+  return isThere;
+}
+
 void RowReader::LoadOnly(void* const* places) {
   KeptStatement& kept = fLease.Kept();
   if (!StepFirst(kept, *fShape, fOrder)) ThrowNotOneRow(kept, "The query yields no row.");
@@ -254,7 +268,6 @@ void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), v
 void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), *fShape, fOrder, places); }
 
 void RowReader::Finish() {
-  if (!fLease.Kept().isWriting) return;
   while (Next()) {
   }
 }

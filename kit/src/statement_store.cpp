@@ -59,7 +59,8 @@ inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKe
   return nullptr;
 }
 
-KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
+// Not inlined where a text is found at once: what guards its stack would cost each use.
+[[gnu::noinline]] KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
   if (found == nullptr || found->users > 0) return nullptr;
   return &Lend(*found);

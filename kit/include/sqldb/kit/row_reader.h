@@ -69,6 +69,8 @@ class SQLDB_EXPORT RowReader {
   bool LoadNext(void* const* places);
   /// First, and Load if there is a row. Returns false if there is none.
   bool LoadFirst(void* const* places);
+  /// The same, and goes on to the end of a statement that writes.
+  bool LoadFirstAndFinish(void* const* places);
   /// Runs it from its beginning to its end, and reads its only row. Throws Error if there is none, or more than one.
   void LoadOnly(void* const* places);
   /// Reads the row into the pieces at `places`, as many as the shape has. Throws ConversionError, and what a Type
@@ -78,14 +80,14 @@ class SQLDB_EXPORT RowReader {
   /// Runs it from its beginning to its end, and reads each row into the pieces of what `append` adds to `rows`.
   /// REQUIRES: `places` has room for as many as there are pieces.
   void LoadAll(void* rows, void (*append)(void* rows, void** places), void** places);
-  /// Goes on to the end of a statement that writes.
-  void Finish();
   /// Whether the statement writes; see Rows.
   bool IsWriting() const noexcept { return fLease.IsWriting(); }
   /// That its lease only holds the statement, while copies of the reader step it.
   Hold HoldLease() const noexcept { return Hold(fLease); }
 
  private:
+  void Finish();
+
   Lease fLease;
   const RowShape* fShape = nullptr;
   ColumnOrder fOrder = ColumnOrder::kAsWritten;
@@ -209,8 +211,7 @@ void AppendRow(void* rows, void** places) {
 template <typename Row>
 std::optional<Row> ReadFirst(RowReader& reader) {
   std::optional<Row> row(std::in_place);
-  if (!reader.LoadFirst(Places<Row>(*row).all)) row.reset();
-  reader.Finish();
+  if (!reader.LoadFirstAndFinish(Places<Row>(*row).all)) row.reset();
   return row;
 }
 
