@@ -50,7 +50,7 @@ detail::RowReader Database::Reader(std::string_view sql, const detail::Argument*
                                    const detail::RowShape& shape, detail::Values values) {
   detail::Lease lease(Connection()->Lend(sql));
   detail::BindAll(lease.Kept(), arguments, count, values);
-  return detail::RowReader(std::move(lease), shape, detail::ColumnOrder::kByName);
+  return detail::RowReader(std::move(lease), shape);
 }
 
 std::int64_t Database::Run(std::string_view sql, const detail::Argument* arguments, std::size_t count) {

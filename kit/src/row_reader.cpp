@@ -183,23 +183,28 @@ void LoadPieces(const KeptStatement& kept, const RowShape& shape, bool areMapped
   for (int i = 0; i < shape.count; ++i) LoadPiece(kept.statement, columns, shape.pieces[i], places[i]);
 }
 
+// Whether the columns of the result have another order than what a row is made of.
+inline bool AreMapped(const KeptStatement& kept, const RowShape* shape) {
+  return shape != nullptr && shape->isNamed && !kept.map.columns.empty();
+}
+
 // Reads the row on which the statement stands.
-inline void LoadOrReset(KeptStatement& kept, const RowShape& shape, ColumnOrder order, void* const* places) {
+inline void LoadOrReset(KeptStatement& kept, const RowShape* shape, const RecordLayout* only, void* const* places) {
   try {
-    const bool areMapped = order == ColumnOrder::kByName && shape.isNamed && !kept.map.columns.empty();
-    if (areMapped || shape.only == nullptr) return LoadPieces(kept, shape, areMapped, places);
-    LoadRecord(kept.statement, *shape.only, places[0]);
+    const bool areMapped = AreMapped(kept, shape);
+    if (areMapped || only == nullptr) return LoadPieces(kept, *shape, areMapped, places);
+    LoadRecord(kept.statement, *only, places[0]);
   } catch (...) {
     kept.Reset();
     throw;
   }
 }
 
-inline bool StepFirst(KeptStatement& kept, const RowShape& shape, ColumnOrder order) {
+inline bool StepFirst(KeptStatement& kept, const RowShape* shape) {
   if (kept.statement == nullptr) ThrowLetGo(kept);
   if (kept.isUsed) kept.Reset();
   const bool isThere = StepOnce(kept);
-  if (order == ColumnOrder::kByName) FindOrReset(kept, shape);
+  if (shape != nullptr) FindOrReset(kept, *shape);
   return isThere;
 }
 
@@ -209,36 +214,38 @@ inline bool StepFirst(KeptStatement& kept, const RowShape& shape, ColumnOrder or
 
 }  // namespace
 
-RowReader::RowReader(Lease&& lease, const RowShape& shape, ColumnOrder order)
-    : fLease(std::move(lease)), fShape(&shape), fOrder(order) {
+RowReader::RowReader(Lease&& lease, const RowShape& shape)
+    : fLease(std::move(lease)), fShape(&shape), fOnly(shape.only) {
   KeptStatement& kept = fLease.Kept();
   // What was found before is looked at again when it has run, and so is what an old statement yields: it may have to
   // compile itself anew. One that writes cannot wait for that.
   const bool isKnown = kept.map.shape == &shape || (kept.isOld && !kept.isWriting);
-  if (order == ColumnOrder::kByName && !isKnown) FindColumns(kept, shape);
+  if (!isKnown) FindColumns(kept, shape);
 }
 
-bool RowReader::First() { return StepFirst(fLease.Kept(), *fShape, fOrder); }
+RowReader::RowReader(Lease&& lease, const RecordLayout& layout) noexcept : fLease(std::move(lease)), fOnly(&layout) {}
+
+bool RowReader::First() { return StepFirst(fLease.Kept(), fShape); }
 
 bool RowReader::LoadFirst(void* const* places) {
   KeptStatement& kept = fLease.Kept();
-  if (!StepFirst(kept, *fShape, fOrder)) return false;
-  LoadOrReset(kept, *fShape, fOrder, places);
+  if (!StepFirst(kept, fShape)) return false;
+  LoadOrReset(kept, fShape, fOnly, places);
   return true;
 }
 
 bool RowReader::LoadFirstAndFinish(void* const* places) {
   KeptStatement& kept = fLease.Kept();
-  const bool isThere = StepFirst(kept, *fShape, fOrder);
-  if (isThere) LoadOrReset(kept, *fShape, fOrder, places);
+  const bool isThere = StepFirst(kept, fShape);
+  if (isThere) LoadOrReset(kept, fShape, fOnly, places);
   if (kept.isWriting) Finish();
   return isThere;
 }
 
 void RowReader::LoadOnly(void* const* places) {
   KeptStatement& kept = fLease.Kept();
-  if (!StepFirst(kept, *fShape, fOrder)) ThrowNotOneRow(kept, "The query yields no row.");
-  LoadOrReset(kept, *fShape, fOrder, places);
+  if (!StepFirst(kept, fShape)) ThrowNotOneRow(kept, "The query yields no row.");
+  LoadOrReset(kept, fShape, fOnly, places);
   if (Next()) ThrowNotOneRow(kept, "The query yields more than one row.");
 }
 
@@ -254,18 +261,18 @@ bool RowReader::LoadNext(void* const* places) {
   KeptStatement& kept = fLease.Kept();
   if (!kept.isRunning) return Next();
   if (!StepOnce(kept)) return false;
-  LoadOrReset(kept, *fShape, fOrder, places);
+  LoadOrReset(kept, fShape, fOnly, places);
   return true;
 }
 
 void RowReader::LoadAll(void* rows, void (*append)(void* rows, void** places), void** places) {
   for (bool isThere = First(); isThere; isThere = Next()) {
     append(rows, places);
-    LoadOrReset(fLease.Kept(), *fShape, fOrder, places);
+    LoadOrReset(fLease.Kept(), fShape, fOnly, places);
   }
 }
 
-void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), *fShape, fOrder, places); }
+void RowReader::Load(void* const* places) { LoadOrReset(fLease.Kept(), fShape, fOnly, places); }
 
 void RowReader::Finish() {
   while (Next()) {

@@ -34,7 +34,7 @@ std::int64_t Statement::Run(const detail::Argument* arguments, std::size_t count
 
 detail::RowReader Statement::Reader(const detail::Argument* arguments, std::size_t count, const detail::RowShape& shape,
                                     detail::Values values) const {
-  return detail::RowReader(Begin(fLease, arguments, count, values), shape, detail::ColumnOrder::kByName);
+  return detail::RowReader(Begin(fLease, arguments, count, values), shape);
 }
 
 }  // namespace sqldb::kit

@@ -40,25 +40,19 @@ struct RowShape {
   bool isNamed;
 };
 
-/// How the columns of a result come to the parts of a row: a query of the program's own may have them in any order, one
-/// that the kit wrote has not.
-enum class ColumnOrder {
-  /// In the order of the pieces and their fields. They are just those.
-  kAsWritten,
-  /// By the names of the fields. Throws Error if a column is missing or there twice, or if there are too few or too
-  /// many.
-  kByName,
-};
-
 /// Steps through the rows of a statement and reads them, without their type. Copies share the statement and so go on
 /// together; one that was made without a statement is at the end.
 class SQLDB_EXPORT RowReader {
  public:
   /// At the end.
   RowReader() = default;
-  /// Runs nothing yet. Throws Error, for columns that are not those of the shape.
+  /// Of a query of the program's own: a struct finds its columns by the names of its fields. Runs nothing yet. Throws
+  /// Error if a column is missing or there twice, or if there are too few or too many.
   /// REQUIRES: `shape` lives forever.
-  RowReader(Lease&& lease, const RowShape& shape, ColumnOrder order);
+  RowReader(Lease&& lease, const RowShape& shape);
+  /// Of a query that the kit wrote: the columns are the fields of the record, in their order.
+  /// REQUIRES: `layout` lives forever.
+  RowReader(Lease&& lease, const RecordLayout& layout) noexcept;
 
   /// Runs the statement from its beginning. Returns whether there is a row. Throws Error; nothing is then running.
   bool First();
@@ -89,8 +83,10 @@ class SQLDB_EXPORT RowReader {
   void Finish();
 
   Lease fLease;
+  // Null for a query that the kit wrote.
   const RowShape* fShape = nullptr;
-  ColumnOrder fOrder = ColumnOrder::kAsWritten;
+  // See RowShape::only.
+  const RecordLayout* fOnly = nullptr;
 };
 
 /// Whether T is a std::optional of a described struct, which a join may leave empty.
@@ -108,21 +104,21 @@ void* EmplaceStruct(void* optional, bool isThere) {
   return nullptr;
 }
 
-/// A record that is nothing but a T, as a struct of one field would be. Made at its first use, and lives forever.
+/// A record that is nothing but a T, as a struct of one field would be. Lives forever.
 template <typename T>
 const RecordLayout& LayoutOfScalar() {
-  static const FieldEntry field{"",
-                                nullptr,
-                                Codec<T>::kSql,
-                                Transfer<T>::kLoad,
-                                Transfer<T>::kBind,
-                                0,
-                                Transfer<T>::kShortcut,
-                                Codec<T>::kCanBeNull,
-                                false,
-                                false};
-  static const RecordLayout layout{nullptr, &field, 1, 0};
-  return layout;
+  static constexpr FieldEntry kField{"",
+                                     nullptr,
+                                     Codec<T>::kSql,
+                                     Transfer<T>::kLoad,
+                                     Transfer<T>::kBind,
+                                     0,
+                                     Transfer<T>::kShortcut,
+                                     Codec<T>::kCanBeNull,
+                                     false,
+                                     false};
+  static constexpr RecordLayout kLayout{nullptr, &kField, 1, 0};
+  return kLayout;
 }
 
 /// The part of a row that a T is.

@@ -112,8 +112,7 @@ class Selection {
 
  private:
   detail::RowReader Reader(detail::Values lifetime) const {
-    return detail::RowReader(fTable.Select(fWanted, lifetime), detail::ShapeOf<Record>(),
-                             detail::ColumnOrder::kAsWritten);
+    return detail::RowReader(fTable.Select(fWanted, lifetime), detail::LayoutOf<Record>());
   }
 
   detail::TableHandle fTable;
