@@ -71,7 +71,8 @@ TEST_F(DatabaseFileTest, MissingFileIsMadeUnlessTheOptionsSayOtherwise) {
 TEST_F(DatabaseFileTest, ReadOnlyMissingFileIsAnErrorThatNamesItAndStaysMissing) {
   const Error error = OpeningFails(With(Access::kReadOnly));
   EXPECT_EQ(error.Code(), SQLITE_CANTOPEN);
-  EXPECT_EQ(Why(error), "'" + File() + "' cannot be opened: unable to open database file: No such file or directory");
+  // The system's reason follows.
+  EXPECT_THAT(Why(error), StartsWith("'" + File() + "' cannot be opened: unable to open database file: "));
   EXPECT_FALSE(IsThere());
 }
 
@@ -171,6 +172,7 @@ TEST(Database, NameWithAZeroByteIsRefused) {
 }
 
 TEST_F(DatabaseFileTest, NothingStaysOpenWhenOpeningFails) {
+  if (!std::filesystem::exists("/proc/self/fd")) GTEST_SKIP() << "There is no list of the open files.";
   std::ofstream(File()) << std::string(4096, 'x');
   const auto before = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
   OpeningFails({});
