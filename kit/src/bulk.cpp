@@ -10,7 +10,9 @@
 namespace sqldb::kit::detail {
 
 BulkWriter::BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options)
-    : fTable(table), fWhat(what), fBatch(options.batch != 0 ? options.batch : std::numeric_limits<std::size_t>::max()) {}
+    : fTable(table),
+      fWhat(what),
+      fBatch(options.batch != 0 ? options.batch : std::numeric_limits<std::size_t>::max()) {}
 
 void BulkWriter::BeginBatch() {
   const ConnectionPointer& connection = fTable.Connection();

@@ -118,8 +118,7 @@ inline void BindField(sqlite3_stmt* statement, int parameter, const FieldEntry& 
 
 // Binds the fields to the parameters, in their order. A part of what writes record after record, and so without a call.
 // REQUIRES: the record stays until the statement has run.
-[[gnu::always_inline]] inline void BindRecord(sqlite3_stmt* statement, const RecordLayout& layout,
-                                              const void* record) {
+[[gnu::always_inline]] inline void BindRecord(sqlite3_stmt* statement, const RecordLayout& layout, const void* record) {
   const FieldEntry* field = layout.fields;
   for (int parameter = 1; parameter <= layout.count; ++parameter, ++field) {
     BindField(statement, parameter, *field, static_cast<const char*>(record) + field->offset);

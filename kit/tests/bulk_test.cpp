@@ -101,8 +101,15 @@ class BulkTest : public testing::Test {
 TEST_F(BulkTest, RecordsOfAnyRangeAreInserted) {
   EXPECT_EQ(fParts.InsertMany(std::vector<Part>{{1, "nut", 0.5, "round"}, {2, "bolt", 0.25, {}}}), 2U);
   EXPECT_EQ(fParts.InsertMany(std::list<Part>{{3, "saw", 9, {}}}), 1U);
+  struct Dear : Part {
+    double discount = 0.5;
+  };
+  std::vector<Dear> dear(2);
+  dear[0].id = 10;
+  dear[1].id = 11;
+  EXPECT_EQ(fParts.InsertMany(dear), 2U);
   EXPECT_EQ(fParts.InsertMany(Numbers(4, 6)), 3U);
-  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 5, 6));
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 5, 6, 10, 11));
   EXPECT_EQ(fParts.Get(1), (Part{1, "nut", 0.5, "round"}));
   EXPECT_EQ(fParts.Get(5), (Part{5, "part", 1, {}}));
 }
@@ -168,6 +175,56 @@ TEST_F(BulkTest, NothingStaysOfATransactionWhoseDatabaseIsClosed) {
   });
   EXPECT_EQ(error.Record(), 2U);
   EXPECT_EQ(error.Written(), 0U);
+}
+
+TEST_F(BulkTest, ARangeThatClosesTheDatabaseEndsTheWork) {
+  Database closed(":memory:");
+  const Table<Part> parts(closed);
+  parts.Create();
+  struct Closing {
+    const Numbers numbers{1, 2};
+    Database& database;
+    class iterator {
+     public:
+      iterator(Numbers::iterator number, Database& closedNext) : fNumber(number), fDatabase(&closedNext) {}
+      const Part& operator*() const { return *fNumber; }
+      iterator& operator++() {
+        fDatabase->Close();
+        ++fNumber;
+        return *this;
+      }
+      bool operator!=(const iterator& other) const { return fNumber != other.fNumber; }
+
+     private:
+      Numbers::iterator fNumber;
+      Database* fDatabase;
+    };
+    iterator begin() const { return iterator(numbers.begin(), database); }
+    iterator end() const { return iterator(numbers.end(), database); }
+  };
+  const auto error = ThrownBy([&] { parts.InsertMany(Closing{{1, 2}, closed}); });
+  EXPECT_EQ(error.Message(), "The database has been closed.");
+  EXPECT_EQ(error.Record(), 1U);
+  EXPECT_EQ(error.Written(), 0U);
+}
+
+TEST_F(BulkTest, RecordsOfAnArrayAreWrittenInBatchesToo) {
+  std::vector<Part> records;
+  for (std::int64_t id = 1; id <= 7; ++id) records.push_back({id, "part", 1, {}});
+  std::vector<Report> reports;
+  EXPECT_EQ(fParts.InsertMany(records, {3}, Noting(reports)), 7U);
+  EXPECT_THAT(reports, ElementsAre(Report{3, false}, Report{6, false}, Report{7, false}));
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 5, 6, 7));
+  fParts.Delete(EveryRow());
+  reports.clear();
+  EXPECT_EQ(fParts.InsertMany(records, {2}, Noting(reports, 4)), 4U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4));
+  fParts.Delete(EveryRow());
+  fParts.Insert(records[5]);
+  const auto error = ThrownBy<ConstraintError>([&] { fParts.InsertMany(records, {2}); });
+  EXPECT_EQ(error.Record(), 5U);
+  EXPECT_EQ(error.Written(), 4U);
+  EXPECT_THAT(Ids(), ElementsAre(1, 2, 3, 4, 6));
 }
 
 TEST_F(BulkTest, EachBatchIsATransactionAndIsReported) {

@@ -50,10 +50,9 @@ class SQLDB_EXPORT BulkWriter {
   BulkWriter(const TableHandle& table, RecordWrite what, const BulkOptions& options);
 
   /// Begins a batch if none has begun, which waits for the write lock, and writes records of the table's struct, which
-  /// stand one every `size` bytes, until the batch is full. Returns how many it wrote, at least one. What it throws ends
-  /// the work; the object is then to be destroyed, which undoes the batch. An Error tells the number of the record and
-  /// how many stay.
-  /// REQUIRES: there is a record.
+  /// stand one every `size` bytes, until the batch is full. Returns how many it wrote, at least one. What it throws
+  /// ends the work; the object is then to be destroyed, which undoes the batch. An Error tells the number of the record
+  /// and how many stay. REQUIRES: there is a record.
   std::size_t Write(const void* records, std::size_t count, std::size_t size);
   /// Whether the last Write has ended its batch.
   bool IsBatchEnded() const noexcept { return fInBatch == 0; }
