@@ -39,19 +39,12 @@ void ReadText(sqlite3_stmt* statement, int column, std::string& text) {
   text.assign(characters, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
+// A null pointer alone may also mean that there was no memory for the text.
 void ReadNote(sqlite3_stmt* statement, std::optional<std::string>& note) {
-  const auto* const characters = reinterpret_cast<const char*>(sqlite3_column_text(statement, 3));
-  if (characters == nullptr) {
-    // Or there was no memory for it.
-    if (sqlite3_column_type(statement, 3) != SQLITE_NULL) Fail("no text");
+  if (sqlite3_column_type(statement, 3) == SQLITE_NULL) {
     note.reset();
-    return;
-  }
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, 3));
-  if (note) {
-    note->assign(characters, size);
   } else {
-    note.emplace(characters, size);
+    ReadText(statement, 3, note ? *note : note.emplace());
   }
 }
 

@@ -59,18 +59,22 @@ inline KeptStatement* StatementStore::Find(std::uint64_t hash, const StatementKe
   return nullptr;
 }
 
-// Not inlined where a text is found at once: what guards its stack would cost each use.
-[[gnu::noinline]] KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
+KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   KeptStatement* const found = Find(Hash(key), key);
   if (found == nullptr || found->users > 0) return nullptr;
   return &Lend(*found);
+}
+
+// Not inlined: what guards the stack of a function that makes a key would cost each use of a text that is found at once.
+[[gnu::noinline]] KeptStatement* StatementStore::FindByHash(std::string_view text) noexcept {
+  return Find(StatementKey{text});
 }
 
 KeptStatement* StatementStore::Find(std::string_view text) noexcept {
   const std::uint64_t mixed = reinterpret_cast<std::uintptr_t>(text.data()) * kPrime;
   KeptStatement*& last = fByAddress[static_cast<std::size_t>(mixed >> (64 - kAddressBits))];
   if (last == nullptr || last->users > 0 || last->key != text) {
-    return last = Find(StatementKey{text});
+    return last = FindByHash(text);
   }
   return &Lend(*last);
 }

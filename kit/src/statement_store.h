@@ -66,7 +66,7 @@ struct KeptStatement {
   bool isRunning = false;
   // Whether it was stepped and not reset.
   bool isUsed = false;
-  // Whether it was stepped since it was compiled: what it yields may be other columns by now.
+  // Of one that reads: whether it was stepped since it was compiled. What it yields may be other columns by now.
   bool isOld = false;
   Stay stay = Stay::kNone;
   int kind = 0;
@@ -133,6 +133,7 @@ class StatementStore {
 
   KeptStatement*& Bucket(std::uint64_t hash) { return fBuckets[static_cast<std::size_t>(hash) & fMask]; }
   KeptStatement* Find(std::uint64_t hash, const StatementKey& key) noexcept;
+  KeptStatement* FindByHash(std::string_view text) noexcept;
   std::unique_ptr<KeptStatement> Compiled(sqlite3* handle, std::string sql) const;
   KeptStatement& Enter(std::unique_ptr<KeptStatement> made) noexcept;
   // GiveBack of one that is not the last to have been given back, or that does not stay.

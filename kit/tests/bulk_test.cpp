@@ -114,6 +114,28 @@ TEST_F(BulkTest, RecordsOfAnyRangeAreInserted) {
   EXPECT_EQ(fParts.Get(5), (Part{5, "part", 1, {}}));
 }
 
+TEST_F(BulkTest, ARangeIsWhatItsIteratorsSay) {
+  // The records that it goes through are others than those that lie one behind the other.
+  struct Hiding : std::vector<Part> {
+    using std::vector<Part>::vector;
+    const_reverse_iterator begin() const { return rbegin(); }
+    const_reverse_iterator end() const { return rend() - 1; }
+  };
+  const Hiding hiding{{1, "hidden", 1, {}}, {2, "b", 1, {}}, {3, "a", 1, {}}};
+  EXPECT_EQ(fParts.InsertMany(hiding), 2U);
+  EXPECT_THAT(Ids(), ElementsAre(2, 3));
+  struct WithoutSize {
+    const Part* begin() const { return records.data(); }
+    const Part* end() const { return records.data() + 1; }
+    const Part* data() const { return nullptr; }
+    std::vector<Part> records;
+  };
+  EXPECT_EQ(fParts.InsertMany(WithoutSize{{{4, "c", 1, {}}, {5, "d", 1, {}}}}), 1U);
+  const Part array[] = {{6, "e", 1, {}}, {7, "f", 1, {}}};
+  EXPECT_EQ(fParts.InsertMany(array), 2U);
+  EXPECT_THAT(Ids(), ElementsAre(2, 3, 4, 6, 7));
+}
+
 TEST_F(BulkTest, AnUpsertOfManyReplacesWhatIsThere) {
   if (support::IsOlderThan(3024000)) GTEST_SKIP() << "Upsert needs SQLite 3.24";
   fParts.Insert({2, "nut", 0.5, "round"});

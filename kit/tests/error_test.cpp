@@ -46,10 +46,11 @@ TEST(ErrorTest, CopyHasTheSame) {
 }
 
 TEST(ErrorTest, ZeroByteDoesNotEndTheTexts) {
-  const Error error(std::string("a\0b", 3), SQLITE_ERROR, std::string("c\0d", 3));
-  EXPECT_STREQ(error.what(), "a?b, in: c?d");
-  EXPECT_EQ(error.Message(), "a?b");
-  EXPECT_EQ(error.Sql(), "c?d");
+  const Error error(std::string("a\0b\0", 4), SQLITE_ERROR, std::string("c\0d", 3));
+  const std::string message = "a\uFFFDb\uFFFD";
+  EXPECT_EQ(error.what(), message + ", in: c\uFFFDd");
+  EXPECT_EQ(error.Message(), message);
+  EXPECT_EQ(error.Sql(), "c\uFFFDd");
 }
 
 TEST(ErrorTest, ConstraintSaysWhichAndHasNoValue) {

@@ -324,10 +324,10 @@ build to build, times by more.
 ## Kept statements
 
 Records of an integer, a text, a real number and a text that may be NULL. By hand: statements that are compiled once and
-kept, with bound values, texts bound where they are and read with their length; where there is no text, the storage class
-tells NULL from a lack of memory. The kit keeps its statements by itself, the other layers as objects of the program.
-SQLite's mutexes are off for all of them, since one thread uses a connection; the last column has them on, for the calls
-by hand, too. As a multiple of the calls by hand:
+kept, with bound values, texts bound where they are and read with their length; whether a text is NULL is asked before it
+is read, since there is none for a lack of memory, too. The kit keeps its statements by itself, the other layers as
+objects of the program. SQLite's mutexes are off for all of them, since one thread uses a connection; the last column has
+them on, for the calls by hand, too. As a multiple of the calls by hand:
 
 ![Instructions with kept statements](performance/kept.svg)
 

@@ -42,7 +42,7 @@ namespace detail {
 /// Writes records one after the other. Inside a transaction a batch is a savepoint; inside one that the program began
 /// with SQL of its own it is nothing, and what was written before a failure stays.
 ///
-/// Order of calls: Write for each record, then Finish. Destroyed without it, it undoes the batch that it has begun.
+/// Order of calls: Write until it has taken all records, then Finish. Destroyed without it, it undoes the batch that it has begun.
 class SQLDB_EXPORT BulkWriter {
  public:
   /// Begins nothing yet.
@@ -52,7 +52,8 @@ class SQLDB_EXPORT BulkWriter {
   /// Begins a batch if none has begun, which waits for the write lock, and writes records of the table's struct, which
   /// stand one every `size` bytes, until the batch is full. Returns how many it wrote, at least one. What it throws
   /// ends the work; the object is then to be destroyed, which undoes the batch. An Error tells the number of the record
-  /// and how many stay. REQUIRES: there is a record.
+  /// and how many stay.
+  /// REQUIRES: there is a record.
   std::size_t Write(const void* records, std::size_t count, std::size_t size);
   /// Whether the last Write has ended its batch.
   bool IsBatchEnded() const noexcept { return fInBatch == 0; }

@@ -27,7 +27,7 @@ namespace sqldb::kit {
 
 /// A failure, in SQLite's most telling words and with its result codes. What the kit itself refuses has the code of a
 /// misuse, 21; the few exceptions say so where they are thrown. what() is the message and, if there is a statement,
-/// ", in: " and its text; a zero byte in them is shown as a question mark. To copy one throws nothing.
+/// ", in: " and its text; a zero byte in them is shown as U+FFFD. To copy one throws nothing.
 class SQLDB_EXPORT Error : public std::runtime_error {
  public:
   /// `code` is a primary or an extended result code, `sql` the text of the statement that failed; empty for none. Both

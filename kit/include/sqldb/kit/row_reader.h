@@ -67,7 +67,7 @@ class SQLDB_EXPORT RowReader {
   bool LoadFirstAndFinish(void* const* places);
   /// Runs it from its beginning to its end, and reads its only row. Throws Error if there is none, or more than one.
   void LoadOnly(void* const* places);
-  /// Reads the row into the pieces at `places`, as many as the shape has. Throws ConversionError, and what a Type
+  /// Reads the row into the pieces at `places`, as many as a row is made of. Throws ConversionError, and what a Type
   /// throws; the statement has been stopped before.
   /// REQUIRES: the statement stands on a row.
   void Load(void* const* places);

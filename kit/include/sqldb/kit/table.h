@@ -51,11 +51,15 @@ void* EmplaceRecord(void* optional) {
   return &static_cast<std::optional<Record>*>(optional)->emplace();
 }
 
-/// Whether the elements of Records are a Record each, one behind the other.
-template <typename Records, typename Record, typename = const Record*>
-constexpr bool kIsArrayOf = false;
+/// Whether Records goes from one Record to the one behind it: where its iterators are pointers, and in a vector. Others
+/// may have such elements, too, and go through them in a way of their own.
 template <typename Records, typename Record>
-inline constexpr bool kIsArrayOf<Records, Record, decltype(std::data(std::declval<const Records&>()))> = true;
+constexpr bool kIsArrayOf =
+    std::is_same_v<std::decay_t<decltype(*std::begin(std::declval<const Records&>()))>, Record>&&
+        std::is_pointer_v<decltype(std::begin(std::declval<const Records&>()))>&& std::is_same_v<
+            decltype(std::begin(std::declval<const Records&>())), decltype(std::end(std::declval<const Records&>()))>;
+template <typename Allocator, typename Record>
+inline constexpr bool kIsArrayOf<std::vector<Record, Allocator>, Record> = true;
 
 }  // namespace detail
 
@@ -256,7 +260,9 @@ class Table {
                         Report& report) const {
     detail::BulkWriter writer(fTable, what, options);
     if constexpr (detail::kIsArrayOf<Records, Record>) {
-      if (!WriteArray(writer, std::data(records), std::size(records), report)) return writer.Written();
+      const auto count = static_cast<std::size_t>(std::end(records) - std::begin(records));
+      // None has no address.
+      if (count > 0 && !WriteArray(writer, &*std::begin(records), count, report)) return writer.Written();
     } else {
       for (const Record& record : records) {
         if (!WriteArray(writer, &record, 1, report)) return writer.Written();

@@ -43,7 +43,7 @@ SQLDB_EXPORT void BindInt64(const Target& target, const void* value);
 SQLDB_EXPORT void BindString(const Target& target, const void* value);
 SQLDB_EXPORT void BindOptionalString(const Target& target, const void* value);
 
-/// What is read and bound without a call by its address.
+/// What is read and bound without a call by its address. In an order in which few comparisons find each.
 enum class Shortcut : unsigned char { kInt64, kDouble, kString, kOptionalString, kNone };
 
 /// How values of type T are read and bound: through its Codec, unless it is one of the most frequent types. A layout
