@@ -67,7 +67,7 @@ class RowIterator {
   RowIterator() = default;
   /// Runs the statement from its beginning, and reads its first row. Throws as ++ does.
   explicit RowIterator(RowReader rowReader) : fReader(std::move(rowReader)), fRow(std::in_place) {
-    if (!fReader.LoadFirst(Places<Row>(*fRow).all)) fRow.reset();
+    fIsOnRow = fReader.LoadFirst(Places<Row>(*fRow).all);
   }
   /// Over rows that are there, and stay there.
   RowIterator(KeptRow<Row>* firstRow, KeptRow<Row>* behindLastRow) : fKept(firstRow), fKeptEnd(behindLastRow) {}
@@ -82,8 +82,10 @@ class RowIterator {
   RowIterator& operator++() {
     if (fKept != fKeptEnd) {
       ++fKept;
-    } else if (fRow) {
-      Advance();
+    } else if (fIsOnRow) {
+      // Also if the next one fails.
+      fIsOnRow = false;
+      fIsOnRow = fReader.LoadNext(Places<Row>(*fRow).all);
     }
     return *this;
   }
@@ -110,21 +112,12 @@ class RowIterator {
     }
   }
 
-  bool IsAtEnd() const { return !fRow && fKept == fKeptEnd; }
-
-  void Advance() {
-    bool isThere = false;
-    try {
-      isThere = fReader.LoadNext(Places<Row>(*fRow).all);
-    } catch (...) {
-      fRow.reset();
-      throw;
-    }
-    if (!isThere) fRow.reset();
-  }
+  bool IsAtEnd() const { return !fIsOnRow && fKept == fKeptEnd; }
 
   RowReader fReader;
+  // None in an iterator that was made at the end.
   std::optional<Row> fRow;
+  bool fIsOnRow = false;
   KeptRow<Row>* fKept = nullptr;
   KeptRow<Row>* fKeptEnd = nullptr;
 };
