@@ -88,16 +88,6 @@ std::string_view NameOf(const RecordLayout& layout, std::string_view name) {
 
 }  // namespace
 
-RowsWanted::RowsWanted(const Piece& condition) : term(condition) {}
-RowsWanted::RowsWanted(const RowsWanted& other) = default;
-RowsWanted& RowsWanted::operator=(const RowsWanted& other) = default;
-RowsWanted::~RowsWanted() = default;
-
-void RowsWanted::AddOrder(const Piece& entry) {
-  if (!order.IsEmpty()) order.AddStatic(", ");
-  order.Add(entry);
-}
-
 TableHandle::TableHandle(const Database& database, const RecordLayout& layout, std::string_view name)
     : fConnection(database.Connection()), fState(&fConnection->fTables.Use(layout, NameOf(layout, name))) {}
 
@@ -209,28 +199,36 @@ bool TableHandle::Has(const Term& term) const {
   return VaryingLoan(*fConnection, *fState, kHas, Parts{term.Parts()}).Step();
 }
 
-Lease TableHandle::Select(const RowsWanted& wanted, Values lifetime) const {
-  return SelectAs(kSelect, wanted, lifetime);
+RowsWanted::RowsWanted(const TableHandle& ofTable, const Piece& condition) : table(ofTable), term(condition) {}
+RowsWanted::RowsWanted(const RowsWanted& other) = default;
+RowsWanted& RowsWanted::operator=(const RowsWanted& other) = default;
+RowsWanted::~RowsWanted() = default;
+
+void RowsWanted::AddOrder(const Piece& entry) {
+  if (!order.IsEmpty()) order.AddStatic(", ");
+  order.Add(entry);
 }
 
-Lease TableHandle::SelectAs(int kind, const RowsWanted& wanted, Values lifetime) const {
-  const bool isLimited = wanted.limit >= 0 || wanted.offset != 0;
-  if (wanted.isDistinct) kind |= kDistinct;
+Lease RowsWanted::Select(Values lifetime) const { return SelectAs(kSelect, lifetime); }
+
+Lease RowsWanted::SelectAs(int kind, Values lifetime) const {
+  const bool isLimited = limit >= 0 || offset != 0;
+  if (isDistinct) kind |= kDistinct;
   if (isLimited) kind |= kLimited;
-  VaryingStatement statement(*fConnection, *fState, kind, Parts{wanted.term, &wanted.order});
+  VaryingStatement statement(*table.fConnection, *table.fState, kind, Parts{term, &order});
   Lease lease(statement.Lend());
   statement.Bind(lease.Kept(), lifetime);
   if (isLimited) {
     // The last two, also where the others are literals.
     const int last = lease.Kept().parameterCount;
-    BindInteger(Target{lease.Statement(), last - 1, true}, wanted.limit);
-    BindInteger(Target{lease.Statement(), last, true}, wanted.offset);
+    BindInteger(Target{lease.Statement(), last - 1, true}, limit);
+    BindInteger(Target{lease.Statement(), last, true}, offset);
   }
   return lease;
 }
 
-std::int64_t TableHandle::CountRows(const RowsWanted& wanted) const {
-  Lease lease = SelectAs(kCountRows, wanted, Values::kLasting);
+std::int64_t RowsWanted::Count() const {
+  Lease lease = SelectAs(kCountRows, Values::kLasting);
   lease.Step();
   return sqlite3_column_int64(lease.Statement(), 0);
 }

@@ -50,7 +50,7 @@ class Selection {
   using const_iterator = iterator;
 
   /// For the kit; see Table::Select.
-  Selection(const detail::TableHandle& ofTable, const Term& condition) : fTable(ofTable), fWanted(condition.Parts()) {}
+  Selection(const detail::TableHandle& ofTable, const Term& condition) : fWanted(ofTable, condition.Parts()) {}
 
   /// Orders by a column or an Sql, ascending, after the orders given before: those decide first. Without an order rows
   /// come as SQLite finds them. NULL comes first, texts as the collation of their column has it.
@@ -108,14 +108,13 @@ class Selection {
     return detail::ReadAll<Record>(reader);
   }
   /// How many rows there are, with regard to limit, offset and Distinct. None of them is read into a record.
-  std::int64_t Count() const { return fTable.CountRows(fWanted); }
+  std::int64_t Count() const { return fWanted.Count(); }
 
  private:
   detail::RowReader Reader(detail::Values lifetime) const {
-    return detail::RowReader(fTable.Select(fWanted, lifetime), detail::LayoutOf<Record>());
+    return detail::RowReader(fWanted.Select(lifetime), detail::LayoutOf<Record>());
   }
 
-  detail::TableHandle fTable;
   detail::RowsWanted fWanted;
 };
 

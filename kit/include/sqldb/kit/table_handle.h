@@ -22,29 +22,6 @@ struct TableState;
 /// What is written with a record as a whole.
 enum class RecordWrite { kInsert, kInsertOrIgnore, kUpsert, kReplace, kUpdate };
 
-/// Which rows of a table, and in which order. To copy it is compiled once: each step of a chain does.
-struct SQLDB_EXPORT RowsWanted {
-  /// Empty for all rows.
-  explicit RowsWanted(const Piece& condition);
-  RowsWanted(const RowsWanted& other);
-  RowsWanted& operator=(const RowsWanted& other);
-  ~RowsWanted();
-
-  /// Behind the orders that it has.
-  void AddOrder(const Piece& entry);
-
-  /// Which rows; empty for all.
-  Piece term;
-  /// Its entries, with commas between them; empty for none.
-  Piece order;
-  /// Negative for none.
-  std::int64_t limit = -1;
-  /// Negative for none, too.
-  std::int64_t offset = 0;
-  /// Whether rows that are the same in all fields count once.
-  bool isDistinct = false;
-};
-
 /// A table of a connection, by the layout of its records. Copies are the same; all of them share what is known of the
 /// table: its statements, of which each has a place of its own, and their texts. A record is a `void*` to what the
 /// layout describes.
@@ -93,16 +70,44 @@ class SQLDB_EXPORT TableHandle {
   std::int64_t Count(const Term& term) const;
   bool Has(const Term& term) const;
 
-  /// The statement that yields the rows, with its values.
-  Lease Select(const RowsWanted& wanted, Values lifetime) const;
-  /// How many that would be; none of them is read.
-  std::int64_t CountRows(const RowsWanted& wanted) const;
-
  private:
-  Lease SelectAs(int kind, const RowsWanted& wanted, Values lifetime) const;
+  friend struct RowsWanted;
 
   ConnectionPointer fConnection;
   TableState* fState;
+};
+
+/// Which rows of a table, and in which order. To copy it is compiled once: each step of a chain does.
+struct SQLDB_EXPORT RowsWanted {
+  /// Those for which the condition holds, all if it is empty.
+  RowsWanted(const TableHandle& ofTable, const Piece& condition);
+  RowsWanted(const RowsWanted& other);
+  RowsWanted& operator=(const RowsWanted& other);
+  ~RowsWanted();
+
+  /// Behind the orders that it has.
+  void AddOrder(const Piece& entry);
+
+  /// The statement that yields the rows, with its values.
+  Lease Select(Values lifetime) const;
+  /// How many that would be; none of them is read.
+  std::int64_t Count() const;
+
+  /// Whose rows.
+  TableHandle table;
+  /// Which rows; empty for all.
+  Piece term;
+  /// Its entries, with commas between them; empty for none.
+  Piece order;
+  /// Negative for none.
+  std::int64_t limit = -1;
+  /// Negative for none, too.
+  std::int64_t offset = 0;
+  /// Whether rows that are the same in all fields count once.
+  bool isDistinct = false;
+
+ private:
+  Lease SelectAs(int kind, Values lifetime) const;
 };
 
 }  // namespace sqldb::kit::detail
