@@ -65,7 +65,8 @@ KeptStatement* StatementStore::Find(const StatementKey& key) noexcept {
   return &Lend(*found);
 }
 
-// Not inlined: what guards the stack of a function that makes a key would cost each use of a text that is found at once.
+// Not inlined: what guards the stack of a function that makes a key would cost each use of a text that is found at
+// once.
 [[gnu::noinline]] KeptStatement* StatementStore::FindByHash(std::string_view text) noexcept {
   return Find(StatementKey{text});
 }

@@ -32,8 +32,8 @@ inline bool StepOnce(KeptStatement& kept) {
   return false;
 }
 
-// Runs a statement that writes from its beginning to its end, and resets it. It may yield rows even so, which are passed
-// over: PRAGMA count_changes. Throws Error; the statement is then reset, too.
+// Runs a statement that writes from its beginning to its end, and resets it. It may yield rows even so, which are
+// passed over: PRAGMA count_changes. Throws Error; the statement is then reset, too.
 // REQUIRES: the connection has not let go of it, and it was not stepped since it was reset.
 inline void RunToEnd(KeptStatement& kept) {
   kept.connection->fLevels.BeforeWrite(kept.connection->Core());

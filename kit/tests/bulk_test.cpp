@@ -171,6 +171,20 @@ TEST_F(BulkTest, AfterARollbackOfSQLiteNothingIsSaidToStay) {
   EXPECT_THAT(Ids(), IsEmpty());
 }
 
+TEST_F(BulkTest, NorIsItOfThoseBeforeABatchThatCannotBeginAfterOne) {
+  fParts.Insert({50, "there", 1, {}});
+  const sqldb::kit::Transaction transaction(fDatabase);
+  const auto error = ThrownBy([&] {
+    fParts.InsertMany(Numbers(1, 9), {2}, [&](std::size_t) {
+      EXPECT_THROW(fDatabase.Execute("INSERT OR ROLLBACK INTO parts VALUES (50, 'again', 1, NULL)"), ConstraintError);
+      return Progress::kGoOn;
+    });
+  });
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_ABORT_ROLLBACK);
+  EXPECT_EQ(error.Record(), 2U);
+  EXPECT_EQ(error.Written(), 0U);
+}
+
 TEST_F(BulkTest, BatchesBeforeOneThatCannotBeginStay) {
   const auto error = ThrownBy([&] {
     fParts.InsertMany(Numbers(1, 9), {2}, [&](std::size_t) {

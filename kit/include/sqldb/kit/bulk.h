@@ -42,7 +42,8 @@ namespace detail {
 /// Writes records one after the other. Inside a transaction a batch is a savepoint; inside one that the program began
 /// with SQL of its own it is nothing, and what was written before a failure stays.
 ///
-/// Order of calls: Write until it has taken all records, then Finish. Destroyed without it, it undoes the batch that it has begun.
+/// Order of calls: Write until it has taken all records, then Finish. Destroyed without it, it undoes the batch that it
+/// has begun.
 class SQLDB_EXPORT BulkWriter {
  public:
   /// Begins nothing yet.
