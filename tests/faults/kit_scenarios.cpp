@@ -11,6 +11,7 @@
 #include "faults/scenarios.h"
 #include "sqldb/kit/leftovers.h"
 #include "sqldb/kit/list.h"
+#include "sqldb/kit/migrations.h"
 #include "sqldb/kit/transaction.h"
 #include "sqldb/sqldb.h"
 #include "support/fixtures.h"
@@ -182,6 +183,16 @@ void CreateMissingTable(KitWork& work) {
     notes.CreateIfMissing();
     Items(work).CreateIfMissing();
   });
+}
+
+void MigrateFile(KitWork& work) {
+  const auto write = [](Database& database) {
+    database.Execute("CREATE TABLE fresh (a)");
+    database.Execute("UPDATE items SET qty = qty + 1");
+  };
+  std::optional<Migrations> steps;
+  work.undisturbed([&] { steps.emplace().Add("fresh", write, ForeignKeys::kOff); });
+  Require(steps->Run(Of(work)) == 1);
 }
 
 void DropTable(KitWork& work) { Items(work).Drop(); }
@@ -613,6 +624,7 @@ const std::vector<KitScenario>& KitScenarios() {
       {"create table", CreateTable},
       {"create missing table", CreateMissingTable},
       {"drop table", DropTable},
+      {"migration", MigrateFile},
       {"insert", InsertRecord},
       {"insert or ignore", InsertOrIgnoreRecord},
       {"upsert", UpsertRecords},
