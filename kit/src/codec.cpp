@@ -56,6 +56,9 @@ void ThrowNotBound(sqlite3_stmt* statement, int result) {
 void ThrowUnfit(const char* why) { throw ConversionError(why, SQLITE_MISMATCH); }
 
 void ThrowUnfit(const Source& source, const char* why) {
+  if (source.statement == nullptr) {
+    throw ConversionError("argument " + std::to_string(source.column + 1) + " has " + why, SQLITE_MISMATCH);
+  }
   std::string message = "column ";
   if (const char* const name = sqlite3_column_name(source.statement, source.column)) message += name;
   message.append(" has ").append(why);

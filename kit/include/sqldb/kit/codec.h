@@ -35,7 +35,7 @@ constexpr bool kIsInteger = kIsOneOf<T, signed char, unsigned char, short, unsig
 struct Source {
   /// An sqlite3_value, which not every version of SQLite declares in the same way.
   void* value;
-  /// For the message of a ConversionError: whose column it is, from 0.
+  /// For the message of a ConversionError: whose column it is, from 0. Null: it is the argument of a function.
   sqlite3_stmt* statement;
   int column;
 };
@@ -101,7 +101,7 @@ SQLDB_EXPORT void BindReal(const Target& target, double value);
 SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
 SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 
-/// Throws the ConversionError that says what is stored in the column and why it does not fit: "an integer outside ...".
+/// Throws the ConversionError that says what is in the column or argument and why it does not fit: "an integer outside ...".
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
 /// The same for a value that is to be stored: it has no column yet, and `why` is the whole sentence.
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
