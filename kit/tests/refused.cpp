@@ -5,6 +5,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "sqldb/kit/functions.h"
 #include "sqldb/kit/kit.h"
 
 using namespace sqldb::kit;
@@ -56,21 +57,29 @@ void IsRefused(Database& database, Opaque& opaque, int* pointer) {
 #elif defined( \
     A_ROW_WITHOUT_TYPE)  // This type is not stored: .* A struct is a row if it has a static constexpr Description
   database.All<Opaque>("SELECT 1");
-#elif defined(A_PARAMETER_WITHOUT_TYPE)          // This type is not stored
+#elif defined(A_GENERIC_FUNCTION)          // A function of the program's own takes arguments of fixed types
+  Define(database, "f", [](auto a) { return a; });
+#elif defined(A_FUNCTION_WITHOUT_TYPE)     // This type is not stored
+  Define(database, "f", [](const Opaque&) { return 1; });
+#elif defined(A_RESULT_WITHOUT_TYPE)       // This type is not stored
+  Define(database, "f", [] { return Opaque(); });
+#elif defined(A_COLLATION_THAT_MAY_THROW)  // A collation is given two std::string_view, returns an int, and is noexcept
+  DefineCollation(database, "c", [](std::string_view, std::string_view) { return 0; });
+#elif defined(A_PARAMETER_WITHOUT_TYPE)    // This type is not stored
   database.Execute("SELECT ?", opaque);
-#elif defined(A_POINTER_AS_PARAMETER)            // Views and pointers are not stored
+#elif defined(A_POINTER_AS_PARAMETER)      // Views and pointers are not stored
   database.Execute("SELECT ?", pointer);
-#elif defined(AN_ELEMENT_WITHOUT_TYPE)           // This type is not stored
+#elif defined(AN_ELEMENT_WITHOUT_TYPE)     // This type is not stored
   database.Execute("SELECT value FROM list(?)", List(std::vector<Opaque>{opaque}));
-#elif defined(A_VIEW_AS_ROW)                     // Views and pointers are not stored: use what owns its value
+#elif defined(A_VIEW_AS_ROW)               // Views and pointers are not stored: use what owns its value
   database.All<std::string_view>("SELECT ''");
-#elif defined(CHARACTERS_AS_ROW)                 // Views and pointers are not stored: use what owns its value
+#elif defined(CHARACTERS_AS_ROW)           // Views and pointers are not stored: use what owns its value
   database.All<const char*, int>("SELECT '', 1");
-#elif defined(A_REFERENCE_AS_ROW)                // A row has values of its own: neither references nor arrays
+#elif defined(A_REFERENCE_AS_ROW)          // A row has values of its own: neither references nor arrays
   database.All<int&>("SELECT 1");
-#elif defined(AN_ARRAY_AS_ROW)                   // A row has values of its own: neither references nor arrays
+#elif defined(AN_ARRAY_AS_ROW)             // A row has values of its own: neither references nor arrays
   database.All<char[4]>("SELECT ''");
-#elif defined(NO_ROW)                            // Say what a row is made of
+#elif defined(NO_ROW)                      // Say what a row is made of
   database.All<>("SELECT 1");
 #elif defined(A_STRUCT_THAT_CANNOT_BE_MADE)      // it needs a constructor without arguments
   database.All<Unmade>("SELECT 1 AS number");

@@ -2,8 +2,8 @@
 #define SQLDB_KIT_KIT_H
 
 // What most programs need: a database, its tables, and any SQL with typed parameters and rows. Begin with database.h
-// and table.h. All of the kit but migrations.h, which not all programs need, and leftovers.h, which is for programs
-// that call the core.
+// and table.h. All of the kit but functions.h and migrations.h, which not all programs need, and leftovers.h, which
+// is for programs that call the core.
 
 #include "sqldb/kit/database.h"
 #include "sqldb/kit/error.h"
