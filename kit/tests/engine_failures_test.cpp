@@ -12,6 +12,7 @@
 #include <sqlite3.h>
 
 #include "kit_test.h"
+#include "sqldb/kit/functions.h"
 #include "sqldb/kit/table.h"
 
 namespace {
@@ -54,6 +55,11 @@ class Failure {
 }  // namespace
 
 extern "C" {
+
+void* sqlite3_aggregate_context(sqlite3_context* context, int size) {
+  static auto* const real = Next<decltype(sqlite3_aggregate_context)>("sqlite3_aggregate_context");
+  return Fails("aggregate_context") ? nullptr : real(context, size);
+}
 
 const unsigned char* sqlite3_value_text(sqlite3_value* value) {
   static auto* const real = Next<decltype(sqlite3_value_text)>("sqlite3_value_text");
@@ -146,6 +152,17 @@ TEST_F(EngineFailuresTest, NamesOfColumnsAreReadOnceForAStatement) {
   }
 }
 #endif
+
+struct Sum {
+  void Step(int value) { sum += value; }
+  int Result() const { return sum; }
+  int sum = 0;
+};
+
+TEST_F(EngineFailuresTest, AnAggregateWithoutMemoryIsNotTakenForOneWithoutRows) {
+  sqldb::kit::DefineAggregate<Sum>(fDatabase, "own_sum");
+  ExpectNoMemory("aggregate_context", 1, [&] { EXPECT_EQ(fDatabase.One<int>("SELECT own_sum(7)"), 7); });
+}
 
 TEST_F(EngineFailuresTest, AMessageMayLackTheNameOfTheColumn) {
   const Failure failure("column_name");

@@ -248,6 +248,18 @@ TEST_F(AggregatesTest, WhatOneThrowsIsTheErrorOfItsStatement) {
   EXPECT_EQ(ThrownBy([&] { Asked<std::string>("longest(a) FROM t WHERE g = 5"); }).Message(), "too long");
 }
 
+struct Unmade {
+  Unmade() { throw std::domain_error("cannot be made"); }
+  void Step(int) {}
+  int Result() const { return 0; }
+};
+
+TEST_F(AggregatesTest, OneThatCannotBeMadeIsTheErrorOfItsStatement) {
+  DefineAggregate<Unmade>(fDatabase, "unmade");
+  EXPECT_EQ(ThrownBy([&] { Asked<int>("unmade(g) FROM t"); }).Message(), "cannot be made");
+  EXPECT_EQ(ThrownBy([&] { Asked<int>("unmade(g) FROM t WHERE g = 3"); }).Message(), "cannot be made");
+}
+
 TEST_F(AggregatesTest, OneThatIsGivenUpLeavesNothing) {
   auto rows = fDatabase.Query<std::string>("SELECT longest(a) FROM t GROUP BY g");
   EXPECT_EQ(*rows.begin(), "ef");

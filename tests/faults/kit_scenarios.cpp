@@ -9,6 +9,7 @@
 #include <boost/make_shared.hpp>
 
 #include "faults/scenarios.h"
+#include "sqldb/kit/functions.h"
 #include "sqldb/kit/leftovers.h"
 #include "sqldb/kit/list.h"
 #include "sqldb/kit/migrations.h"
@@ -183,6 +184,24 @@ void CreateMissingTable(KitWork& work) {
     notes.CreateIfMissing();
     Items(work).CreateIfMissing();
   });
+}
+
+struct OwnSum {
+  void Step(std::optional<std::int64_t> value) { sum += value.value_or(0); }
+  std::int64_t Result() const { return sum; }
+  std::int64_t sum = 0;
+};
+
+void UseOwnFunctions(KitWork& work) {
+  Database& database = Of(work);
+  Define(database, "own_text", [](std::int64_t value) { return std::string(100, 'x') + std::to_string(value); });
+  Define(database, "own_next", [](const FunctionArguments& all) { return all.At<std::optional<std::int64_t>>(0); });
+  DefineAggregate<OwnSum>(database, "own_sum");
+  DefineCollation(database, "own", [](std::string_view a, std::string_view b) noexcept { return a.compare(b); });
+  Require(database.One<bool>("SELECT own_sum(qty) = SUM(qty) FROM items"));
+  Require(database.First<std::string>("SELECT own_text(id) AS t FROM items ORDER BY t COLLATE own") ==
+          std::string(100, 'x') + "1");
+  database.Execute("UPDATE items SET qty = own_next(id)");
 }
 
 void MigrateFile(KitWork& work) {
@@ -624,6 +643,7 @@ const std::vector<KitScenario>& KitScenarios() {
       {"create table", CreateTable},
       {"create missing table", CreateMissingTable},
       {"drop table", DropTable},
+      {"functions of the program's own", UseOwnFunctions},
       {"migration", MigrateFile},
       {"insert", InsertRecord},
       {"insert or ignore", InsertOrIgnoreRecord},
