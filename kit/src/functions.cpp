@@ -124,10 +124,12 @@ void CheckDefined(sqlite3* connection, int result) {
 // A copy without its type, which owns the callable.
 template <typename Callee>
 std::unique_ptr<Callee, void (*)(void*)> Owned(const Callee& callee, void (*destroy)(void*)) {
-  std::unique_ptr<void, void (*)(void*)> callable(callee.callable, callee.destroy);
-  std::unique_ptr<Callee, void (*)(void*)> owned(new Callee(callee), destroy);
-  callable.release();
-  return owned;
+  try {
+    return std::unique_ptr<Callee, void (*)(void*)>(new Callee(callee), destroy);
+  } catch (...) {
+    callee.destroy(callee.callable);
+    throw;
+  }
 }
 
 }  // namespace
@@ -164,7 +166,7 @@ void AddCollation(Database& database, const std::string& name, const Comparison&
   CheckDefined(connection, sqlite3_create_collation_v2(connection, name.c_str(), SQLITE_UTF8, owned.get(),
                                                        &CompareTexts, &DestroyComparison));
   // Other than for a function, SQLite leaves it to the caller if it fails.
-  owned.release();
+  static_cast<void>(owned.release());
 }
 
 }  // namespace detail
