@@ -16,7 +16,6 @@ namespace {
 using kit_test::ThrownBy;
 using sqldb::kit::Blob;
 using sqldb::kit::ConstraintError;
-using sqldb::kit::ConversionError;
 using sqldb::kit::Database;
 using sqldb::kit::Define;
 using sqldb::kit::DefineAggregate;
@@ -98,25 +97,33 @@ TEST_F(FunctionsTest, AnythingThatCanBeCalledInOneWayWillDo) {
   EXPECT_EQ(Asked<int>("moved()"), 3);
 }
 
+std::string Described(const FunctionArguments& arguments) {
+  std::string text = std::to_string(arguments.Count());
+  for (int i = 0; i < arguments.Count(); ++i) {
+    text += " " + arguments.At<std::optional<std::string>>(i).value_or("NULL");
+  }
+  return text;
+}
+
+// The one whose number is the first one.
+std::string Chosen(const FunctionArguments& arguments) {
+  return std::string(arguments.At<std::string_view>(arguments.At<int>(0)));
+}
+
 TEST_F(FunctionsTest, OneMayTakeAnyNumberOfArguments) {
-  Define(fDatabase, "described", [](const FunctionArguments& arguments) {
-    std::string text = std::to_string(arguments.Count());
-    for (int i = 0; i < arguments.Count(); ++i) {
-      text += " " + arguments.At<std::optional<std::string>>(i).value_or("NULL");
-    }
-    return text;
-  });
+  Define(fDatabase, "described", &Described);
   EXPECT_EQ(Asked<std::string>("described()"), "0");
   EXPECT_EQ(Asked<std::string>("described('a', NULL)"), "2 a NULL");
-  Define(fDatabase, "argument", [](const FunctionArguments& arguments) {
-    return std::string(arguments.At<std::string_view>(arguments.At<int>(0)));
-  });
-  EXPECT_EQ(Asked<std::string>("argument(1, 'b')"), "b");
-  for (const std::string number : {"2", "-1"}) {
-    const Error error = ThrownBy([&] { Asked<std::string>("argument(" + number + ", 'b')"); });
-    EXPECT_EQ(error.Message(), "The function has no argument " + number + ", counted from 0.");
-    EXPECT_EQ(error.Code(), SQLITE_MISUSE);
-  }
+}
+
+TEST_F(FunctionsTest, AnArgumentThatIsNotThereIsAnError) {
+  Define(fDatabase, "chosen", &Chosen);
+  EXPECT_EQ(Asked<std::string>("chosen(1, 'b')"), "b");
+  const Error behind = ThrownBy([&] { Asked<std::string>("chosen(2, 'b')"); });
+  EXPECT_EQ(behind.Message(), "The function has no argument 2, counted from 0.");
+  EXPECT_EQ(behind.Code(), SQLITE_MISUSE);
+  EXPECT_EQ(ThrownBy([&] { Asked<std::string>("chosen(-1, 'b')"); }).Message(),
+            "The function has no argument -1, counted from 0.");
 }
 
 TEST_F(FunctionsTest, ArgumentsThatDoNotFitAreToldByTheirNumber) {
@@ -128,29 +135,43 @@ TEST_F(FunctionsTest, ArgumentsThatDoNotFitAreToldByTheirNumber) {
   EXPECT_EQ(ThrownBy([&] { Asked<int>("half(1)"); }).Message(), "wrong number of arguments to function half()");
 }
 
+double Failing(int how) {
+  switch (how) {
+    case 0:
+      throw std::domain_error("not today");
+    case 1:
+      throw ConstraintError("not like this", SQLITE_CONSTRAINT_FUNCTION);
+    case 2:
+      throw std::bad_alloc();
+    case 3:
+      throw 3;
+    case 4:
+      throw Error("nearly right", SQLITE_OK);
+    case 5:
+      throw Error("done", SQLITE_DONE);
+    default:
+      return std::numeric_limits<double>::quiet_NaN();
+  }
+}
+
 TEST_F(FunctionsTest, WhatOneThrowsIsTheErrorOfItsStatement) {
-  Define(fDatabase, "failing", [](int how) {
-    if (how == 0) throw std::domain_error("not today");
-    if (how == 1) throw ConstraintError("not like this", SQLITE_CONSTRAINT_FUNCTION);
-    if (how == 2) throw std::bad_alloc();
-    if (how == 3) throw 3;
-    if (how == 4) throw Error("nearly right", SQLITE_OK);
-    if (how == 5) throw Error("done", SQLITE_DONE);
-    return std::numeric_limits<double>::quiet_NaN();
-  });
-  const auto message = [&](int how) {
-    return std::string(ThrownBy([&] { Asked<double>("failing(" + std::to_string(how) + ")"); }).Message());
-  };
-  EXPECT_EQ(message(0), "not today");
-  const auto constraint = ThrownBy<ConstraintError>([&] { Asked<double>("failing(1)"); });
-  EXPECT_EQ(constraint.Message(), "not like this");
-  EXPECT_EQ(constraint.ExtendedCode(), SQLITE_CONSTRAINT_FUNCTION);
-  EXPECT_THROW(Asked<double>("failing(2)"), std::bad_alloc);
-  EXPECT_EQ(message(3), "an exception that is no std::exception");
-  EXPECT_EQ(message(4), "nearly right");
-  EXPECT_EQ(message(5), "done");
-  EXPECT_EQ(message(6), "NaN cannot be stored.");
+  Define(fDatabase, "failing", &Failing);
+  const auto failure = [&](int how) { return ThrownBy([&] { fDatabase.One<double>("SELECT failing(?)", how); }); };
+  EXPECT_EQ(failure(0).Message(), "not today");
+  EXPECT_EQ(failure(0).Code(), SQLITE_ERROR);
+  EXPECT_EQ(failure(1).Message(), "not like this");
+  EXPECT_EQ(failure(1).ExtendedCode(), SQLITE_CONSTRAINT_FUNCTION);
+  EXPECT_EQ(failure(3).Message(), "an exception that is no std::exception");
+  EXPECT_EQ(failure(4).Message(), "nearly right");
+  EXPECT_EQ(failure(5).Message(), "done");
+  EXPECT_EQ(failure(6).Message(), "NaN cannot be stored.");
   EXPECT_EQ(Asked<int>("1"), 1);
+}
+
+TEST_F(FunctionsTest, WhatOneThrowsKeepsItsClass) {
+  Define(fDatabase, "failing", &Failing);
+  ThrownBy<ConstraintError>([&] { Asked<double>("failing(1)"); });
+  EXPECT_THROW(Asked<double>("failing(2)"), std::bad_alloc);
 }
 
 TEST_F(FunctionsTest, OneMayUseTheDatabase) {
@@ -178,12 +199,14 @@ TEST_F(FunctionsTest, OnlyADeterministicOneMayStandInAnIndex) {
 
 TEST_F(FunctionsTest, WhatCannotBeDefinedIsAnErrorAndLeavesNothing) {
   const auto owned = std::make_shared<int>(0);
-  EXPECT_THROW(Define(fDatabase, std::string(300, 'f'), [owned] { return *owned; }), Error);
+  const auto define = [&](const std::string& name) { Define(fDatabase, name, [owned] { return *owned; }); };
+  ThrownBy([&] { define(std::string(300, 'f')); });
   EXPECT_EQ(owned.use_count(), 1);
   fDatabase.Close();
-  EXPECT_THROW(Define(fDatabase, "f", [owned] { return *owned; }), Error);
-  EXPECT_THROW(DefineCollation(fDatabase, "c", [owned](std::string_view, std::string_view) noexcept { return 0; }),
-               Error);
+  ThrownBy([&] { define("f"); });
+  ThrownBy([&] {
+    DefineCollation(fDatabase, "c", [owned](std::string_view, std::string_view) noexcept { return *owned; });
+  });
   EXPECT_EQ(owned.use_count(), 1);
 }
 
@@ -251,7 +274,8 @@ TEST_F(AggregatesTest, WhatOneThrowsIsTheErrorOfItsStatement) {
 struct Unmade {
   Unmade() { throw std::domain_error("cannot be made"); }
   void Step(int) {}
-  int Result() const { return 0; }
+  int Result() const { return value; }
+  int value = 0;
 };
 
 TEST_F(AggregatesTest, OneThatCannotBeMadeIsTheErrorOfItsStatement) {
