@@ -13,6 +13,7 @@
 
 namespace {
 
+using kit_test::ExpectThrown;
 using kit_test::ThrownBy;
 using sqldb::kit::Blob;
 using sqldb::kit::ConstraintError;
@@ -154,24 +155,33 @@ double Failing(int how) {
   }
 }
 
-TEST_F(FunctionsTest, WhatOneThrowsIsTheErrorOfItsStatement) {
-  Define(fDatabase, "failing", &Failing);
-  const auto failure = [&](int how) { return ThrownBy([&] { fDatabase.One<double>("SELECT failing(?)", how); }); };
-  EXPECT_EQ(failure(0).Message(), "not today");
-  EXPECT_EQ(failure(0).Code(), SQLITE_ERROR);
-  EXPECT_EQ(failure(1).Message(), "not like this");
-  EXPECT_EQ(failure(1).ExtendedCode(), SQLITE_CONSTRAINT_FUNCTION);
-  EXPECT_EQ(failure(3).Message(), "an exception that is no std::exception");
-  EXPECT_EQ(failure(4).Message(), "nearly right");
-  EXPECT_EQ(failure(5).Message(), "done");
-  EXPECT_EQ(failure(6).Message(), "NaN cannot be stored.");
+class FailingFunctionTest : public FunctionsTest {
+ protected:
+  FailingFunctionTest() { Define(fDatabase, "failing", &Failing); }
+  template <typename E = Error>
+  E Failure(int how) {
+    return ThrownBy<E>([&] { fDatabase.One<double>("SELECT failing(?)", how); });
+  }
+};
+
+TEST_F(FailingFunctionTest, WhatItThrowsIsTheErrorOfItsStatement) {
+  EXPECT_EQ(Failure(0).Message(), "not today");
+  EXPECT_EQ(Failure(0).Code(), SQLITE_ERROR);
+  EXPECT_EQ(Failure(3).Message(), "an exception that is no std::exception");
+  EXPECT_EQ(Failure(6).Message(), "NaN cannot be stored.");
   EXPECT_EQ(Asked<int>("1"), 1);
 }
 
-TEST_F(FunctionsTest, WhatOneThrowsKeepsItsClass) {
-  Define(fDatabase, "failing", &Failing);
-  ThrownBy<ConstraintError>([&] { Asked<double>("failing(1)"); });
-  EXPECT_THROW(Asked<double>("failing(2)"), std::bad_alloc);
+TEST_F(FailingFunctionTest, AnErrorKeepsItsClassAndItsCode) {
+  const auto error = Failure<ConstraintError>(1);
+  EXPECT_EQ(error.Message(), "not like this");
+  EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_FUNCTION);
+  ExpectThrown<std::bad_alloc>([&] { Asked<double>("failing(2)"); });
+}
+
+TEST_F(FailingFunctionTest, ACodeOfSuccessIsAnErrorAllTheSame) {
+  EXPECT_EQ(Failure(4).Message(), "nearly right");
+  EXPECT_EQ(Failure(5).Message(), "done");
 }
 
 TEST_F(FunctionsTest, OneMayUseTheDatabase) {

@@ -36,6 +36,12 @@ E ThrownBy(Action action) {
   return E("(nothing thrown)", 0);
 }
 
+// The same where what is thrown tells no more than its type.
+template <typename E, typename Action>
+void ExpectThrown(Action action) {
+  EXPECT_THROW(action(), E);
+}
+
 // How many compiled statements the connection has, and how many of them stand on a row.
 struct StatementCount {
   int all = 0;

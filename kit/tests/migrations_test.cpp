@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kit_test.h"
@@ -14,6 +15,7 @@
 
 namespace {
 
+using kit_test::ExpectThrown;
 using kit_test::ThrownBy;
 using sqldb::kit::BusyError;
 using sqldb::kit::ConstraintError;
@@ -82,7 +84,7 @@ TEST_F(MigrationsTest, WhatAReportThrowsEndsTheWork) {
   const auto stop = [](const MigrationStep& step) {
     if (step.number == 2) throw std::domain_error("enough");
   };
-  EXPECT_THROW(PartsWithNames().Run(fDatabase, stop), std::domain_error);
+  ExpectThrown<std::domain_error>([&] { PartsWithNames().Run(fDatabase, stop); });
   EXPECT_EQ(Version(), 1);
   EXPECT_EQ(PartsWithNames().Run(fDatabase), 2);
 }
@@ -99,25 +101,29 @@ TEST_F(MigrationsTest, AFailedStepLeavesTheFileAsItWasBeforeIt) {
   EXPECT_EQ(fDatabase.One<std::string>("SELECT name FROM parts"), "part 1");
 }
 
+Migrations WithSecond(Migrations::Action action) {
+  return Migrations().Add("first", "CREATE TABLE t (a UNIQUE)").Add("second", std::move(action));
+}
+
 TEST_F(MigrationsTest, AFailureKeepsItsClass) {
-  const auto failing = [&](Migrations::Action action) {
-    return Migrations().Add("first", "CREATE TABLE t (a UNIQUE)").Add("failing", std::move(action));
-  };
-  const auto constraint = ThrownBy<ConstraintError>([&] {
-    failing([](Database& database) { database.ExecuteScript("INSERT INTO t VALUES (1), (1)"); }).Run(fDatabase);
-  });
-  EXPECT_EQ(constraint.Message(), "step 2, failing: UNIQUE constraint failed: t.a");
+  const auto insertTwice = [](Database& database) { database.ExecuteScript("INSERT INTO t VALUES (1), (1)"); };
+  const auto constraint = ThrownBy<ConstraintError>([&] { WithSecond(insertTwice).Run(fDatabase); });
+  EXPECT_EQ(constraint.Message(), "step 2, second: UNIQUE constraint failed: t.a");
   EXPECT_EQ(constraint.ExtendedCode(), SQLITE_CONSTRAINT_UNIQUE);
-  const auto conversion = ThrownBy<ConversionError>(
-      [&] { failing([](Database& database) { database.One<int>("SELECT 'x' AS a"); }).Run(fDatabase); });
-  EXPECT_EQ(conversion.Message(), "step 2, failing: column a has a text, which cannot be read as an integer");
-  EXPECT_THROW(failing([](Database&) { throw std::domain_error("own"); }).Run(fDatabase), std::domain_error);
+  const auto readText = [](Database& database) { database.One<int>("SELECT 'x' AS a"); };
+  EXPECT_EQ(ThrownBy<ConversionError>([&] { WithSecond(readText).Run(fDatabase); }).Message(),
+            "step 2, second: column a has a text, which cannot be read as an integer");
+}
+
+TEST_F(MigrationsTest, WhatIsNoErrorPassesAsItIs) {
+  const auto fail = [](Database&) { throw std::domain_error("own"); };
+  ExpectThrown<std::domain_error>([&] { WithSecond(fail).Run(fDatabase); });
   EXPECT_EQ(Version(), 1);
 }
 
 TEST_F(MigrationsTest, AStepThatEndsItsTransactionFails) {
   for (const char* const end : {"COMMIT", "ROLLBACK"}) {
-    EXPECT_THROW(Migrations().Add("kinds", std::string("CREATE TABLE kinds (id); ") + end).Run(fDatabase), Error);
+    ThrownBy([&] { Migrations().Add("kinds", std::string("CREATE TABLE kinds (id); ") + end).Run(fDatabase); });
     EXPECT_EQ(Version(), 0);
     EXPECT_THAT(Tables(), IsEmpty());
   }
@@ -142,7 +148,7 @@ TEST_F(MigrationsTest, AnOpenTransactionIsRefused) {
     EXPECT_EQ(error.Code(), SQLITE_MISUSE);
   }
   fDatabase.ExecuteScript("BEGIN");
-  EXPECT_THROW(PartsWithNames().Run(fDatabase), Error);
+  ThrownBy([&] { PartsWithNames().Run(fDatabase); });
 }
 
 // --- References ------------------------------------------------------------------------------------------------------
@@ -178,7 +184,7 @@ TEST_F(ReferencesTest, TheyAreEnforcedInAllOtherSteps) {
 }
 
 TEST_F(ReferencesTest, TheyAreEnforcedAgainAfterAStepThatFails) {
-  EXPECT_THROW(Before().Add("broken", "DELETE FROM none", ForeignKeys::kOff).Run(fDatabase), Error);
+  ThrownBy([&] { Before().Add("broken", "DELETE FROM none", ForeignKeys::kOff).Run(fDatabase); });
   EXPECT_TRUE(AreEnforced());
 }
 
@@ -211,6 +217,7 @@ TEST_F(SharedFileTest, EachStepIsTakenByOneOfThem) {
   options.busyTimeout = 60000;
   std::atomic<int> taken{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       Database database(File(), options);
@@ -244,7 +251,7 @@ TEST_F(SharedFileTest, WhoHasWaitedForTooLongIsTold) {
   Options options;
   options.busyTimeout = 20;
   Database database(File(), options);
-  EXPECT_THROW(PartsWithNames().Run(database), BusyError);
+  ExpectThrown<BusyError>([&] { PartsWithNames().Run(database); });
 }
 
 }  // namespace
