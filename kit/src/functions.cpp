@@ -40,13 +40,8 @@ class ResultSink final : public detail::ValueSink {
   sqlite3_context* fContext;
 };
 
-// Only those that are errors: SQLite would take others for success.
-bool IsFailure(int code) { return (code & 0xFF) != SQLITE_OK && (code & 0xFF) < SQLITE_ROW; }
-
-void TellError(sqlite3_context* context, const Error& error) noexcept {
-  const std::string_view message = error.Message();
+void TellError(sqlite3_context* context, std::string_view message) noexcept {
   sqlite3_result_error(context, message.data(), static_cast<int>(message.size()));
-  if (IsFailure(error.ExtendedCode())) sqlite3_result_error_code(context, error.ExtendedCode());
 }
 
 // No exception crosses SQLite's own functions.
@@ -56,12 +51,16 @@ void CallForSQLite(sqlite3_context* context, const Call& call) noexcept {
     call();
   } catch (const std::bad_alloc&) {
     sqlite3_result_error_nomem(context);
+  } catch (const ConstraintError& error) {
+    TellError(context, error.Message());
+    // Of other codes SQLite would take some for its own, and roll back.
+    if (error.Code() == SQLITE_CONSTRAINT) sqlite3_result_error_code(context, error.ExtendedCode());
   } catch (const Error& error) {
-    TellError(context, error);
+    TellError(context, error.Message());
   } catch (const std::exception& error) {
-    sqlite3_result_error(context, error.what(), -1);
+    TellError(context, error.what());
   } catch (...) {
-    sqlite3_result_error(context, "an exception that is no std::exception", -1);
+    TellError(context, "an exception that is no std::exception");
   }
 }
 
@@ -82,14 +81,21 @@ const AggregateFunction& AggregateOf(sqlite3_context* context) {
   return *static_cast<const AggregateFunction*>(sqlite3_user_data(context));
 }
 
+// Of a group, in memory of SQLite's, which is zero at first.
+struct Group {
+  void* aggregate;
+  bool hasFailed;
+};
+
 void StepAggregate(sqlite3_context* context, int count, sqlite3_value** values) {
   CallForSQLite(context, [&] {
     const AggregateFunction& function = AggregateOf(context);
-    // SQLite's own, null at first.
-    auto* const aggregate = static_cast<void**>(sqlite3_aggregate_context(context, sizeof(void*)));
-    if (aggregate == nullptr) throw std::bad_alloc();
-    if (*aggregate == nullptr) *aggregate = function.make();
-    function.step(*aggregate, FunctionArguments(values, count));
+    auto* const group = static_cast<Group*>(sqlite3_aggregate_context(context, sizeof(Group)));
+    if (group == nullptr) throw std::bad_alloc();
+    group->hasFailed = true;
+    if (group->aggregate == nullptr) group->aggregate = function.make();
+    function.step(group->aggregate, FunctionArguments(values, count));
+    group->hasFailed = false;
   });
 }
 
@@ -97,11 +103,14 @@ void StepAggregate(sqlite3_context* context, int count, sqlite3_value** values) 
 void FinishAggregate(sqlite3_context* context) {
   CallForSQLite(context, [&] {
     const AggregateFunction& function = AggregateOf(context);
-    auto* const made = static_cast<void**>(sqlite3_aggregate_context(context, 0));
-    void* const aggregate = made != nullptr && *made != nullptr ? *made : function.make();
-    const std::unique_ptr<void, void (*)(void*)> owner(aggregate, function.destroy);
+    const auto* const group = static_cast<const Group*>(sqlite3_aggregate_context(context, 0));
+    const bool isMade = group != nullptr && group->aggregate != nullptr;
+    const bool hasFailed = group != nullptr && group->hasFailed;
+    if (hasFailed && !isMade) return;
+    const std::unique_ptr<void, void (*)(void*)> aggregate(isMade ? group->aggregate : function.make(),
+                                                           function.destroy);
     ResultSink result(context);
-    function.finish(aggregate, result);
+    if (!hasFailed) function.finish(aggregate.get(), result);
   });
 }
 
@@ -115,6 +124,13 @@ int CompareTexts(void* pointer, int sizeOfA, const void* a, int sizeOfB, const v
 void DestroyComparison(void* pointer) {
   const std::unique_ptr<Comparison> comparison(static_cast<Comparison*>(pointer));
   comparison->destroy(comparison->callable);
+}
+
+// What is wrong with one SQLite does not say.
+void CheckName(const std::string& name) {
+  constexpr std::size_t kMost = 255;
+  if (!name.empty() && name.size() <= kMost && name.find('\0') == std::string::npos) return;
+  throw Error("The name of a function or collation has 1 to 255 bytes, and no zero byte.", SQLITE_MISUSE);
 }
 
 void CheckDefined(sqlite3* connection, int result) {
@@ -146,6 +162,7 @@ namespace detail {
 void AddFunction(Database& database, const std::string& name, int argumentCount, Purity purity,
                  const ScalarFunction& function) {
   auto owned = Owned(function, &DestroyFunction);
+  CheckName(name);
   sqlite3* const connection = database.Core().fConnection;
   const int flags = SQLITE_UTF8 | (purity == Purity::kDeterministic ? SQLITE_DETERMINISTIC : 0);
   // From here on SQLite owns it, also if it fails.
@@ -154,6 +171,7 @@ void AddFunction(Database& database, const std::string& name, int argumentCount,
 }
 
 void AddAggregate(Database& database, const std::string& name, int argumentCount, const AggregateFunction& function) {
+  CheckName(name);
   sqlite3* const connection = database.Core().fConnection;
   CheckDefined(connection, sqlite3_create_function_v2(connection, name.c_str(), argumentCount, SQLITE_UTF8,
                                                       const_cast<AggregateFunction*>(&function), nullptr,
@@ -162,6 +180,7 @@ void AddAggregate(Database& database, const std::string& name, int argumentCount
 
 void AddCollation(Database& database, const std::string& name, const Comparison& comparison) {
   auto owned = Owned(comparison, &DestroyComparison);
+  CheckName(name);
   sqlite3* const connection = database.Core().fConnection;
   CheckDefined(connection, sqlite3_create_collation_v2(connection, name.c_str(), SQLITE_UTF8, owned.get(),
                                                        &CompareTexts, &DestroyComparison));

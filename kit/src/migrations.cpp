@@ -4,7 +4,7 @@
 
 #include <sqlite3.h>
 
-#include "compile.h"
+#include "connection.h"
 #include "levels.h"
 #include "sqldb/kit/error.h"
 #include "sqldb/kit/query.h"
@@ -29,18 +29,20 @@ int VersionOf(Database& database, int newest) {
 class ForeignKeysOff {
  public:
   ForeignKeysOff(Database& database, ForeignKeys wanted)
-      : fDatabase(database), fIsOff(wanted == ForeignKeys::kOff && database.One<bool>("PRAGMA foreign_keys")) {
-    if (fIsOff) fDatabase.ExecuteScript("PRAGMA foreign_keys = OFF");
+      : fConnection(database.Connection()),
+        fIsOff(wanted == ForeignKeys::kOff && database.One<bool>("PRAGMA foreign_keys")) {
+    if (fIsOff) database.ExecuteScript("PRAGMA foreign_keys = OFF");
   }
   // By SQLite itself, which needs no memory of the kit's for it.
   ~ForeignKeysOff() {
-    if (fIsOff) sqlite3_db_config(fDatabase.Core().fConnection, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
+    if (!fIsOff || !fConnection->IsOpen()) return;
+    sqlite3_db_config(fConnection->Core().fConnection, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
   }
   ForeignKeysOff(const ForeignKeysOff&) = delete;
   ForeignKeysOff& operator=(const ForeignKeysOff&) = delete;
 
  private:
-  Database& fDatabase;
+  const detail::ConnectionPointer fConnection;
   const bool fIsOff;
 };
 
@@ -52,8 +54,19 @@ void CheckReferences(Database& database) {
   throw ConstraintError("a row of " + child + " refers to one that is not in " + parent, SQLITE_CONSTRAINT_FOREIGNKEY);
 }
 
-std::string MessageOf(const Error& error, int number, const std::string& name) {
-  return "step " + std::to_string(number) + ", " + name + ": " + std::string(error.Message());
+// The version would be written without it.
+void CheckStillOpen(const SQLDatabase& core) {
+  if (core.fTransactionDepth == 1 && !detail::IsOver(core)) return;
+  throw Error("its transaction has ended, or a part of it has not", SQLITE_ABORT_ROLLBACK);
+}
+
+// The same with the step before the message.
+template <typename E>
+[[noreturn]] void ThrowOfStep(const E& error, int number, const std::string& name) {
+  E told("step " + std::to_string(number) + ", " + name + ": " + std::string(error.Message()), error.ExtendedCode(),
+         error.Sql());
+  told.SetRecord(error.Record(), error.Written());
+  throw told;
 }
 
 }  // namespace
@@ -95,13 +108,19 @@ bool Migrations::Take(Database& database, int number, const Report& report) cons
   if (report) report(MigrationStep{number + 1, static_cast<int>(fSteps.size()), step.name});
   try {
     step.action(database);
-    CheckReferences(database);
+    // Elsewhere SQLite has seen to it.
+    if (step.foreignKeys == ForeignKeys::kOff) CheckReferences(database);
+    CheckStillOpen(database.Core());
     database.ExecuteScript("PRAGMA user_version = " + std::to_string(number + 1));
     transaction.Commit();
+  } catch (const ConstraintError& error) {
+    ThrowOfStep(error, number + 1, step.name);
+  } catch (const BusyError& error) {
+    ThrowOfStep(error, number + 1, step.name);
   } catch (const ConversionError& error) {
-    throw ConversionError(MessageOf(error, number + 1, step.name), error.ExtendedCode(), error.Sql());
+    ThrowOfStep(error, number + 1, step.name);
   } catch (const Error& error) {
-    detail::ThrowAsItIs(MessageOf(error, number + 1, step.name), error.ExtendedCode(), error.Sql());
+    ThrowOfStep(error, number + 1, step.name);
   }
   return true;
 }

@@ -26,6 +26,10 @@ using sqldb::kit::FunctionArguments;
 using sqldb::kit::Purity;
 using ::testing::ElementsAre;
 
+int BySize(std::string_view a, std::string_view b) noexcept {
+  return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
+}
+
 class FunctionsTest : public ::testing::Test {
  protected:
   template <typename T>
@@ -66,6 +70,16 @@ TEST_F(FunctionsTest, TextsMayBeViews) {
   EXPECT_EQ(Asked<int>("size('abc')"), 3);
   EXPECT_EQ(Asked<int>("size(NULL)"), -1);
   EXPECT_EQ(Asked<std::string>("no_text()"), "");
+}
+
+TEST_F(FunctionsTest, WhatMayBeAParameterMayBeAResult) {
+  Define(fDatabase, "word", [](bool is) { return is ? "yes" : "no"; });
+  Define(fDatabase, "null", [] { return std::nullopt; });
+  Define(fDatabase, "same", [](std::optional<std::string_view> text) { return text; });
+  EXPECT_EQ(Asked<std::string>("word(1)"), "yes");
+  EXPECT_EQ(Asked<std::optional<int>>("\"null\"()"), std::nullopt);
+  EXPECT_EQ(Asked<std::string>("same('a')"), "a");
+  EXPECT_EQ(Asked<std::optional<std::string>>("same(NULL)"), std::nullopt);
 }
 
 TEST_F(FunctionsTest, OneThatReturnsNothingYieldsNull) {
@@ -122,7 +136,7 @@ TEST_F(FunctionsTest, AnArgumentThatIsNotThereIsAnError) {
   EXPECT_EQ(Asked<std::string>("chosen(1, 'b')"), "b");
   const Error behind = ThrownBy([&] { Asked<std::string>("chosen(2, 'b')"); });
   EXPECT_EQ(behind.Message(), "The function has no argument 2, counted from 0.");
-  EXPECT_EQ(behind.Code(), SQLITE_MISUSE);
+  EXPECT_EQ(behind.Code(), SQLITE_ERROR);
   EXPECT_EQ(ThrownBy([&] { Asked<std::string>("chosen(-1, 'b')"); }).Message(),
             "The function has no argument -1, counted from 0.");
 }
@@ -147,9 +161,9 @@ double Failing(int how) {
     case 3:
       throw 3;
     case 4:
-      throw Error("nearly right", SQLITE_OK);
+      throw Error("full elsewhere", SQLITE_FULL);
     case 5:
-      throw Error("done", SQLITE_DONE);
+      throw ConstraintError("no constraint", SQLITE_OK);
     default:
       return std::numeric_limits<double>::quiet_NaN();
   }
@@ -172,16 +186,20 @@ TEST_F(FailingFunctionTest, WhatItThrowsIsTheErrorOfItsStatement) {
   EXPECT_EQ(Asked<int>("1"), 1);
 }
 
-TEST_F(FailingFunctionTest, AnErrorKeepsItsClassAndItsCode) {
+TEST_F(FailingFunctionTest, AConstraintErrorKeepsItsClassAndItsCode) {
   const auto error = Failure<ConstraintError>(1);
   EXPECT_EQ(error.Message(), "not like this");
   EXPECT_EQ(error.ExtendedCode(), SQLITE_CONSTRAINT_FUNCTION);
-  ExpectThrown<std::bad_alloc>([&] { Asked<double>("failing(2)"); });
 }
 
-TEST_F(FailingFunctionTest, ACodeOfSuccessIsAnErrorAllTheSame) {
-  EXPECT_EQ(Failure(4).Message(), "nearly right");
-  EXPECT_EQ(Failure(5).Message(), "done");
+TEST_F(FailingFunctionTest, NoOtherCodeReachesSQLite) {
+  EXPECT_EQ(Failure(4).Message(), "full elsewhere");
+  EXPECT_EQ(Failure(4).Code(), SQLITE_ERROR);
+  EXPECT_EQ(Failure(5).Message(), "no constraint");
+}
+
+TEST_F(FailingFunctionTest, ALackOfMemoryStaysOne) {
+  ExpectThrown<std::bad_alloc>([&] { Asked<double>("failing(2)"); });
 }
 
 TEST_F(FunctionsTest, OneMayUseTheDatabase) {
@@ -220,6 +238,16 @@ TEST_F(FunctionsTest, WhatCannotBeDefinedIsAnErrorAndLeavesNothing) {
   EXPECT_EQ(owned.use_count(), 1);
 }
 
+TEST_F(FunctionsTest, NamesThatSQLiteDoesNotTakeAreRefused) {
+  const std::string expected = "The name of a function or collation has 1 to 255 bytes, and no zero byte.";
+  for (const std::string& name : {std::string(), std::string(256, 'f'), std::string("a\0b", 3)}) {
+    EXPECT_EQ(ThrownBy([&] { Define(fDatabase, name, [] { return 1; }); }).Message(), expected);
+    EXPECT_EQ(ThrownBy([&] { DefineCollation(fDatabase, name, &BySize); }).Message(), expected);
+  }
+  Define(fDatabase, std::string(255, 'f'), [] { return 1; });
+  EXPECT_EQ(Asked<int>(std::string(255, 'f') + "()"), 1);
+}
+
 TEST_F(FunctionsTest, OneInUseIsNotReplaced) {
   Define(fDatabase, "f", [] { return 1; });
   auto rows = fDatabase.Query<int>("SELECT f() UNION ALL SELECT f()");
@@ -250,11 +278,13 @@ struct Longest {
     if (text.size() > longest.size()) longest = text;
   }
   std::optional<std::string> Result() const {
+    ++results;
     if (longest == "too long") throw std::length_error(longest);
     return longest.empty() ? std::nullopt : std::optional<std::string>(longest);
   }
 
   static inline int alive = 0;
+  static inline int results = 0;
   std::string longest;
 };
 
@@ -277,21 +307,41 @@ TEST_F(AggregatesTest, OneWithoutRowsHasAResultToo) {
 
 TEST_F(AggregatesTest, WhatOneThrowsIsTheErrorOfItsStatement) {
   fDatabase.Execute("INSERT INTO t VALUES (4, 'fail'), (5, 'too long')");
+  Longest::results = 0;
   EXPECT_EQ(ThrownBy([&] { Asked<std::string>("longest(a) FROM t WHERE g = 4"); }).Message(), "a failure");
+  EXPECT_EQ(Longest::results, 0);
   EXPECT_EQ(ThrownBy([&] { Asked<std::string>("longest(a) FROM t WHERE g = 5"); }).Message(), "too long");
 }
 
 struct Unmade {
-  Unmade() { throw std::domain_error("cannot be made"); }
+  Unmade() {
+    ++tries;
+    throw std::domain_error("cannot be made");
+  }
   void Step(int) {}
   int Result() const { return value; }
+  static inline int tries = 0;
   int value = 0;
 };
 
 TEST_F(AggregatesTest, OneThatCannotBeMadeIsTheErrorOfItsStatement) {
   DefineAggregate<Unmade>(fDatabase, "unmade");
   EXPECT_EQ(ThrownBy([&] { Asked<int>("unmade(g) FROM t"); }).Message(), "cannot be made");
+  EXPECT_EQ(Unmade::tries, 1);
   EXPECT_EQ(ThrownBy([&] { Asked<int>("unmade(g) FROM t WHERE g = 3"); }).Message(), "cannot be made");
+}
+
+struct Noted {
+  void Step(int number) { numbers += std::to_string(number); }
+  void Result() const { last = numbers; }
+  static inline std::string last;
+  std::string numbers;
+};
+
+TEST_F(AggregatesTest, OneMayYieldNothing) {
+  DefineAggregate<Noted>(fDatabase, "noted");
+  EXPECT_EQ(Asked<std::optional<int>>("noted(g) FROM t WHERE g = 2"), std::nullopt);
+  EXPECT_EQ(Noted::last, "22");
 }
 
 TEST_F(AggregatesTest, OneThatIsGivenUpLeavesNothing) {
@@ -304,10 +354,6 @@ TEST_F(AggregatesTest, WhatCannotBeDefinedIsAnError) {
 }
 
 // --- Collations ------------------------------------------------------------------------------------------------------
-
-int BySize(std::string_view a, std::string_view b) noexcept {
-  return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
-}
 
 TEST_F(FunctionsTest, ACollationOrdersAndCompares) {
   DefineCollation(fDatabase, "by_size", &BySize);

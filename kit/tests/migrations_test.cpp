@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "kit_test.h"
+#include "sqldb/database.h"
 #include "sqldb/kit/query.h"
 #include "sqldb/kit/transaction.h"
 #include "support/temporary_folder.h"
@@ -129,6 +131,35 @@ TEST_F(MigrationsTest, AStepThatEndsItsTransactionFails) {
   }
 }
 
+TEST_F(MigrationsTest, AStepThatEndsItsTransactionByTheCoreFails) {
+  for (const bool isCommitted : {false, true}) {
+    const auto end = [&](Database& database) { database.Core().EndTransaction(isCommitted, false); };
+    const Error error = ThrownBy([&] { Migrations().Add("ended", end).Run(fDatabase); });
+    EXPECT_EQ(error.Message(), "step 1, ended: its transaction has ended, or a part of it has not");
+    EXPECT_EQ(error.Code(), SQLITE_ABORT);
+    EXPECT_EQ(Version(), 0);
+  }
+}
+
+TEST_F(MigrationsTest, AStepThatClosesTheDatabaseFails) {
+  for (const ForeignKeys foreignKeys : {ForeignKeys::kAsTheyAre, ForeignKeys::kOff}) {
+    Database database(":memory:");
+    const auto close = [](Database& closed) { closed.Close(); };
+    ThrownBy([&] { Migrations().Add("closed", close, foreignKeys).Run(database); });
+  }
+}
+
+TEST_F(MigrationsTest, AFailureKeepsTheNumberOfItsRecord) {
+  const auto fail = [](Database&) {
+    Error error("failed", SQLITE_ERROR);
+    error.SetRecord(7, 3);
+    throw error;
+  };
+  const Error error = ThrownBy([&] { Migrations().Add("first", fail).Run(fDatabase); });
+  EXPECT_EQ(error.Record(), 7U);
+  EXPECT_EQ(error.Written(), 3U);
+}
+
 TEST_F(MigrationsTest, AFileOfAnotherVersionIsRefusedAndBothAreNamed) {
   fDatabase.ExecuteScript("PRAGMA user_version = 4");
   const Error error = ThrownBy([&] { PartsWithNames().Run(fDatabase); });
@@ -192,6 +223,13 @@ TEST_F(ReferencesTest, WhereTheyAreOffTheyStayOff) {
   fDatabase.ExecuteScript("PRAGMA foreign_keys = OFF");
   Before().Add("names of kinds", kKindsAnew, ForeignKeys::kOff).Run(fDatabase);
   EXPECT_FALSE(AreEnforced());
+}
+
+TEST_F(ReferencesTest, TheyAreEnforcedAgainAfterAStepThatMovesTheDatabase) {
+  std::optional<Database> other;
+  const auto move = [&](Database& database) { other.emplace(std::move(database)); };
+  ThrownBy([&] { Before().Add("moved", move, ForeignKeys::kOff).Run(fDatabase); });
+  EXPECT_TRUE(other.value().One<bool>("PRAGMA foreign_keys"));
 }
 
 TEST_F(ReferencesTest, ARowThatRefersToNoneFailsItsStep) {

@@ -65,6 +65,8 @@ void IsRefused(Database& database, Opaque& opaque, int* pointer) {
   Define(database, "f", [] { return Opaque(); });
 #elif defined(A_COLLATION_THAT_MAY_THROW)  // A collation is given two std::string_view, returns an int, and is noexcept
   DefineCollation(database, "c", [](std::string_view, std::string_view) { return 0; });
+#elif defined(A_COLLATION_WITHOUT_AN_INT)  // A collation is given two std::string_view, returns an int, and is noexcept
+  DefineCollation(database, "c", [](std::string_view, std::string_view) noexcept { return 0LL; });
 #elif defined(A_PARAMETER_WITHOUT_TYPE)    // This type is not stored
   database.Execute("SELECT ?", opaque);
 #elif defined(A_POINTER_AS_PARAMETER)      // Views and pointers are not stored

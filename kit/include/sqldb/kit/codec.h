@@ -101,7 +101,8 @@ SQLDB_EXPORT void BindReal(const Target& target, double value);
 SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
 SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 
-/// Throws the ConversionError that says what is in the column or argument and why it does not fit: "an integer outside ...".
+/// Throws the ConversionError that says what is in the column or argument and why it does not fit: "an integer outside
+/// ...".
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
 /// The same for a value that is to be stored: it has no column yet, and `why` is the whole sentence.
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);

@@ -14,7 +14,8 @@
 // A statement that fails has done nothing, unless its SQL says otherwise (ON CONFLICT FAIL), and a transaction around
 // it goes on, unless SQLite has rolled it back; see transaction.h. What threw can be used again.
 //
-// std::bad_alloc, and what the application's own code throws, pass unchanged.
+// std::bad_alloc, and what the application's own code throws, pass unchanged; but what a function of SQL throws goes
+// through SQLite, see functions.h.
 
 #include <cstddef>
 #include <stdexcept>

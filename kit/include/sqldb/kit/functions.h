@@ -3,12 +3,12 @@
 
 // Functions, aggregates and collations of the program's own, for the SQL of one connection:
 //
-//   Define(database, "reversed", [](std::string_view text) { return std::string(text.rbegin(), text.rend()); });
+//   Define(database, "first_line", [](std::string_view text) { return text.substr(0, text.find('\n')); });
 //   DefineAggregate<Longest>(database, "longest");
 //   DefineCollation(database, "by_length", [](std::string_view a, std::string_view b) noexcept {
 //     return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
 //   });
-//   database.All<std::string>("SELECT reversed(name) FROM parts ORDER BY name COLLATE by_length");
+//   database.All<std::string>("SELECT first_line(name) FROM parts ORDER BY name COLLATE by_length");
 //
 // Each belongs to the connection and ends with it; another connection to the same file does not know it. Not included
 // by kit.h.
@@ -17,12 +17,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
 #include "sqldb/export.h"
 #include "sqldb/kit/codec.h"
 #include "sqldb/kit/database.h"
+#include "sqldb/kit/lease.h"
 
 namespace sqldb::kit {
 
@@ -87,15 +89,17 @@ struct ArgumentTypes {
   static constexpr int kCount = static_cast<int>(sizeof...(A));
 
   template <typename Call>
-  static decltype(auto) Read(const FunctionArguments& arguments, const Call& call) {
-    return Read(arguments, call, std::index_sequence_for<A...>());
+  static void Read(const FunctionArguments& arguments, const Call& call) {
+    Read(arguments, call, std::index_sequence_for<A...>());
   }
 
  private:
   template <typename Call, std::size_t... I>
-  static decltype(auto) Read([[maybe_unused]] const FunctionArguments& arguments, const Call& call,
-                             std::index_sequence<I...>) {
-    return call(ArgumentReader<std::decay_t<A>>::Read(arguments.SourceOf(static_cast<int>(I)))...);
+  static void Read([[maybe_unused]] const FunctionArguments& arguments, const Call& call, std::index_sequence<I...>) {
+    // In their order, so that the first one that does not fit is told.
+    std::tuple<std::decay_t<A>...> values{
+        ArgumentReader<std::decay_t<A>>::Read(arguments.SourceOf(static_cast<int>(I)))...};
+    std::apply(call, std::move(values));
   }
 };
 /// Any number of any types.
@@ -104,8 +108,8 @@ struct ArgumentTypes<const FunctionArguments&> {
   static constexpr int kCount = -1;
 
   template <typename Call>
-  static decltype(auto) Read(const FunctionArguments& arguments, const Call& call) {
-    return call(arguments);
+  static void Read(const FunctionArguments& arguments, const Call& call) {
+    call(arguments);
   }
 };
 
@@ -133,15 +137,14 @@ struct SignatureOf<R (C::*)(A...) const> : SignatureOf<R (*)(A...)> {};
 template <typename C, typename R, typename... A>
 struct SignatureOf<R (C::*)(A...) const noexcept> : SignatureOf<R (*)(A...)> {};
 
-/// Hands over what a function yields.
+/// Hands over what a function yields: what may be a parameter, and a view that may be missing.
 template <typename T>
 void Yield(ValueSink& sink, const T& value) {
-  const Target target{nullptr, 0, false, &sink};
-  if constexpr (std::is_same_v<T, std::string_view>) {
-    BindText(target, value);
-  } else {
-    Codec<T>::Bind(target, value);
-  }
+  const Argument result = ArgumentOf(value);
+  result.bind(Target{nullptr, 0, false, &sink}, result.value);
+}
+inline void Yield(ValueSink& sink, const std::optional<std::string_view>& value) {
+  value ? Yield(sink, *value) : sink.TakeNull();
 }
 
 /// A callable without its type.
@@ -188,7 +191,12 @@ void CallStep(void* aggregate, const FunctionArguments& arguments) {
 }
 template <typename A>
 void CallResult(void* aggregate, ValueSink& result) {
-  Yield(result, static_cast<A*>(aggregate)->Result());
+  if constexpr (std::is_void_v<decltype(static_cast<A*>(aggregate)->Result())>) {
+    static_cast<A*>(aggregate)->Result();
+    result.TakeNull();
+  } else {
+    Yield(result, static_cast<A*>(aggregate)->Result());
+  }
 }
 
 /// A comparison without its type.
@@ -218,17 +226,25 @@ T FunctionArguments::At(int index) const {
   return detail::ArgumentReader<T>::Read(SourceOf(index));
 }
 
-/// Defines the function `name` for the SQL of this connection: any callable, a lambda for instance, of which a copy is
-/// kept as long as the connection is open. Its arguments and its result are what a column can be read into and a value
-/// can be stored from: numbers, texts, Blob, a Type; std::optional for what may be NULL; std::string_view, which is
-/// valid during the call. One that takes `const FunctionArguments&` takes any number of them. Functions with the same
-/// name and other numbers of arguments stand beside each other; one with the same number is replaced.
+/// Defines the function `name` for the SQL of this connection: a function, or an object that can be called in one way,
+/// such as a lambda, of which a copy is kept as long as the connection is open. Its arguments are of types that a
+/// column can be read into, and its result of one that may be a parameter: numbers, texts, Blob, a Type; std::optional
+/// for what may be NULL; std::string_view, which is valid during the call. One that takes `const FunctionArguments&`
+/// takes any number of them. Functions with the same name and other numbers of arguments stand beside each other; one
+/// with the same number is replaced.
 ///
-///     Define(database, "price_with_tax", [rate](double price) { return price * (1 + rate); }, Purity::kDeterministic);
+///     const auto withTax = [rate](double price) { return price * (1 + rate); };
+///     Define(database, "price_with_tax", withTax, Purity::kDeterministic);
 ///
-/// What it throws becomes the Error of the statement that called it, with its message, and with its codes if it is an
-/// Error itself; so does an argument that does not fit. It may use the database, and must not close it. Throws Error,
-/// with the code 5 while a statement runs that may use the function that is to be replaced.
+/// What it throws becomes the Error of the statement that called it, with its message; the class and the codes are
+/// those of a ConstraintError if it is one, otherwise the code is 1. std::bad_alloc stays one, and as everywhere SQLite
+/// may then roll back the whole transaction. It may use the database to read, and to write where the statement that
+/// calls it only reads; it must not close it. Views and triggers of the file may call it, too: what only this program
+/// should call is no function.
+///
+/// Throws Error with the code 21 for a name that SQLite does not take, and BusyError while a statement runs if one is
+/// to be replaced. Define functions before they are used: a statement that is kept goes on with the one that it was
+/// compiled with, unless that was replaced by one with as many arguments.
 template <typename F>
 void Define(Database& database, const std::string& name, F&& function, Purity purity = Purity::kVarying) {
   using Callable = std::decay_t<F>;
@@ -239,7 +255,8 @@ void Define(Database& database, const std::string& name, F&& function, Purity pu
 }
 
 /// Defines the aggregate `name`. For each group an Aggregate is made: Step gets the arguments of each row, and Result
-/// is called once at the end. A group without rows has no Step.
+/// is called once at the end, also for a group that is given up because another function fails; what it yields is then
+/// not used. A group without rows has no Step; one whose Step throws has no Result. It is no window function.
 ///
 ///     struct Longest {
 ///       void Step(std::string_view text) { if (text.size() > longest.size()) longest = text; }
@@ -261,11 +278,12 @@ void DefineAggregate(Database& database, const std::string& name) {
 /// behind it. It cannot fail, and is noexcept. Two texts that are the same for it are so for UNIQUE and keys, too; an
 /// index is right only as long as every program that writes the file orders in the same way.
 ///
-/// A copy of it is kept as long as the connection is open. Throws Error, with the code 5 while a statement runs.
+/// A copy of it is kept as long as the connection is open. Throws Error as Define does.
 template <typename F>
 void DefineCollation(Database& database, const std::string& name, F&& compare) {
   using Callable = std::decay_t<F>;
-  static_assert(std::is_nothrow_invocable_r_v<int, Callable&, std::string_view, std::string_view>,
+  constexpr bool isNothrow = std::is_nothrow_invocable_r_v<int, Callable&, std::string_view, std::string_view>;
+  static_assert(isNothrow && std::is_same_v<decltype(compare(std::string_view(), std::string_view())), int>,
                 "A collation is given two std::string_view, returns an int, and is noexcept: SQLite has no way to fail"
                 " there.");
   detail::AddCollation(database, name,
