@@ -62,11 +62,11 @@ void CheckStillOpen(const SQLDatabase& core) {
 
 // The same with the step before the message.
 template <typename E>
-[[noreturn]] void ThrowOfStep(const E& error, int number, const std::string& name) {
+E OfStep(const E& error, int number, const std::string& name) {
   E told("step " + std::to_string(number) + ", " + name + ": " + std::string(error.Message()), error.ExtendedCode(),
          error.Sql());
   told.SetRecord(error.Record(), error.Written());
-  throw told;
+  return told;
 }
 
 }  // namespace
@@ -114,13 +114,13 @@ bool Migrations::Take(Database& database, int number, const Report& report) cons
     database.ExecuteScript("PRAGMA user_version = " + std::to_string(number + 1));
     transaction.Commit();
   } catch (const ConstraintError& error) {
-    ThrowOfStep(error, number + 1, step.name);
+    throw OfStep(error, number + 1, step.name);
   } catch (const BusyError& error) {
-    ThrowOfStep(error, number + 1, step.name);
+    throw OfStep(error, number + 1, step.name);
   } catch (const ConversionError& error) {
-    ThrowOfStep(error, number + 1, step.name);
+    throw OfStep(error, number + 1, step.name);
   } catch (const Error& error) {
-    ThrowOfStep(error, number + 1, step.name);
+    throw OfStep(error, number + 1, step.name);
   }
   return true;
 }
