@@ -140,12 +140,10 @@ void CheckDefined(sqlite3* connection, int result) {
 // A copy without its type, which owns the callable.
 template <typename Callee>
 std::unique_ptr<Callee, void (*)(void*)> Owned(const Callee& callee, void (*destroy)(void*)) {
-  try {
-    return std::unique_ptr<Callee, void (*)(void*)>(new Callee(callee), destroy);
-  } catch (...) {
-    callee.destroy(callee.callable);
-    throw;
-  }
+  std::unique_ptr<void, void (*)(void*)> callable(callee.callable, callee.destroy);
+  std::unique_ptr<Callee, void (*)(void*)> owned(new Callee(callee), destroy);
+  static_cast<void>(callable.release());
+  return owned;
 }
 
 }  // namespace

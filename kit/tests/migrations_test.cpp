@@ -115,6 +115,10 @@ TEST_F(MigrationsTest, AFailureKeepsItsClass) {
   const auto readText = [](Database& database) { database.One<int>("SELECT 'x' AS a"); };
   EXPECT_EQ(ThrownBy<ConversionError>([&] { WithSecond(readText).Run(fDatabase); }).Message(),
             "step 2, second: column a has a text, which cannot be read as an integer");
+  const auto meetLock = [](Database&) { throw BusyError("database is locked", SQLITE_BUSY_SNAPSHOT); };
+  const auto busy = ThrownBy<BusyError>([&] { WithSecond(meetLock).Run(fDatabase); });
+  EXPECT_EQ(busy.Message(), "step 2, second: database is locked");
+  EXPECT_EQ(busy.ExtendedCode(), SQLITE_BUSY_SNAPSHOT);
 }
 
 TEST_F(MigrationsTest, WhatIsNoErrorPassesAsItIs) {
