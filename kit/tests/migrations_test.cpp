@@ -145,6 +145,13 @@ TEST_F(MigrationsTest, AStepThatEndsItsTransactionByTheCoreFails) {
   }
 }
 
+TEST_F(MigrationsTest, AStepThatLeavesALevelOfTheCoreOpenFails) {
+  const auto begin = [](Database& database) { database.Core().BeginTransaction(); };
+  EXPECT_EQ(ThrownBy([&] { Migrations().Add("open", begin).Run(fDatabase); }).Message(),
+            "step 1, open: its transaction has ended, or a part of it has not");
+  EXPECT_EQ(Version(), 0);
+}
+
 TEST_F(MigrationsTest, AStepThatClosesTheDatabaseFails) {
   for (const ForeignKeys foreignKeys : {ForeignKeys::kAsTheyAre, ForeignKeys::kOff}) {
     Database database(":memory:");

@@ -53,8 +53,8 @@ struct Target {
   ValueSink* sink = nullptr;
 };
 
-/// Takes values without a statement: for a term, which keeps them, and for a text, which has them as literals. What a
-/// view shows ends with the call.
+/// Takes values without a statement: for a term, which keeps them, a text, which has them as literals, or the result of
+/// a function. What a view shows ends with the call.
 class SQLDB_EXPORT ValueSink {
  public:
   // All throw std::bad_alloc, and what they are a part of is then to be thrown away.
@@ -101,8 +101,7 @@ SQLDB_EXPORT void BindReal(const Target& target, double value);
 SQLDB_EXPORT void BindText(const Target& target, std::string_view text);
 SQLDB_EXPORT void BindBlob(const Target& target, std::string_view bytes);
 
-/// Throws the ConversionError that says what is in the column or argument and why it does not fit: "an integer outside
-/// ...".
+/// Throws the ConversionError that says what is in the column or argument; `why` it does not fit: "a text that ...".
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const Source& source, const char* why);
 /// The same for a value that is to be stored: it has no column yet, and `why` is the whole sentence.
 [[noreturn]] SQLDB_EXPORT void ThrowUnfit(const char* why);
